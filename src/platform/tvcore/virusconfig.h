@@ -1,0 +1,36 @@
+#pragma once
+
+#include "platform/tvcore/tvcoreexport.h"
+#include "platform/tvcore/virusreport.h"
+
+#include <QDateTime>
+#include <QVector>
+#include <QtGlobal>
+
+/// Access to the detection records. Thread and opening: see TvCore.
+///
+/// A period is [from, to); an invalid time leaves that end open. A record without a valid time lies
+/// only in the period that is open at both ends.
+class TVCORE_EXPORT VirusConfig
+{
+public:
+    VirusConfig();
+
+    /// Stores a copy of `report`. True when it is on disk. False when it cannot be stored now: it is then
+    /// kept in memory, with up to 4095 others, and stored in its turn as soon as the store can be written;
+    /// one that finds no room is lost, which is said in the log.
+    bool addVirusReport(const VirusReport& report);
+
+    /// Fills `reports` with up to `limit` records of the period whose number is above `afterId`, in the order
+    /// in which they were stored, which lets a long list be read in pieces. False, with `reports` empty,
+    /// when the store cannot be read.
+    bool getVirusReports(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
+                         qint64 afterId = 0, int limit = 1000) const;
+
+    /// How many records the period has; -1 when the store cannot be read.
+    qint64 getVirusReportCount(const QDateTime& from, const QDateTime& to) const;
+
+    /// Removes the records older than `before` and returns how many there were; -1 when the store cannot be
+    /// written or `before` is invalid.
+    qint64 removeVirusReports(const QDateTime& before);
+};
