@@ -59,6 +59,7 @@ class Recorder(dbus.service.Object):
         call = {
             "id": self._last_id,
             "sender": str(sender),
+            "sender_uid": self._sender_uid(sender),
             "app_name": plain(app_name),
             "replaces_id": plain(replaces_id),
             "app_icon": plain(app_icon),
@@ -73,6 +74,13 @@ class Recorder(dbus.service.Object):
             record.write(json.dumps(call).encode() + b"\n")
         if not self._hang:
             answer(self._last_id)
+
+    def _sender_uid(self, sender):
+        """Whose credentials the bus saw; None when the sender has already left."""
+        try:
+            return int(self._bus.get_unix_user(sender))
+        except dbus.DBusException:
+            return None
 
     @dbus.service.method(INTERFACE, in_signature="u", out_signature="")
     def CloseNotification(self, notification_id):
