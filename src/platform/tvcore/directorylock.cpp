@@ -1,0 +1,24 @@
+#include "platform/tvcore/directorylock.h"
+
+#include "common/filename.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+DirectoryLock::DirectoryLock(const QString& directory)
+{
+    const QByteArray name = FileName::toBytes(directory);
+    m_directory.reset(::open(name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!m_directory.isValid()) {
+        m_error = StoreError::ofErrno(directory, errno);
+        return;
+    }
+    if (::flock(m_directory.get(), LOCK_EX | LOCK_NB) != 0) {
+        m_error = StoreError::ofErrno(directory, errno);
+        if (errno == EWOULDBLOCK) {
+            m_error.fault = StoreError::Busy;
+        }
+    }
+}

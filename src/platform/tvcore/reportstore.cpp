@@ -1,0 +1,194 @@
+#include "platform/tvcore/reportstore.h"
+
+#include "platform/tvcore/storelog.h"
+#include "platform/tvcore/storetext.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+
+namespace
+{
+constexpr int firstRetryMs = 1000;
+constexpr int lastRetryMs = 30000;
+/// Records removed in one transaction: the service has to get its turn in between.
+constexpr int removedPerStep = 500;
+
+QVariant toBoundTime(const QDateTime& time)
+{
+    return time.isValid() ? QVariant(time.toMSecsSinceEpoch()) : QVariant(QVariant::LongLong);
+}
+
+/// The condition for a period, with its values added to `values`.
+QString periodCondition(const QDateTime& from, const QDateTime& to, QVariantList& values)
+{
+    QString condition = QStringLiteral("TRUE");
+    if (from.isValid()) {
+        condition += QStringLiteral(" AND detected_at >= ?");
+        values.append(toBoundTime(from));
+    }
+    if (to.isValid()) {
+        condition += QStringLiteral(" AND detected_at < ?");
+        values.append(toBoundTime(to));
+    }
+    return condition;
+}
+
+QString fetchedText(const QSqlQuery& row, int column)
+{
+    return StoreText::fromFetched(row.value(column).toByteArray());
+}
+} // namespace
+
+ReportStore::ReportStore() : m_store(StoreSchema::reports())
+{
+}
+
+void ReportStore::setDirectory(const QString& directory)
+{
+    close();
+    m_pending.clear();
+    m_store.setDirectory(directory);
+}
+
+void ReportStore::close()
+{
+    if (!m_pending.isEmpty() && !storePending()) {
+        qCWarning(lcTvcore, "%d detection records were not stored", m_pending.size());
+    }
+    m_retry.reset();
+    m_store.close();
+}
+
+bool ReportStore::add(const VirusReport& report)
+{
+    if (m_pending.size() == maxPending && !storePending()) {
+        if (!m_isFullNoted) {
+            m_isFullNoted = true;
+            qCWarning(lcTvcore, "%d detection records wait to be stored; further ones are lost", maxPending);
+        }
+        return false;
+    }
+    m_pending.append(report);
+    return storePending();
+}
+
+bool ReportStore::find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
+                       qint64 afterId, int limit)
+{
+    QVariantList values;
+    const QString condition = periodCondition(from, to, values);
+    values.append(afterId);
+    values.append(std::max(limit, 0));
+    const QString sql =
+        QStringLiteral(
+            "SELECT id, detected_at, CAST(file_name AS BLOB), CAST(file_path AS BLOB), "
+            "CAST(virus_name AS BLOB), clean_status, CAST(module_name AS BLOB), "
+            "CAST(module_version AS BLOB) FROM virus_report WHERE %1 AND id > ? ORDER BY id LIMIT ?")
+            .arg(condition);
+    const bool isRead = m_store.read([&](StoreConnection& connection) {
+        reports.clear();
+        return connection.select(sql, values,
+                                 [&reports](const QSqlQuery& row) { reports.append(fromRow(row)); });
+    });
+    if (!isRead) {
+        reports.clear();
+    }
+    return isRead;
+}
+
+qint64 ReportStore::count(const QDateTime& from, const QDateTime& to)
+{
+    QVariantList values;
+    const QString condition = periodCondition(from, to, values);
+    qint64 number = -1;
+    const bool isRead = m_store.read([&](StoreConnection& connection) {
+        return connection.select(QStringLiteral("SELECT count(*) FROM virus_report WHERE %1").arg(condition),
+                                 values,
+                                 [&number](const QSqlQuery& row) { number = row.value(0).toLongLong(); });
+    });
+    return isRead ? number : -1;
+}
+
+qint64 ReportStore::removeBefore(const QDateTime& before)
+{
+    if (!before.isValid()) {
+        return -1;
+    }
+    qint64 removed = 0;
+    int step = 0;
+    do {
+        const bool isRemoved = m_store.write([&before, &step](StoreConnection& connection) {
+            const bool isDone = connection.execute(
+                QStringLiteral("DELETE FROM virus_report WHERE id IN "
+                               "(SELECT id FROM virus_report WHERE detected_at < ? LIMIT ?)"),
+                {toBoundTime(before), removedPerStep});
+            step = connection.affectedRows();
+            return isDone;
+        });
+        if (!isRemoved) {
+            return -1;
+        }
+        removed += step;
+    } while (step == removedPerStep);
+    return removed;
+}
+
+bool ReportStore::storePending()
+{
+    const bool isStored = m_store.write([this](StoreConnection& connection) {
+        return std::all_of(m_pending.cbegin(), m_pending.cend(),
+                           [&connection](const VirusReport& report) { return insert(connection, report); });
+    });
+    if (isStored) {
+        m_pending.clear();
+        m_isFullNoted = false;
+        m_retry.reset();
+    } else {
+        tryAgainLater();
+    }
+    return isStored;
+}
+
+void ReportStore::tryAgainLater()
+{
+    if (m_retry != nullptr || QCoreApplication::instance() == nullptr) {
+        return;
+    }
+    // The next detection may be a long time away.
+    m_retry = std::make_unique<QTimer>();
+    m_retry->setInterval(firstRetryMs);
+    QObject::connect(m_retry.get(), &QTimer::timeout, m_retry.get(), [this] {
+        m_retry->setInterval(std::min(m_retry->interval() * 2, lastRetryMs));
+        storePending();
+    });
+    m_retry->start();
+}
+
+bool ReportStore::insert(StoreConnection& connection, const VirusReport& report)
+{
+    return connection.execute(
+        QStringLiteral(
+            "INSERT INTO virus_report(detected_at, file_name, file_path, virus_name, clean_status, "
+            "module_name, module_version) VALUES(?, CAST(? AS TEXT), CAST(? AS TEXT), "
+            "CAST(? AS TEXT), ?, CAST(? AS TEXT), CAST(? AS TEXT))"),
+        {toBoundTime(report.m_dateTime), StoreText::toBound(report.m_fileName),
+         StoreText::toBound(report.m_filePath), StoreText::toBound(report.m_virusName), report.m_cleanStatus,
+         StoreText::toBound(report.m_moduleName), StoreText::toBound(report.m_moduleVersion)});
+}
+
+VirusReport ReportStore::fromRow(const QSqlQuery& row)
+{
+    VirusReport report;
+    report.m_id = row.value(0).toLongLong();
+    if (!row.isNull(1)) {
+        report.m_dateTime = QDateTime::fromMSecsSinceEpoch(row.value(1).toLongLong());
+    }
+    report.m_fileName = fetchedText(row, 2);
+    report.m_filePath = fetchedText(row, 3);
+    report.m_virusName = fetchedText(row, 4);
+    report.m_cleanStatus = row.value(5).toInt();
+    report.m_moduleName = fetchedText(row, 6);
+    report.m_moduleVersion = fetchedText(row, 7);
+    return report;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/tvcore/store.h"
+#include "platform/tvcore/virusreport.h"
+
+#include <QDateTime>
+#include <QTimer>
+#include <QVector>
+
+#include <memory>
+
+/// The file of detection records, and the records that are still to be stored.
+class ReportStore
+{
+public:
+    /// What is kept in memory while the file cannot be written. A flood of detections must not
+    /// take the memory of the machine.
+    static constexpr int maxPending = 4096;
+
+    ReportStore();
+
+    /// Empty stands for the installation's own; see Store::setDirectory. Records that cannot be stored in
+    /// the old place before are lost.
+    void setDirectory(const QString& directory);
+    /// Tries once more to store what is pending.
+    void close();
+
+    /// True when it, and all before it, are on disk.
+    bool add(const VirusReport& report);
+    /// For these see VirusConfig.
+    bool find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports, qint64 afterId,
+              int limit);
+    qint64 count(const QDateTime& from, const QDateTime& to);
+    qint64 removeBefore(const QDateTime& before);
+
+private:
+    bool storePending();
+    void tryAgainLater();
+    static bool insert(StoreConnection& connection, const VirusReport& report);
+    static VirusReport fromRow(const QSqlQuery& row);
+
+    Store m_store;
+    /// Oldest first: of a flood, what came first tells where it came from.
+    QVector<VirusReport> m_pending;
+    bool m_isFullNoted = false;
+    /// Exists only while something is pending, and never after the application object.
+    std::unique_ptr<QTimer> m_retry;
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/tvcore/scansetting.h"
+#include "platform/tvcore/store.h"
+
+#include <QSet>
+#include <QString>
+
+#include <array>
+
+/// The settings file, and what was last read from it or written to it.
+///
+/// A value that is not in the file (nobody ever set it, or a damaged file was started anew) answers like one
+/// that cannot be read: a damaged file must not turn "report only" into deleting.
+class SettingsStore
+{
+public:
+    SettingsStore();
+
+    /// Empty stands for the installation's own; see Store::setDirectory. Forgets what was read.
+    void setDirectory(const QString& directory);
+    void close();
+
+    ScanSetting scanSetting();
+    bool setScanSetting(const ScanSetting& setting);
+    QSet<QString> excludeList(int list);
+    bool setExcludeList(int list, const QSet<QString>& paths);
+    bool isOnlineProtectionEnabled();
+    bool setOnlineProtectionEnabled(bool enabled);
+
+private:
+    static constexpr int excludeListCount = 3;
+    struct Values
+    {
+        ScanSetting scanSetting;
+        std::array<QSet<QString>, excludeListCount> excludeLists;
+        bool isOnlineProtectionEnabled = true;
+    };
+
+    Store m_store;
+    Values m_last;
+};

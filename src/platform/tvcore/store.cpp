@@ -1,0 +1,214 @@
+#include "platform/tvcore/store.h"
+
+#include "common/common.h"
+#include "platform/tvcore/directorylock.h"
+#include "platform/tvcore/storefiles.h"
+#include "platform/tvcore/storelog.h"
+#include "platform/tvcore/storeopener.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QThread>
+
+#include <algorithm>
+#include <utility>
+
+namespace
+{
+/// The longest that one operation waits for others; it also holds up the file events of the service.
+constexpr qint64 maxWaitMs = 150;
+constexpr qint64 maxPauseMs = 20;
+/// Having waited in vain, operations do not wait for this long, so that a lock that stays for good costs
+/// the service a small part of its time and not most of it.
+constexpr qint64 impatienceMs = 2000;
+/// A file that could not be opened is tried again after this long, at once when it changed.
+constexpr qint64 reopenPauseMs = 500;
+/// A disk that damages every new file must not be filled with the remains.
+constexpr int maxSetAsidePerRun = 10;
+} // namespace
+
+Store::Store(StoreSchema schema) : m_schema(std::move(schema))
+{
+}
+
+Store::~Store() = default;
+
+void Store::setDirectory(const QString& directory)
+{
+    close();
+    m_directory = directory.isEmpty() ? directory : QDir(directory).absolutePath();
+}
+
+bool Store::read(const Work& work)
+{
+    return run(Read, work);
+}
+
+bool Store::write(const Work& work)
+{
+    return run(Write, work);
+}
+
+void Store::close()
+{
+    m_connection.reset();
+    m_openError = {};
+    m_stamp = {};
+}
+
+bool Store::run(Access access, const Work& work)
+{
+    const bool isPatient = !m_waited[access].isValid() || m_waited[access].hasExpired(impatienceMs);
+    QElapsedTimer waiting;
+    qint64 pauseMs = 1;
+    StoreError error = attempt(access, work);
+    while (error.fault == StoreError::Busy && isPatient) {
+        if (!waiting.isValid()) {
+            waiting.start();
+        }
+        if (waiting.elapsed() + pauseMs > maxWaitMs) {
+            m_waited[access].start();
+            break;
+        }
+        QThread::msleep(static_cast<unsigned long>(pauseMs));
+        pauseMs = std::min(pauseMs * 2, maxPauseMs);
+        error = attempt(access, work);
+    }
+    note(access, error);
+    return error.fault == StoreError::None;
+}
+
+StoreError Store::attempt(Access access, const Work& work)
+{
+    if (m_connection != nullptr && isOutdated()) {
+        close();
+    }
+    if (m_connection == nullptr) {
+        const StoreError error = open();
+        if (error.fault != StoreError::None) {
+            return error;
+        }
+    }
+    const StoreError error = access == Write       ? inTransaction(work)
+                             : work(*m_connection) ? StoreError()
+                                                   : m_connection->lastError();
+    if (error.fault == StoreError::Corrupt) {
+        return replaceDamaged(error.text);
+    }
+    if (error.fault == StoreError::Unavailable) {
+        // A connection that was opened while nothing could be written never writes again, for example.
+        // Reading may well go on, so only a failure to read puts off the next opening.
+        m_connection.reset();
+        if (access == Read) {
+            m_openError = error;
+            m_stamp = FileStamp::of(m_path);
+            m_opened.start();
+        }
+    }
+    return error;
+}
+
+StoreError Store::inTransaction(const Work& work)
+{
+    // Taking the write lock at once is the only way to be sure that the rest does not fail for want of it.
+    if (!m_connection->execute(QStringLiteral("BEGIN IMMEDIATE"))) {
+        return m_connection->lastError();
+    }
+    if (work(*m_connection) && m_connection->execute(QStringLiteral("COMMIT"))) {
+        return {};
+    }
+    const StoreError error = m_connection->lastError();
+    m_connection->execute(QStringLiteral("ROLLBACK"));
+    return error;
+}
+
+bool Store::isOutdated() const
+{
+    const FileStamp present = FileStamp::of(m_path);
+    if (m_connection->mode() == StoreConnection::Mode::Immutable) {
+        return !present.isUnchanged(m_stamp) || StoreFiles::hasLog(m_path) ||
+               m_opened.hasExpired(reopenPauseMs);
+    }
+    return present.error() == 0 ? !present.isSameFile(m_stamp) : present.isMissing();
+}
+
+StoreError Store::open()
+{
+    const QString directory = m_directory.isEmpty() ? Common::getSettingsPath() : m_directory;
+    m_path = directory + QLatin1Char('/') + m_schema.fileName;
+    const bool isWorthATry = m_openError.fault == StoreError::None || m_openError.fault == StoreError::Busy ||
+                             m_opened.hasExpired(reopenPauseMs) ||
+                             !FileStamp::of(m_path).isUnchanged(m_stamp);
+    if (isWorthATry) {
+        m_openError = openUnderLock(directory);
+        m_opened.start();
+    }
+    return m_openError;
+}
+
+StoreError Store::openUnderLock(const QString& directory)
+{
+    const DirectoryLock lock(directory);
+    if (lock.error().fault != StoreError::None) {
+        m_stamp = FileStamp::of(m_path);
+        return lock.error();
+    }
+    StoreError error;
+    do {
+        StoreOpener opener(m_schema, m_path);
+        m_connection = opener.open();
+        m_stamp = opener.stamp();
+        error = opener.error();
+        if (error.fault == StoreError::Corrupt) {
+            error = moveAside(error.text);
+        }
+    } while (m_connection == nullptr && error.fault == StoreError::None);
+    return error;
+}
+
+StoreError Store::replaceDamaged(const QString& damage)
+{
+    const DirectoryLock lock(QFileInfo(m_path).path());
+    if (lock.error().fault != StoreError::None) {
+        return lock.error();
+    }
+    StoreError error;
+    // Another process may have met the damage first.
+    if (FileStamp::of(m_path).isSameFile(m_stamp)) {
+        error = moveAside(damage);
+    }
+    // Only now: SQLite leaves the log of a file alone that does not lie at its path any more.
+    close();
+    // Nothing has been done yet, but now it can be.
+    return error.fault == StoreError::None ? StoreError{StoreError::Busy, damage} : error;
+}
+
+StoreError Store::moveAside(const QString& damage)
+{
+    if (m_setAsideCount == maxSetAsidePerRun) {
+        return {StoreError::Unavailable, damage};
+    }
+    QString newPath;
+    const StoreError error = StoreFiles::setAside(m_path, newPath);
+    if (error.fault == StoreError::None) {
+        ++m_setAsideCount;
+        qCWarning(lcTvcore, "%s is damaged (%s); set aside as %s and started anew", qUtf8Printable(m_path),
+                  qUtf8Printable(damage), qUtf8Printable(newPath));
+    }
+    return error;
+}
+
+void Store::note(Access access, const StoreError& error)
+{
+    if (error.fault == m_noted[access]) {
+        return;
+    }
+    m_noted[access] = error.fault;
+    const char* operation = access == Read ? "read" : "written";
+    if (error.fault == StoreError::None) {
+        qCInfo(lcTvcore, "%s can be %s again", qUtf8Printable(m_path), operation);
+    } else {
+        qCWarning(lcTvcore, "%s cannot be %s: %s", qUtf8Printable(m_path), operation,
+                  qUtf8Printable(error.text));
+    }
+}

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "platform/tvcore/filestamp.h"
+#include "platform/tvcore/storeconnection.h"
+#include "platform/tvcore/storeerror.h"
+#include "platform/tvcore/storeschema.h"
+
+#include <QElapsedTimer>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+/// One store file of the library, whatever becomes of it.
+///
+/// Opens it when it is first needed, and anew when somebody replaced or removed it. Waits a moment while
+/// another process holds a lock, but not again and again while the lock stays. Sets a damaged file aside and
+/// starts a new one. Says in the log once when it stops or starts to work.
+///
+/// Belongs to the thread of the application object.
+class Store
+{
+public:
+    /// Does something with the store; false when a statement failed. May be called several times for one
+    /// result, so it starts its output afresh.
+    using Work = std::function<bool(StoreConnection&)>;
+
+    explicit Store(StoreSchema schema);
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    /// Where the file lies from the next opening on; empty stands for the installation's settings directory.
+    void setDirectory(const QString& directory);
+
+    /// Runs `work`, a single statement, or several that need not see the same state. False when it failed.
+    bool read(const Work& work);
+    /// Runs `work` in a transaction. False when nothing was changed.
+    bool write(const Work& work);
+
+    void close();
+
+private:
+    enum Access
+    {
+        Read,
+        Write,
+        AccessCount
+    };
+
+    bool run(Access access, const Work& work);
+    StoreError attempt(Access access, const Work& work);
+    StoreError inTransaction(const Work& work);
+    /// True when the open connection is to a file that is no longer the store.
+    bool isOutdated() const;
+    StoreError open();
+    StoreError openUnderLock(const QString& directory);
+    /// The open connection has met damage.
+    StoreError replaceDamaged(const QString& damage);
+    /// Under a DirectoryLock.
+    StoreError moveAside(const QString& damage);
+    void note(Access access, const StoreError& error);
+
+    const StoreSchema m_schema;
+    QString m_directory;
+    QString m_path;
+    std::unique_ptr<StoreConnection> m_connection;
+    /// Of the open file, or of the one that could not be opened.
+    FileStamp m_stamp;
+    /// When it was opened, or that failed.
+    QElapsedTimer m_opened;
+    /// Why there is no connection.
+    StoreError m_openError;
+    int m_setAsideCount = 0;
+    /// What was said last about each access.
+    StoreError::Fault m_noted[AccessCount] = {StoreError::None, StoreError::None};
+    QElapsedTimer m_waited[AccessCount];
+};

@@ -1,0 +1,3 @@
+#include "platform/tvcore/storelog.h"
+
+Q_LOGGING_CATEGORY(lcTvcore, "tvcore")

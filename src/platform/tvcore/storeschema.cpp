@@ -1,0 +1,47 @@
+#include "platform/tvcore/storeschema.h"
+
+namespace
+{
+// "TVst" and "TVrp" in ASCII, which is what file(1) and a hex dump show.
+constexpr qint32 settingsApplicationId = 0x54567374;
+constexpr qint32 reportsApplicationId = 0x54567270;
+} // namespace
+
+StoreSchema StoreSchema::settings()
+{
+    StoreSchema schema;
+    schema.fileName = QStringLiteral("tvcore.db");
+    schema.applicationId = settingsApplicationId;
+    schema.migrations = {
+        // An absent setting has its default. A row of exclude_list says that the list was ever written, so
+        // that
+        // a list made empty differs from one that nobody touched.
+        QStringList{
+            QStringLiteral("CREATE TABLE setting("
+                           "name TEXT PRIMARY KEY NOT NULL, value INTEGER NOT NULL) STRICT, WITHOUT ROWID"),
+            QStringLiteral("CREATE TABLE exclude_list(list INTEGER PRIMARY KEY NOT NULL) STRICT"),
+            QStringLiteral("CREATE TABLE exclude_entry(list INTEGER NOT NULL, path TEXT NOT NULL,"
+                           "PRIMARY KEY(list, path)) STRICT, WITHOUT ROWID")}};
+    return schema;
+}
+
+StoreSchema StoreSchema::reports()
+{
+    StoreSchema schema;
+    schema.fileName = QStringLiteral("reports.db");
+    schema.applicationId = reportsApplicationId;
+    schema.migrations = {
+        // detected_at: milliseconds since 1970 in UTC, NULL for a record without a valid time.
+        // AUTOINCREMENT: the number of a removed record is not given to another.
+        QStringList{QStringLiteral("CREATE TABLE virus_report("
+                                   "id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL,"
+                                   "detected_at INTEGER,"
+                                   "file_name TEXT NOT NULL,"
+                                   "file_path TEXT NOT NULL,"
+                                   "virus_name TEXT NOT NULL,"
+                                   "clean_status INTEGER NOT NULL,"
+                                   "module_name TEXT NOT NULL,"
+                                   "module_version TEXT NOT NULL) STRICT"),
+                    QStringLiteral("CREATE INDEX virus_report_by_time ON virus_report(detected_at)")}};
+    return schema;
+}

@@ -1,0 +1,8 @@
+#include "platform/tvcore/tvcore.h"
+
+#include "platform/tvcore/storeregistry.h"
+
+void TvCore::setDirectory(const QString& directory)
+{
+    StoreRegistry::instance().setDirectory(directory);
+}
