@@ -1,0 +1,41 @@
+#include "common/checkedfile.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+
+namespace
+{
+CheckedFile::Kind kindOf(mode_t mode)
+{
+    switch (mode & S_IFMT) {
+    case S_IFREG:
+        return CheckedFile::Kind::Regular;
+    case S_IFDIR:
+        return CheckedFile::Kind::Directory;
+    case S_IFIFO:
+    case S_IFCHR:
+    case S_IFBLK:
+        return CheckedFile::Kind::Special;
+    default:
+        return CheckedFile::Kind::Other;
+    }
+}
+} // namespace
+
+CheckedFile::CheckedFile(const QByteArray& path) : m_handle(::open(path.constData(), O_PATH | O_CLOEXEC))
+{
+    if (m_handle.isValid() && ::fstat(m_handle.get(), &m_status) == 0) {
+        m_kind = kindOf(m_status.st_mode);
+    }
+}
+
+UniqueFd CheckedFile::openForReading() const
+{
+    if (m_kind == Kind::Missing || m_kind == Kind::Special) {
+        errno = m_kind == Kind::Missing ? ENOENT : EINVAL;
+        return UniqueFd();
+    }
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_handle.get());
+    return UniqueFd(::open(self.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
