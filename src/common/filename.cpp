@@ -84,3 +84,17 @@ QByteArray FileName::toBytes(const QString& text)
     }
     return plainStart == 0 ? text.toUtf8() : bytes + text.mid(plainStart).toUtf8();
 }
+
+QString FileName::toDisplay(const QString& text)
+{
+    QString shown;
+    int plainStart = 0;
+    for (int i = 0; i < text.size(); ++i) {
+        if (isEscapedByte(text, i)) {
+            const uint byte = text.at(i).unicode() - escapeBase;
+            shown += text.mid(plainStart, i - plainStart) + QStringLiteral("\\x") + QString::number(byte, 16);
+            plainStart = i + 1;
+        }
+    }
+    return plainStart == 0 ? text : shown + text.mid(plainStart);
+}

@@ -16,4 +16,8 @@ QString toText(const QByteArray& name);
 
 /// The bytes of `text`, the exact ones that `toText` was given.
 QByteArray toBytes(const QString& text);
+
+/// The same for people and for other programs: each byte that is no UTF-8 is shown as "\xNN". For a name that
+/// is UTF-8 this is the text itself.
+QString toDisplay(const QString& text);
 } // namespace FileName
