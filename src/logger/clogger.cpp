@@ -8,8 +8,9 @@
 #include <QFileInfo>
 #include <QLocale>
 
-#include <cstring>
+#include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -90,7 +91,9 @@ QString CLogger::programName()
         }
     }
     if (name.isEmpty()) {
-        const QString executable = QFile::symLinkTarget(QStringLiteral("/proc/self/exe"));
+        // Not the link's own text: that ends in " (deleted)" once an update has replaced the executable.
+        const std::unique_ptr<char, decltype(&free)> resolved(realpath("/proc/self/exe", nullptr), &free);
+        const QString executable = QFile::decodeName(resolved.get());
         name = executable.mid(executable.lastIndexOf(QLatin1Char('/')) + 1);
     }
     return name.isEmpty() ? QStringLiteral("Unknown") : name;
