@@ -1,0 +1,63 @@
+#pragma once
+
+#include <QString>
+
+#include <clamav.h>
+
+class ScanSettings;
+
+/// The one libclamav engine of the process: loads the signature databases, scans files and texts.
+///
+/// Lives on the main thread; takes no lock. A scan answers libclamav's code: 0 clean, 1 a signature matched
+/// (only then `virusName` is replaced), any other value an error. Scans are refused in no state: without an
+/// engine they answer libclamav's null-argument error, and an engine that was created but never compiled
+/// (a database failed to load) finds nothing and answers 0 for everything. Callers look at `isDBLoaded`.
+class CScanFile
+{
+public:
+    static CScanFile* getInstance();
+    static void releaseInstance();
+
+    CScanFile(const CScanFile&) = delete;
+    CScanFile& operator=(const CScanFile&) = delete;
+
+    /// Initialises libclamav and creates an empty engine.
+    bool initEngine();
+    /// Frees the engine; false when there is none to free.
+    bool releaseEngine();
+    /// Loads every "*.cvd" of the database directory, in name order, and compiles the engine, which is
+    /// created first when there is none. The first database that fails ends the loading: nothing is compiled.
+    /// No database at all is no failure.
+    bool loadDatabases();
+    /// Frees the engine and loads anew.
+    bool reloadDatabases();
+
+    /// True when the last load ended with a compiled engine.
+    bool isDBLoaded() const;
+    bool isDBLoading() const;
+
+    /// Scans the file at `path`, links followed. A FIFO or a device is never opened and answers 0.
+    int scanFile(const QString& path, QString& virusName) const;
+    /// Scans the text `url` itself; nothing is fetched.
+    int scanUrl(const QString& url, QString& virusName) const;
+
+    /// Swallows whatever libclamav would print: failures are told by the log lines of this class.
+    static void clcb_msg_fn(cl_msg severity, const char* fullmsg, const char* msg, void* context);
+
+private:
+    CScanFile();
+    ~CScanFile();
+
+    cl_scan_options scanOptions() const;
+
+    static CScanFile* _instance;
+
+    bool m_engineReady = false;
+    bool m_dbLoading = false;
+    bool m_dbLoaded = false;
+    cl_engine* m_engine = nullptr;
+    unsigned m_signatureTotal = 0;
+    ScanSettings* m_settings;
+    // Compiling an engine a second time crashes libclamav.
+    bool m_compiled = false;
+};

@@ -1,0 +1,164 @@
+#include "scan/quarantinecopy.h"
+
+#include "common/checkedfile.h"
+#include "common/filename.h"
+#include "common/uniquefd.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr mode_t copyMode = S_IRUSR;
+
+/// The copy while it is made: a file without a name where the file system can make one, else a file under a
+/// passing name, which goes again unless it was published.
+class PendingCopy
+{
+public:
+    PendingCopy(const UniqueFd& directory, QByteArray name) : m_directory(directory), m_name(std::move(name))
+    {
+    }
+    PendingCopy(const PendingCopy&) = delete;
+    PendingCopy& operator=(const PendingCopy&) = delete;
+    ~PendingCopy()
+    {
+        if (!m_passingName.isEmpty()) {
+            const int error = errno;
+            ::unlinkat(m_directory.get(), m_passingName.constData(), 0);
+            errno = error;
+        }
+    }
+
+    bool create()
+    {
+        m_file.reset(::openat(m_directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, copyMode));
+        // A file system or kernel without nameless files answers any of these.
+        if (!m_file.isValid() && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
+            const QByteArray passingName = m_name + '.' + QByteArray::number(::getpid()) + ".tvq";
+            m_file.reset(::openat(m_directory.get(), passingName.constData(),
+                                  O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, copyMode));
+            if (m_file.isValid()) {
+                m_passingName = passingName;
+            }
+        }
+        return m_file.isValid();
+    }
+
+    int file() const
+    {
+        return m_file.get();
+    }
+
+    /// Gives the copy its name, which nothing may have yet.
+    bool publish()
+    {
+        if (m_passingName.isEmpty()) {
+            const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_file.get());
+            return ::linkat(AT_FDCWD, self.constData(), m_directory.get(), m_name.constData(),
+                            AT_SYMLINK_FOLLOW) == 0;
+        }
+        if (::renameat2(m_directory.get(), m_passingName.constData(), m_directory.get(), m_name.constData(),
+                        RENAME_NOREPLACE) != 0) {
+            return false;
+        }
+        m_passingName.clear();
+        return true;
+    }
+
+    void withdraw()
+    {
+        const int error = errno;
+        ::unlinkat(m_directory.get(), m_name.constData(), 0);
+        errno = error;
+    }
+
+private:
+    const UniqueFd& m_directory;
+    const QByteArray m_name;
+    UniqueFd m_file;
+    QByteArray m_passingName;
+};
+
+bool writeAll(int fd, const char* data, size_t size)
+{
+    while (size > 0) {
+        const ssize_t written = ::write(fd, data, size);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+bool copyBytes(int from, int to, off_t limit)
+{
+    std::array<char, 128 * 1024> buffer;
+    while (limit > 0) {
+        const size_t wanted = std::min(buffer.size(), static_cast<size_t>(limit));
+        const ssize_t got = ::read(from, buffer.data(), wanted);
+        if (got == 0) {
+            return true;
+        }
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        if (!writeAll(to, buffer.data(), static_cast<size_t>(got))) {
+            return false;
+        }
+        limit -= got;
+    }
+    return true;
+}
+} // namespace
+
+int copyIntoQuarantine(const QByteArray& source, const QString& destination)
+{
+    const CheckedFile checked(source);
+    if (checked.kind() == CheckedFile::Kind::Missing) {
+        return errno;
+    }
+    if (checked.kind() != CheckedFile::Kind::Regular) {
+        return checked.kind() == CheckedFile::Kind::Directory ? EISDIR : EINVAL;
+    }
+    const UniqueFd original = checked.openForReading();
+    if (!original.isValid()) {
+        return errno;
+    }
+
+    const int nameStart = destination.lastIndexOf(QLatin1Char('/')) + 1;
+    const UniqueFd directory(::open(FileName::toBytes(destination.left(nameStart)).constData(),
+                                    O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.isValid()) {
+        return errno;
+    }
+
+    PendingCopy copy(directory, FileName::toBytes(destination.mid(nameStart)));
+    if (!copy.create() || !copyBytes(original.get(), copy.file(), checked.status().st_size) ||
+        ::fsync(copy.file()) != 0 || !copy.publish()) {
+        return errno;
+    }
+    // Without this a crash could leave neither the original nor the copy.
+    if (::fsync(directory.get()) != 0) {
+        const int error = errno;
+        copy.withdraw();
+        return error;
+    }
+    return 0;
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+class QByteArray;
+class QString;
+
+/// Copies the regular file that `source` leads to (links are followed) to `destination`, a path whose
+/// name ends in ".tvq".
+///
+/// On return with 0 the copy is whole and on disk, the directory entry included, readable by its owner
+/// alone and never executable. Otherwise the result is the errno of the failure and nothing is left behind.
+/// A file that has the name already is never replaced (EEXIST). Only what the source held when it was opened
+/// is copied: a file that grows meanwhile cannot fill the disk.
+int copyIntoQuarantine(const QByteArray& source, const QString& destination);
