@@ -1,0 +1,249 @@
+#include "monitor/filemonitor.h"
+
+#include "common/common.h"
+#include "common/filename.h"
+#include "logger/clogger.h"
+#include "monitor/inotifyrecords.h"
+#include "monitor/subdirectories.h"
+#include "platform/tvcore/virusreport.h"
+#include "scan/cscanmanager.h"
+
+#include <QDateTime>
+#include <QLocale>
+#include <QSocketNotifier>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+using LOGGER::CLogger;
+
+namespace
+{
+constexpr uint32_t watchMask = IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE |
+                               IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
+static_assert(watchMask == 0xFCA);
+/// What has a file scanned. Closing after a write brings no scan of its own: each write had one.
+constexpr uint32_t scannedEvents = IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE;
+static_assert(scannedEvents == 0x1C2);
+constexpr uint32_t removedDirectory = IN_DELETE | IN_DELETE_SELF | IN_UNMOUNT;
+static_assert(removedDirectory == 0x2600);
+
+constexpr int deepestLevel = 5;
+/// A new directory counts as level four, wherever it lies: it and one level below are watched.
+constexpr int newDirectoryDepth = 3;
+constexpr size_t readSize = 1024;
+/// Lets a burst gather, so that one read takes more of it.
+constexpr useconds_t gatherMicroseconds = 100;
+
+constexpr int infected = 1;
+constexpr int popupSeconds = 60;
+
+QString moduleName()
+{
+    return QStringLiteral("tvfilemon");
+}
+
+QString statusText(int status)
+{
+    switch (status) {
+    case 0:
+        return QStringLiteral("Cleaned");
+    case -1:
+        return QStringLiteral("Report Only");
+    case -2:
+        return QStringLiteral("User Allowed");
+    default:
+        return QStringLiteral("Error");
+    }
+}
+} // namespace
+
+FileMonitor::FileMonitor() : m_scanManager(CScanManager::getInstance())
+{
+}
+
+bool FileMonitor::startMonitoring()
+{
+    m_fd = ::inotify_init1(IN_CLOEXEC);
+    if (m_fd < 0) {
+        perror("inotify_init");
+        return false;
+    }
+    for (const QString& root : {QStringLiteral("/home"), QStringLiteral("/media")}) {
+        int depth = 0;
+        addToWatchRecursive(m_fd, root, depth);
+        CLogger::getInstance()->Info(__PRETTY_FUNCTION__, "Watching: %s", root.toUtf8().constData());
+    }
+    m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &FileMonitor::onActivated);
+    return true;
+}
+
+void FileMonitor::addToWatchRecursive(int fd, const QString& path, int& depth)
+{
+    if (++depth <= deepestLevel) {
+        const QByteArray directory = FileName::toBytes(path);
+        const int watch = ::inotify_add_watch(fd, directory.constData(), watchMask);
+        if (watch < 0) {
+            const int error = errno;
+            perror("inotify_add_watch");
+            CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to add path for watch: %s",
+                                          directory.constData());
+        } else {
+            m_watches.insert(watch, path);
+            for (const QByteArray& name : subdirectoriesOf(directory)) {
+                addToWatchRecursive(fd, path + QLatin1Char('/') + FileName::toText(name), depth);
+            }
+        }
+    }
+    --depth;
+}
+
+void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& depth)
+{
+    if (++depth <= deepestLevel) {
+        const QByteArray directory = FileName::toBytes(path);
+        const int watch = ::inotify_add_watch(fd, directory.constData(), watchMask);
+        if (watch < 0) {
+            const int error = errno;
+            perror("inotify_add_watch");
+            CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to add path for watch: %s",
+                                          directory.constData());
+        } else {
+            m_watches.insert(watch, path);
+            // Files that are in the directory already are passed over: each is scanned by its own events.
+            for (const QByteArray& name : subdirectoriesOf(directory)) {
+                addNewDirToWatchRecursive(fd, path + QLatin1Char('/') + FileName::toText(name), depth);
+            }
+        }
+    }
+    --depth;
+}
+
+void FileMonitor::removeDirectoryFromWatch(const QString& path)
+{
+    // By prefix, on purpose without a separator check: forgetting /home/a also forgets /home/ab, which is
+    // then watched by the kernel but unknown here.
+    for (auto entry = m_watches.begin(); entry != m_watches.end();) {
+        entry = entry.value().startsWith(path) ? m_watches.erase(entry) : std::next(entry);
+    }
+}
+
+void FileMonitor::onActivated()
+{
+    ::usleep(gatherMicroseconds);
+    alignas(inotify_event) char buffer[readSize] = {};
+    // One read a notification: what does not fit stays in the kernel and notifies again, and whatever else
+    // the event loop serves gets its turn in between.
+    const ssize_t size = ::read(m_fd, buffer, sizeof(buffer));
+    if (size < 0) {
+        const int error = errno;
+        CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to read from file descriptor!");
+        return;
+    }
+
+    int depth = newDirectoryDepth;
+    InotifyRecords records(buffer, static_cast<size_t>(size));
+    while (inotify_event* event = records.next()) {
+        if ((event->mask & IN_ISDIR) == 0) {
+            fileChanged(event);
+            continue;
+        }
+        // A directory that was forgotten may still report. It is then known by an empty path, for good.
+        const QString directory = m_watches[event->wd];
+        const QByteArray directoryBytes = FileName::toBytes(directory);
+        const QByteArray name = nameOf(*event);
+        // Two steps: a directory named like a placeholder takes the name in, as it always did.
+        const QString path = QStringLiteral("%1/%2").arg(directory).arg(FileName::toText(name));
+        if ((event->mask & IN_CREATE) != 0) {
+            CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "New Directory added: %s/%s",
+                                          directoryBytes.constData(), name.constData());
+            addNewDirToWatchRecursive(m_fd, path, depth);
+        } else if ((event->mask & removedDirectory) != 0) {
+            CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Directory Removed: %s/%s",
+                                          directoryBytes.constData(), name.constData());
+            removeDirectoryFromWatch(path);
+        } else {
+            CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Directory changed: [%d] %s/%s",
+                                          static_cast<int>(event->mask), directoryBytes.constData(),
+                                          name.constData());
+        }
+    }
+}
+
+void FileMonitor::fileChanged(inotify_event* event)
+{
+    if ((event->mask & scannedEvents) == 0) {
+        return;
+    }
+    const QString name = FileName::toText(nameOf(*event));
+    scanFile(m_watches[event->wd] + QLatin1Char('/') + name, name);
+}
+
+void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
+{
+    if (!m_protectionConfig.isOnlineProtectionEnabled()) {
+        return;
+    }
+    // The service's own writing must not have it scan without end, nor a browser's unfinished download fail.
+    if (filePath.startsWith(Common::getLogsPath()) || filePath.startsWith(Common::getSettingsPath()) ||
+        filePath.endsWith(QLatin1String(".part"))) {
+        return;
+    }
+    const QByteArray pathBytes = FileName::toBytes(filePath);
+    CLogger::getInstance()->Debug(__PRETTY_FUNCTION__, "Scanning file %s", pathBytes.constData());
+
+    QString virusName;
+    const int result = m_scanManager->scanFile(filePath, virusName);
+    const int error = errno;
+    if (result == 0) {
+        return;
+    }
+    if (result != infected) {
+        CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Error File Scanning | Error:%d | %s",
+                                      result, pathBytes.constData());
+        return;
+    }
+    CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Found infected file | Status:%d | %s", infected,
+                                  pathBytes.constData());
+    const int status = m_scanManager->cleanFile(filePath);
+    CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Cleaned infected file | Status:%d | %s", status,
+                                  pathBytes.constData());
+    recordDetection(filePath, fileName, virusName, status);
+    showDetection(filePath, fileName, virusName, status);
+}
+
+void FileMonitor::recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,
+                                  int status)
+{
+    VirusReport report;
+    report.setFileName(FileName::toDisplay(fileName));
+    report.setFilePath(FileName::toDisplay(filePath));
+    report.setVirusName(virusName);
+    report.setCleanStatus(status);
+    report.setModuleName(moduleName());
+    report.setModuleVersion(Common::getBuildDateTime());
+    report.setDateTime(QDateTime::currentDateTime());
+    m_virusConfig.addVirusReport(report);
+}
+
+void FileMonitor::showDetection(const QString& filePath, const QString& fileName, const QString& virusName,
+                                int status)
+{
+    // One by one, as the popup's readers know it: text that looks like a placeholder is filled in turn.
+    const QString message =
+        QStringLiteral("<b>File Name:</b> %1<br/><b>Virus Name:</b> %2<br/><b>Clean Status:</b> %3<br/>"
+                       "<b>File Path:</b> %4")
+            .arg(FileName::toDisplay(fileName))
+            .arg(virusName)
+            .arg(statusText(status))
+            .arg(FileName::toDisplay(filePath));
+    const QString closeAt = QLocale::c().toString(QDateTime::currentDateTime().addSecs(popupSeconds),
+                                                  QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    m_notify.showPopupToUser(QStringLiteral("Infected File Found"), message, QStringLiteral("4"),
+                             Common::getIconsPath() + QStringLiteral("/ip_block.png"), QString(), QString(),
+                             3, moduleName(), closeAt);
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "platform/tvcore/protectionconfig.h"
+#include "platform/tvcore/virusconfig.h"
+#include "platform/tvnotify/tvnotify.h"
+
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+class CScanManager;
+class QSocketNotifier;
+struct inotify_event;
+
+/// Watches "/home" and "/media" and scans every file that is created, changed or moved there.
+///
+/// Lives on the thread that runs the event loop, and does all its work there: while a file is scanned, the
+/// next events wait in the kernel. File names are FileName's text, so that any name survives.
+class FileMonitor : public QObject
+{
+    Q_OBJECT
+
+public:
+    FileMonitor();
+    /// The inotify descriptor is left to the end of the process.
+    ~FileMonitor() override = default;
+
+    /// Opens inotify and watches the two roots. False only when inotify itself cannot be opened: a root
+    /// that cannot be watched is logged and passed over. To be called once.
+    bool startMonitoring();
+
+    /// Watches the directory `path` and those below it, five levels in all when `depth` is 0. Links and
+    /// hidden directories are passed over. `depth` is the same after the call as before.
+    void addToWatchRecursive(int fd, const QString& path, int& depth);
+    /// The same for a directory that appeared while monitoring.
+    void addNewDirToWatchRecursive(int fd, const QString& path, int& depth);
+    /// Forgets `path` and every directory whose path starts with that text. The kernel's watches stay.
+    void removeDirectoryFromWatch(const QString& path);
+
+    /// Reads one buffer of events and handles each.
+    void onActivated();
+    /// Scans the file that `event`, one of a file, tells of.
+    void fileChanged(inotify_event* event);
+    /// Scans `filePath`, whose last component is `fileName`; cleans it, records it and tells the user when
+    /// it is infected.
+    void scanFile(const QString& filePath, const QString& fileName);
+
+private:
+    void recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,
+                         int status);
+    void showDetection(const QString& filePath, const QString& fileName, const QString& virusName,
+                       int status);
+
+    QSocketNotifier* m_notifier = nullptr;
+    int m_fd = -1;
+    QMap<int, QString> m_watches;
+    CScanManager* m_scanManager;
+    VirusConfig m_virusConfig;
+    Tvnotify m_notify;
+    ProtectionConfig m_protectionConfig;
+};

@@ -1,0 +1,46 @@
+#include "monitor/subdirectories.h"
+
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace
+{
+struct CloseDirectory
+{
+    void operator()(DIR* directory) const
+    {
+        ::closedir(directory);
+    }
+};
+
+/// Whether the entry is a directory itself, not a link to one.
+bool isDirectory(DIR* directory, const dirent& entry)
+{
+    if (entry.d_type != DT_UNKNOWN) {
+        return entry.d_type == DT_DIR;
+    }
+    // Some file systems do not tell the type with the name.
+    struct stat status = {};
+    return ::fstatat(::dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
+}
+} // namespace
+
+QVector<QByteArray> subdirectoriesOf(const QByteArray& path)
+{
+    // Read here and not by QDir, which leaves out names that the locale cannot spell.
+    QVector<QByteArray> names;
+    const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(path.constData()));
+    if (!directory) {
+        return names;
+    }
+    while (const dirent* entry = ::readdir(directory.get())) {
+        if (entry->d_name[0] != '.' && isDirectory(directory.get(), *entry)) {
+            names.append(QByteArray(entry->d_name));
+        }
+    }
+    return names;
+}

@@ -1,0 +1,130 @@
+#include "support/fakeinotify.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace
+{
+QByteArray fakeRoot;
+std::array<int, 2> ends = {-1, -1};
+int nextDescriptor = 1;
+
+bool isBelowWatchedRoot(const QByteArray& path)
+{
+    return path == "/home" || path == "/media" || path.startsWith("/home/") || path.startsWith("/media/");
+}
+} // namespace
+
+int FakeInotify::initError = 0;
+QHash<QByteArray, int> FakeInotify::watchErrors;
+QHash<QByteArray, int> FakeInotify::chosenDescriptors;
+QVector<FakeInotify::Watch> FakeInotify::watches;
+int FakeInotify::initCalls = 0;
+int FakeInotify::removals = 0;
+
+void FakeInotify::reset(const QString& root)
+{
+    fakeRoot = root.toUtf8();
+    for (int& end : ends) {
+        if (end >= 0) {
+            ::close(end);
+        }
+        end = -1;
+    }
+    nextDescriptor = 1;
+    initError = 0;
+    initCalls = 0;
+    removals = 0;
+    watchErrors.clear();
+    chosenDescriptors.clear();
+    watches.clear();
+}
+
+void FakeInotify::deliver(const QByteArray& records)
+{
+    if (::write(ends[1], records.constData(), static_cast<size_t>(records.size())) != records.size()) {
+        qFatal("the fake kernel cannot deliver");
+    }
+}
+
+QByteArray FakeInotify::record(int descriptor, uint32_t mask, const QByteArray& name)
+{
+    inotify_event header = {};
+    header.wd = descriptor;
+    header.mask = mask;
+    const int unit = static_cast<int>(sizeof(header));
+    header.len = name.isEmpty() ? 0 : static_cast<uint32_t>((name.size() / unit + 1) * unit);
+    return QByteArray(reinterpret_cast<const char*>(&header), unit) +
+           name.leftJustified(static_cast<int>(header.len), '\0');
+}
+
+int FakeInotify::descriptorOf(const QByteArray& path)
+{
+    int descriptor = 0;
+    for (const Watch& watch : watches) {
+        if (watch.path == path) {
+            descriptor = watch.descriptor;
+        }
+    }
+    return descriptor;
+}
+
+QVector<QByteArray> FakeInotify::watchedPaths()
+{
+    QVector<QByteArray> paths;
+    for (const Watch& watch : watches) {
+        paths.append(watch.path);
+    }
+    return paths;
+}
+
+void FakeInotify::breakDescriptor()
+{
+    // Reading the writing end fails; the number stays the monitor's.
+    ::dup2(ends[1], ends[0]);
+}
+
+extern "C" int inotify_init1(int flags) noexcept
+{
+    ++FakeInotify::initCalls;
+    if (FakeInotify::initError != 0) {
+        errno = FakeInotify::initError;
+        return -1;
+    }
+    const bool closesOnExec = (flags & IN_CLOEXEC) != 0;
+    return ::pipe2(ends.data(), closesOnExec ? O_CLOEXEC : 0) == 0 ? ends[0] : -1;
+}
+
+extern "C" int inotify_add_watch(int fd, const char* path, uint32_t mask) noexcept
+{
+    const QByteArray name(path);
+    const int error = FakeInotify::watchErrors.value(name, 0);
+    if (error != 0) {
+        errno = error;
+        return -1;
+    }
+    const int chosen = FakeInotify::chosenDescriptors.value(name, 0);
+    const int descriptor = chosen != 0 ? chosen : nextDescriptor++;
+    FakeInotify::watches.append({fd, name, mask, descriptor});
+    return descriptor;
+}
+
+extern "C" int inotify_rm_watch(int, int) noexcept
+{
+    ++FakeInotify::removals;
+    return 0;
+}
+
+extern "C" DIR* opendir(const char* path)
+{
+    using Opendir = DIR* (*)(const char*);
+    static const auto real = reinterpret_cast<Opendir>(::dlsym(RTLD_NEXT, "opendir"));
+    return real(isBelowWatchedRoot(path) ? (fakeRoot + path).constData() : path);
+}

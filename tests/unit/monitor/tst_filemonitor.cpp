@@ -1,0 +1,771 @@
+#include "monitor/filemonitor.h"
+
+#include "common/common.h"
+#include "common/filename.h"
+#include "fakeresponse.h"
+#include "logger/clogger.h"
+#include "support/fakeinotify.h"
+#include "support/logreader.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+/// The monitor over a fake kernel and fake scanners.
+class TestFileMonitor : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void reportsAKernelWithoutInotify();
+    void watchesBothRootsAndSaysSo();
+    void saysItWatchesARootThatItCannotWatch();
+    void opensADescriptorThatProgramsDoNotInherit();
+    void watchesFiveLevels();
+    void passesOverLinksAndHiddenDirectories();
+    void goesOnWithTheSiblingsOfADirectoryThatFails();
+    void keepsTheCallersDepth_data();
+    void keepsTheCallersDepth();
+    void doesNothingBeyondTheDeepestLevel();
+    void keepsOnlyTheLastNameOfADirectory();
+
+    void watchesANewDirectoryAndOneLevelBelow();
+    void countsANewDirectoryFromItselfAndNotFromTheRoot();
+    void watchesANewHiddenDirectory();
+    void namesTheNewDirectoryWalkInItsError();
+    void startsEachNewDirectoryOfABatchAtTheSameDepth();
+    void forgetsByPrefix();
+    void forgetsOnlyWhatIsBelowWhenTheNameIsEmpty();
+    void doesNotAskTheKernelToForget();
+    void treatsCreationBeforeRemoval();
+    void sortsDirectoryEvents_data();
+    void sortsDirectoryEvents();
+    void fillsPlaceholdersOfADirectoryInTurn();
+
+    void scansOnTheseEventsOnly_data();
+    void scansOnTheseEventsOnly();
+    void scansUnderAnEmptyDirectoryWhatAForgottenOneReports();
+    void appendsTheNameOfAFileAsItIs();
+    void carriesAnyNameToTheScanner_data();
+    void carriesAnyNameToTheScanner();
+    void readsOneBufferANotification();
+    void losesNothingOfALongBatch();
+    void saysThatReadingFailed();
+    void returnsQuietlyAtTheEndOfTheDescriptor();
+    void ignoresAnOverflow();
+
+    void staysSilentWithProtectionOff();
+    void asksForProtectionOnEveryEvent();
+    void skips_data();
+    void skips();
+    void logsNothingOfACleanFile();
+    void logsAnEngineError_data();
+    void logsAnEngineError();
+    void answersADetection_data();
+    void answersADetection();
+    void tellsADetectionInOrder();
+    void goesOnWhenTheRecordIsNotStored();
+    void fillsThePopupInTurn();
+    void writesTimesInTheCLocale_data();
+    void writesTimesInTheCLocale();
+    void repeatsEverythingForEachEventOfAReportedFile();
+    void showsANameThatIsNotUtf8Escaped();
+
+private:
+    void makeTree(const QString& path);
+    void start();
+    void deliver(const QByteArray& records);
+    void deliverFile(uint32_t mask = IN_MODIFY, const QByteArray& name = "x.bin");
+
+    std::unique_ptr<QTemporaryDir> m_root;
+    std::unique_ptr<FileMonitor> m_monitor;
+    std::unique_ptr<LogReader> m_log;
+    int m_home = 0;
+};
+
+namespace
+{
+const char* const onActivated = "FileMonitor::onActivated";
+const char* const scanFile = "FileMonitor::scanFile";
+
+QVector<QByteArray> sorted(QVector<QByteArray> paths)
+{
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+} // namespace
+
+void TestFileMonitor::init()
+{
+    QLocale::setDefault(QLocale::c());
+    FakeResponse::reset();
+    m_root = std::make_unique<QTemporaryDir>();
+    FakeInotify::reset(m_root->path());
+    QDir(m_root->path()).mkdir(QStringLiteral("home"));
+    QDir(m_root->path()).mkdir(QStringLiteral("media"));
+    m_monitor = std::make_unique<FileMonitor>();
+    LOGGER::CLogger::getInstance()->Info("next", "%s", QTest::currentTestFunction());
+    m_log = std::make_unique<LogReader>();
+}
+
+void TestFileMonitor::cleanup()
+{
+    m_monitor.reset();
+    m_root.reset();
+}
+
+void TestFileMonitor::makeTree(const QString& path)
+{
+    QVERIFY(QDir(m_root->path()).mkpath(path.mid(1)));
+}
+
+void TestFileMonitor::start()
+{
+    QVERIFY(m_monitor->startMonitoring());
+    m_home = FakeInotify::descriptorOf("/home");
+    m_log->takeNew();
+}
+
+void TestFileMonitor::deliver(const QByteArray& records)
+{
+    FakeInotify::deliver(records);
+    m_monitor->onActivated();
+}
+
+void TestFileMonitor::deliverFile(uint32_t mask, const QByteArray& name)
+{
+    deliver(FakeInotify::record(m_home, mask, name));
+}
+
+void TestFileMonitor::reportsAKernelWithoutInotify()
+{
+    FakeInotify::initError = EMFILE;
+    QVERIFY(!m_monitor->startMonitoring());
+    QCOMPARE(FakeInotify::watches.size(), 0);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::watchesBothRootsAndSaysSo()
+{
+    QVERIFY(m_monitor->startMonitoring());
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home", "/media"}));
+    for (const auto& watch : qAsConst(FakeInotify::watches)) {
+        QCOMPARE(watch.mask, 0xFCAU);
+    }
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>({{"INFO", "FileMonitor::startMonitoring", "Watching: /home"},
+                               {"INFO", "FileMonitor::startMonitoring", "Watching: /media"}}));
+}
+
+void TestFileMonitor::saysItWatchesARootThatItCannotWatch()
+{
+    FakeInotify::watchErrors["/media"] = ENOENT;
+    QVERIFY(m_monitor->startMonitoring());
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>({{"INFO", "FileMonitor::startMonitoring", "Watching: /home"},
+                               {"ERROR", "FileMonitor::addToWatchRecursive",
+                                errorCode(ENOENT) + "Failed to add path for watch: /media"},
+                               {"INFO", "FileMonitor::startMonitoring", "Watching: /media"}}));
+}
+
+void TestFileMonitor::opensADescriptorThatProgramsDoNotInherit()
+{
+    start();
+    const int flags = ::fcntl(FakeInotify::watches.first().fd, F_GETFD);
+    QVERIFY((flags & FD_CLOEXEC) != 0);
+}
+
+void TestFileMonitor::watchesFiveLevels()
+{
+    makeTree(QStringLiteral("/home/l2/l3/l4/l5/l6/l7"));
+    makeTree(QStringLiteral("/media/l2"));
+    start();
+    QCOMPARE(FakeInotify::watchedPaths(),
+             QVector<QByteArray>({"/home", "/home/l2", "/home/l2/l3", "/home/l2/l3/l4", "/home/l2/l3/l4/l5",
+                                  "/media", "/media/l2"}));
+    // Level six is not passed over with an error: it is not looked at.
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::passesOverLinksAndHiddenDirectories()
+{
+    makeTree(QStringLiteral("/home/a"));
+    makeTree(QStringLiteral("/home/.hidden/below"));
+    makeTree(QStringLiteral("/home/a/.hidden"));
+    makeTree(QStringLiteral("/elsewhere/below"));
+    QVERIFY(QFile::link(m_root->filePath(QStringLiteral("elsewhere")),
+                        m_root->filePath(QStringLiteral("home/link"))));
+    start();
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home", "/home/a", "/media"}));
+}
+
+void TestFileMonitor::goesOnWithTheSiblingsOfADirectoryThatFails()
+{
+    makeTree(QStringLiteral("/home/a/below"));
+    makeTree(QStringLiteral("/home/b/below"));
+    makeTree(QStringLiteral("/home/c"));
+    FakeInotify::watchErrors["/home/b"] = ENOSPC;
+    QVERIFY(m_monitor->startMonitoring());
+    QCOMPARE(sorted(FakeInotify::watchedPaths()),
+             sorted({"/home", "/home/a", "/home/a/below", "/home/c", "/media"}));
+    QCOMPARE(m_log->takeNew().first(),
+             (LogLine{"ERROR", "FileMonitor::addToWatchRecursive",
+                      errorCode(ENOSPC) + "Failed to add path for watch: /home/b"}));
+}
+
+void TestFileMonitor::keepsTheCallersDepth_data()
+{
+    QTest::addColumn<int>("depth");
+    QTest::addColumn<bool>("fails");
+    for (int depth = 0; depth <= 6; ++depth) {
+        QTest::addRow("%d", depth) << depth << false;
+        QTest::addRow("%d failing", depth) << depth << true;
+    }
+}
+
+void TestFileMonitor::keepsTheCallersDepth()
+{
+    QFETCH(int, depth);
+    QFETCH(bool, fails);
+    makeTree(QStringLiteral("/home/a/b/c/d/e/f"));
+    if (fails) {
+        FakeInotify::watchErrors["/home"] = EACCES;
+        FakeInotify::watchErrors["/home/a/b"] = EACCES;
+    }
+    int counter = depth;
+    m_monitor->addToWatchRecursive(9, QStringLiteral("/home"), counter);
+    QCOMPARE(counter, depth);
+    m_monitor->addNewDirToWatchRecursive(9, QStringLiteral("/home/a"), counter);
+    QCOMPARE(counter, depth);
+}
+
+void TestFileMonitor::doesNothingBeyondTheDeepestLevel()
+{
+    int counter = 5;
+    m_monitor->addToWatchRecursive(9, QStringLiteral("/home"), counter);
+    m_monitor->addNewDirToWatchRecursive(9, QStringLiteral("/home"), counter);
+    QCOMPARE(FakeInotify::watches.size(), 0);
+    counter = 4;
+    m_monitor->addToWatchRecursive(9, QStringLiteral("/home"), counter);
+    m_monitor->addNewDirToWatchRecursive(9, QStringLiteral("/media"), counter);
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home", "/media"}));
+    QCOMPARE(FakeInotify::watches.first().fd, 9);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::keepsOnlyTheLastNameOfADirectory()
+{
+    // The kernel gives one descriptor to a directory that is reached under two names.
+    makeTree(QStringLiteral("/home/first"));
+    start();
+    const int first = FakeInotify::descriptorOf("/home/first");
+    makeTree(QStringLiteral("/home/second"));
+    FakeInotify::chosenDescriptors["/home/second"] = first;
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "second"));
+    deliver(FakeInotify::record(first, IN_MODIFY, "f"));
+    QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/home/second/f")});
+}
+
+void TestFileMonitor::watchesANewDirectoryAndOneLevelBelow()
+{
+    start();
+    makeTree(QStringLiteral("/home/new/below/deeper"));
+    makeTree(QStringLiteral("/home/new/.hidden"));
+    QVERIFY(QFile::link(m_root->path(), m_root->filePath(QStringLiteral("home/new/link"))));
+    QFile file(m_root->filePath(QStringLiteral("home/new/file")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "new"));
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home/new", "/home/new/below"}));
+    for (const auto& watch : qAsConst(FakeInotify::watches)) {
+        QCOMPARE(watch.mask, 0xFCAU);
+    }
+    // Its files are not scanned: each is by its own events.
+    QCOMPARE(FakeResponse::scanned, QStringList());
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /home/new"}}));
+}
+
+void TestFileMonitor::countsANewDirectoryFromItselfAndNotFromTheRoot()
+{
+    makeTree(QStringLiteral("/home/l2/l3/l4/l5"));
+    start();
+    makeTree(QStringLiteral("/home/l2/l3/l4/l5/l6/l7/l8"));
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(5, IN_CREATE | IN_ISDIR, "l6"));
+    QCOMPARE(FakeInotify::watchedPaths(),
+             QVector<QByteArray>({"/home/l2/l3/l4/l5/l6", "/home/l2/l3/l4/l5/l6/l7"}));
+}
+
+void TestFileMonitor::watchesANewHiddenDirectory()
+{
+    start();
+    makeTree(QStringLiteral("/home/.new/below"));
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, ".new"));
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home/.new", "/home/.new/below"}));
+}
+
+void TestFileMonitor::namesTheNewDirectoryWalkInItsError()
+{
+    start();
+    FakeInotify::watchErrors["/home/new"] = ENOENT;
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "new"));
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /home/new"},
+                               {"ERROR", "FileMonitor::addNewDirToWatchRecursive",
+                                errorCode(ENOENT) + "Failed to add path for watch: /home/new"}}));
+}
+
+void TestFileMonitor::startsEachNewDirectoryOfABatchAtTheSameDepth()
+{
+    start();
+    makeTree(QStringLiteral("/home/a/below"));
+    makeTree(QStringLiteral("/home/b/below"));
+    FakeInotify::watchErrors["/home/fails"] = ENOENT;
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "a") +
+            FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "fails") +
+            FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "b"));
+    QCOMPARE(FakeInotify::watchedPaths(),
+             QVector<QByteArray>({"/home/a", "/home/a/below", "/home/b", "/home/b/below"}));
+}
+
+void TestFileMonitor::forgetsByPrefix()
+{
+    makeTree(QStringLiteral("/home/a/b"));
+    makeTree(QStringLiteral("/home/ab/c"));
+    makeTree(QStringLiteral("/home/A"));
+    start();
+    deliver(FakeInotify::record(m_home, IN_DELETE | IN_ISDIR, "a"));
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "Directory Removed: /home/a"}}));
+    for (const char* path : {"/home/a", "/home/a/b", "/home/ab", "/home/ab/c"}) {
+        FakeResponse::scanned.clear();
+        deliver(FakeInotify::record(FakeInotify::descriptorOf(path), IN_MODIFY, "f"));
+        QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/f")});
+    }
+    for (const char* path : {"/home", "/home/A", "/media"}) {
+        FakeResponse::scanned.clear();
+        deliver(FakeInotify::record(FakeInotify::descriptorOf(path), IN_MODIFY, "f"));
+        QCOMPARE(FakeResponse::scanned, QStringList{QString::fromLatin1(path) + QStringLiteral("/f")});
+    }
+}
+
+void TestFileMonitor::forgetsOnlyWhatIsBelowWhenTheNameIsEmpty()
+{
+    makeTree(QStringLiteral("/home/a/b"));
+    start();
+    const int a = FakeInotify::descriptorOf("/home/a");
+    const int b = FakeInotify::descriptorOf("/home/a/b");
+    deliver(FakeInotify::record(a, IN_DELETE_SELF | IN_ISDIR));
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "Directory Removed: /home/a/"}}));
+    deliver(FakeInotify::record(a, IN_MODIFY, "f") + FakeInotify::record(b, IN_MODIFY, "f"));
+    QCOMPARE(FakeResponse::scanned, QStringList({QStringLiteral("/home/a/f"), QStringLiteral("/f")}));
+}
+
+void TestFileMonitor::doesNotAskTheKernelToForget()
+{
+    makeTree(QStringLiteral("/home/a"));
+    start();
+    deliver(FakeInotify::record(m_home, IN_DELETE | IN_ISDIR, "a"));
+    QCOMPARE(FakeInotify::removals, 0);
+}
+
+void TestFileMonitor::treatsCreationBeforeRemoval()
+{
+    start();
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_DELETE | IN_ISDIR, "both"));
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /home/both"}}));
+}
+
+void TestFileMonitor::sortsDirectoryEvents_data()
+{
+    QTest::addColumn<uint>("mask");
+    QTest::addColumn<QByteArray>("message");
+    QTest::newRow("created") << uint(IN_CREATE) << QByteArray("New Directory added: /home/d");
+    QTest::newRow("deleted") << uint(IN_DELETE) << QByteArray("Directory Removed: /home/d");
+    QTest::newRow("deleted itself") << uint(IN_DELETE_SELF) << QByteArray("Directory Removed: /home/d");
+    QTest::newRow("unmounted") << uint(IN_UNMOUNT) << QByteArray("Directory Removed: /home/d");
+    QTest::newRow("moved in") << uint(IN_MOVED_TO) << QByteArray("Directory changed: [1073741952] /home/d");
+    QTest::newRow("moved out") << uint(IN_MOVED_FROM)
+                               << QByteArray("Directory changed: [1073741888] /home/d");
+    QTest::newRow("moved itself") << uint(IN_MOVE_SELF)
+                                  << QByteArray("Directory changed: [1073743872] /home/d");
+    QTest::newRow("ignored") << uint(IN_IGNORED) << QByteArray("Directory changed: [1073774592] /home/d");
+    QTest::newRow("modified") << uint(IN_MODIFY) << QByteArray("Directory changed: [1073741826] /home/d");
+}
+
+void TestFileMonitor::sortsDirectoryEvents()
+{
+    QFETCH(uint, mask);
+    QFETCH(QByteArray, message);
+    start();
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(m_home, mask | IN_ISDIR, "d"));
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, message}}));
+    QCOMPARE(FakeInotify::watches.size(), mask == IN_CREATE ? 1 : 0);
+    QCOMPARE(FakeResponse::scanned, QStringList());
+}
+
+void TestFileMonitor::fillsPlaceholdersOfADirectoryInTurn()
+{
+    makeTree(QStringLiteral("/home/%2"));
+    start();
+    const int odd = FakeInotify::descriptorOf("/home/%2");
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(odd, IN_CREATE | IN_ISDIR, "new"));
+    // The name goes wherever the text now says so; the log line is not made that way.
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home/new/new"}));
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /home/%2/new"}}));
+}
+
+void TestFileMonitor::scansOnTheseEventsOnly_data()
+{
+    QTest::addColumn<uint>("mask");
+    QTest::addColumn<bool>("scanned");
+    for (uint bit = 0; bit < 30; ++bit) {
+        const uint mask = 1U << bit;
+        QTest::addRow("0x%x", mask) << mask << ((mask & 0x1C2U) != 0);
+    }
+    QTest::newRow("written and closed") << uint(IN_MODIFY | IN_CLOSE_WRITE) << true;
+    QTest::newRow("none") << 0U << false;
+}
+
+void TestFileMonitor::scansOnTheseEventsOnly()
+{
+    QFETCH(uint, mask);
+    QFETCH(bool, scanned);
+    start();
+    deliverFile(mask, "f");
+    const QStringList expected{QStringLiteral("/home/f")};
+    QCOMPARE(FakeResponse::scanned, scanned ? expected : QStringList());
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::scansUnderAnEmptyDirectoryWhatAForgottenOneReports()
+{
+    start();
+    deliver(FakeInotify::record(4711, IN_MODIFY, "f"));
+    QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/f")});
+    // Asked about once, the descriptor is known by an empty path; a prefix of it forgets it again.
+    deliver(FakeInotify::record(4712, IN_CREATE | IN_ISDIR, "new"));
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /new"}}));
+    QCOMPARE(FakeInotify::watches.last().path, QByteArray("/new"));
+}
+
+void TestFileMonitor::appendsTheNameOfAFileAsItIs()
+{
+    makeTree(QStringLiteral("/home/%1%2"));
+    start();
+    deliver(FakeInotify::record(FakeInotify::descriptorOf("/home/%1%2"), IN_MODIFY, "%2"));
+    QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/home/%1%2/%2")});
+}
+
+void TestFileMonitor::carriesAnyNameToTheScanner_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::newRow("byte-order mark") << QByteArray("\xEF\xBB\xBFx");
+    QTest::newRow("newline") << QByteArray("a\nb");
+    QTest::newRow("percent") << QByteArray("%s%n%1");
+    QTest::newRow("255 bytes") << QByteArray(255, 'y');
+    QTest::newRow("not UTF-8") << QByteArray("bad\xff.exe");
+    QTest::newRow("beyond the BMP") << QByteArray("\xF0\x9F\x98\x80");
+}
+
+void TestFileMonitor::carriesAnyNameToTheScanner()
+{
+    QFETCH(QByteArray, name);
+    start();
+    deliverFile(IN_CREATE, name);
+    QCOMPARE(FakeResponse::scanned.size(), 1);
+    QCOMPARE(FileName::toBytes(FakeResponse::scanned.first()), "/home/" + name);
+}
+
+void TestFileMonitor::readsOneBufferANotification()
+{
+    start();
+    QByteArray batch;
+    for (int i = 0; i < 100; ++i) {
+        batch += FakeInotify::record(m_home, IN_MODIFY, "f" + QByteArray::number(i));
+    }
+    FakeInotify::deliver(batch);
+    m_monitor->onActivated();
+    QCOMPARE(FakeResponse::scanned.size(), 1024 / 32);
+}
+
+void TestFileMonitor::losesNothingOfALongBatch()
+{
+    start();
+    QStringList expected;
+    QByteArray batch;
+    for (int i = 0; i < 1000; ++i) {
+        const QByteArray name = "f" + QByteArray::number(i);
+        batch += FakeInotify::record(m_home, IN_MODIFY, name);
+        expected.append(QStringLiteral("/home/") + QString::fromLatin1(name));
+    }
+    FakeInotify::deliver(batch);
+    // The notifier goes on firing while something is left.
+    QTRY_COMPARE(FakeResponse::scanned.size(), expected.size());
+    QCOMPARE(FakeResponse::scanned, expected);
+}
+
+void TestFileMonitor::saysThatReadingFailed()
+{
+    start();
+    FakeInotify::breakDescriptor();
+    m_monitor->onActivated();
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>(
+                 {{"ERROR", onActivated, errorCode(EBADF) + "Failed to read from file descriptor!"}}));
+    QCOMPARE(FakeResponse::scanned, QStringList());
+}
+
+void TestFileMonitor::returnsQuietlyAtTheEndOfTheDescriptor()
+{
+    start();
+    // A pipe whose writing end is closed reads as zero bytes.
+    const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ::dup2(null, FakeInotify::watches.first().fd);
+    ::close(null);
+    m_monitor->onActivated();
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+    QCOMPARE(FakeResponse::calls, QStringList());
+}
+
+void TestFileMonitor::ignoresAnOverflow()
+{
+    start();
+    FakeInotify::watches.clear();
+    deliver(FakeInotify::record(-1, IN_Q_OVERFLOW));
+    QCOMPARE(FakeResponse::calls, QStringList());
+    QCOMPARE(FakeInotify::watches.size(), 0);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::staysSilentWithProtectionOff()
+{
+    start();
+    FakeResponse::protectionOn = false;
+    FakeResponse::scanResult = 1;
+    deliverFile();
+    QCOMPARE(FakeResponse::calls, QStringList());
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::asksForProtectionOnEveryEvent()
+{
+    start();
+    deliverFile();
+    FakeResponse::protectionOn = false;
+    deliverFile();
+    FakeResponse::protectionOn = true;
+    deliverFile();
+    QCOMPARE(FakeResponse::protectionAsked, 3);
+    QCOMPARE(FakeResponse::scanned.size(), 2);
+}
+
+void TestFileMonitor::skips_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("skipped");
+    const QString logs = Common::getLogsPath();
+    const QString settings = Common::getSettingsPath();
+    QTest::newRow("log") << logs + QStringLiteral("/x.log") << true;
+    QTest::newRow("beside the logs, same beginning") << logs + QStringLiteral("-of-mine/x") << true;
+    QTest::newRow("logs in capitals") << logs.toUpper() + QStringLiteral("/x") << false;
+    QTest::newRow("settings") << settings + QStringLiteral("/tvcore.db") << true;
+    QTest::newRow("settings in capitals") << settings.toUpper() + QStringLiteral("/x") << false;
+    QTest::newRow("part") << QStringLiteral("/home/setup.exe.part") << true;
+    QTest::newRow("only part") << QStringLiteral("/home/.part") << true;
+    QTest::newRow("PART") << QStringLiteral("/home/setup.exe.PART") << false;
+    QTest::newRow("part in the middle") << QStringLiteral("/home/a.part.exe") << false;
+    QTest::newRow("quarantine copies are the exclusions' business") << QStringLiteral("/home/a.tvq") << false;
+}
+
+void TestFileMonitor::skips()
+{
+    QFETCH(QString, path);
+    QFETCH(bool, skipped);
+    FakeResponse::scanResult = 1;
+    m_monitor->scanFile(path, QStringLiteral("x"));
+    QCOMPARE(FakeResponse::calls.isEmpty(), skipped);
+    QCOMPARE(m_log->takeNew().isEmpty(), skipped);
+}
+
+void TestFileMonitor::logsNothingOfACleanFile()
+{
+    start();
+    deliverFile();
+    QCOMPARE(FakeResponse::calls, QStringList{QStringLiteral("scan /home/x.bin")});
+    QCOMPARE(FakeResponse::virusNamesPassedIn, QStringList{QString()});
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::logsAnEngineError_data()
+{
+    QTest::addColumn<int>("result");
+    QTest::addColumn<int>("error");
+    QTest::newRow("open") << 8 << ENOENT;
+    QTest::newRow("no engine") << 2 << 0;
+    QTest::newRow("negative") << -1 << EIO;
+    QTest::newRow("temporary directory") << 18 << EACCES;
+}
+
+void TestFileMonitor::logsAnEngineError()
+{
+    QFETCH(int, result);
+    QFETCH(int, error);
+    start();
+    FakeResponse::scanResult = result;
+    FakeResponse::scanErrno = error;
+    deliverFile();
+    QCOMPARE(FakeResponse::calls.size(), 1);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"ERROR", scanFile,
+                                                  errorCode(error) + "Error File Scanning | Error:" +
+                                                      QByteArray::number(result) + " | /home/x.bin"}}));
+}
+
+void TestFileMonitor::answersADetection_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("cleaned") << 0 << QStringLiteral("Cleaned");
+    QTest::newRow("report only") << -1 << QStringLiteral("Report Only");
+    QTest::newRow("user allowed") << -2 << QStringLiteral("User Allowed");
+    QTest::newRow("failed") << 1 << QStringLiteral("Error");
+    QTest::newRow("unknown") << -3 << QStringLiteral("Error");
+    QTest::newRow("unknown positive") << 2 << QStringLiteral("Error");
+}
+
+void TestFileMonitor::answersADetection()
+{
+    QFETCH(int, status);
+    QFETCH(QString, text);
+    start();
+    FakeResponse::scanResult = 1;
+    FakeResponse::virusName = QStringLiteral("Test-Virus");
+    FakeResponse::cleanResult = status;
+    const QDateTime before = QDateTime::currentDateTime();
+    deliverFile(IN_CREATE, "a b.exe");
+    const QDateTime after = QDateTime::currentDateTime();
+
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>(
+                 {{"TRACE", scanFile, "Found infected file | Status:1 | /home/a b.exe"},
+                  {"TRACE", scanFile,
+                   "Cleaned infected file | Status:" + QByteArray::number(status) + " | /home/a b.exe"}}));
+
+    QCOMPARE(FakeResponse::records.size(), 1);
+    const VirusReport record = FakeResponse::records.first();
+    QCOMPARE(record.getFileName(), QStringLiteral("a b.exe"));
+    QCOMPARE(record.getFilePath(), QStringLiteral("/home/a b.exe"));
+    QCOMPARE(record.getVirusName(), QStringLiteral("Test-Virus"));
+    QCOMPARE(record.getCleanStatus(), status);
+    QCOMPARE(record.getModuleName(), QStringLiteral("tvfilemon"));
+    QCOMPARE(record.getModuleVersion(), Common::getBuildDateTime());
+    QVERIFY(record.getDateTime() >= before && record.getDateTime() <= after);
+
+    QCOMPARE(FakeResponse::popups.size(), 1);
+    const FakeResponse::Popup popup = FakeResponse::popups.first();
+    QCOMPARE(popup.title, QStringLiteral("Infected File Found"));
+    QCOMPARE(popup.message, QStringLiteral("<b>File Name:</b> a b.exe<br/><b>Virus Name:</b> Test-Virus<br/>"
+                                           "<b>Clean Status:</b> ") +
+                                text + QStringLiteral("<br/><b>File Path:</b> /home/a b.exe"));
+    QCOMPARE(popup.third, QStringLiteral("4"));
+    QCOMPARE(popup.icon, Common::getRootPath() + QStringLiteral("/icons/ip_block.png"));
+    QCOMPARE(popup.fifth, QString());
+    QCOMPARE(popup.sixth, QString());
+    QCOMPARE(popup.seventh, 3);
+    QCOMPARE(popup.module, QStringLiteral("tvfilemon"));
+    const auto stamp = QDateTime::fromString(popup.stamp, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    QVERIFY2(stamp >= before.addSecs(59) && stamp <= after.addSecs(60), qPrintable(popup.stamp));
+}
+
+void TestFileMonitor::tellsADetectionInOrder()
+{
+    start();
+    FakeResponse::scanResult = 1;
+    deliverFile();
+    QCOMPARE(FakeResponse::calls,
+             QStringList({QStringLiteral("scan /home/x.bin"), QStringLiteral("clean /home/x.bin"),
+                          QStringLiteral("record"), QStringLiteral("popup")}));
+}
+
+void TestFileMonitor::goesOnWhenTheRecordIsNotStored()
+{
+    start();
+    FakeResponse::scanResult = 1;
+    FakeResponse::recordResult = false;
+    deliverFile();
+    QCOMPARE(FakeResponse::popups.size(), 1);
+    QCOMPARE(m_log->takeNew().size(), 2);
+}
+
+void TestFileMonitor::fillsThePopupInTurn()
+{
+    start();
+    FakeResponse::scanResult = 1;
+    FakeResponse::virusName = QStringLiteral("V");
+    deliverFile(IN_CREATE, "%4%2");
+    QCOMPARE(FakeResponse::popups.first().message,
+             QStringLiteral("<b>File Name:</b> /home/%4%2V<br/><b>Virus Name:</b> V<br/>"
+                            "<b>Clean Status:</b> Cleaned<br/><b>File Path:</b> /home/%4%2"));
+}
+
+void TestFileMonitor::writesTimesInTheCLocale_data()
+{
+    QTest::addColumn<QString>("locale");
+    QTest::newRow("German") << QStringLiteral("de_DE");
+    QTest::newRow("Egyptian Arabic") << QStringLiteral("ar_EG");
+}
+
+void TestFileMonitor::writesTimesInTheCLocale()
+{
+    QFETCH(QString, locale);
+    start();
+    QLocale::setDefault(QLocale(locale));
+    FakeResponse::scanResult = 1;
+    deliverFile();
+    const QString stamp = FakeResponse::popups.first().stamp;
+    for (const QChar character : stamp) {
+        QVERIFY2(character.unicode() < 0x80, qPrintable(stamp));
+    }
+    QCOMPARE(stamp.size(), 19);
+    QCOMPARE(FakeResponse::records.first().getModuleVersion().size(), 19);
+}
+
+void TestFileMonitor::repeatsEverythingForEachEventOfAReportedFile()
+{
+    start();
+    FakeResponse::scanResult = 1;
+    FakeResponse::cleanResult = -1;
+    deliver(FakeInotify::record(m_home, IN_CREATE, "x") + FakeInotify::record(m_home, IN_MODIFY, "x"));
+    QCOMPARE(FakeResponse::records.size(), 2);
+    QCOMPARE(FakeResponse::popups.size(), 2);
+}
+
+void TestFileMonitor::showsANameThatIsNotUtf8Escaped()
+{
+    start();
+    FakeResponse::scanResult = 1;
+    deliverFile(IN_CREATE, "bad\xff.exe");
+    QCOMPARE(FakeResponse::records.first().getFileName(), QStringLiteral("bad\\xff.exe"));
+    QCOMPARE(FakeResponse::records.first().getFilePath(), QStringLiteral("/home/bad\\xff.exe"));
+    QVERIFY(FakeResponse::popups.first().message.endsWith(QStringLiteral("/home/bad\\xff.exe")));
+}
+
+QTEST_GUILESS_MAIN(TestFileMonitor)
+#include "tst_filemonitor.moc"
