@@ -1,0 +1,25 @@
+#include "app/orderlystop.h"
+#include "app/standardstreams.h"
+#include "monitor/filemonitor.h"
+#include "scan/cscanfile.h"
+
+#include <QCoreApplication>
+#include <QTextCodec>
+
+int main(int argc, char* argv[])
+{
+    openMissingStandardStreams();
+    // File names are UTF-8 whatever the environment says; in the "C" locale Qt would find no others.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+
+    const QCoreApplication application(argc, argv);
+    const OrderlyStop stop;
+
+    CScanFile* engine = CScanFile::getInstance();
+    engine->initEngine();
+    engine->loadDatabases();
+
+    FileMonitor monitor;
+    monitor.startMonitoring();
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,8 @@
+#include "app/processmonitor.h"
+
+ProcessMonitor::ProcessMonitor() = default;
+
+bool ProcessMonitor::startMonitoring()
+{
+    return false;
+}
