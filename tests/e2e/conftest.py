@@ -1,0 +1,74 @@
+"""Fixtures of the end-to-end tests; see harness.py for what they hand out."""
+
+import os
+import statistics
+import sys
+
+import pytest
+
+if "TVFILEMON_E2E" not in os.environ:
+    sys.exit("these tests are started by tests/e2e/run")
+
+import harness
+
+LATENCIES = []
+
+
+@pytest.fixture(scope="session", autouse=True)
+def machine():
+    """What all tests share: the staged root on a file system that roots can be linked from, and a network."""
+    harness.prepare_machine()
+
+
+@pytest.fixture
+def mounts():
+    """Mounts that end with the test."""
+    table = harness.Mounts()
+    yield table
+    table.close()
+
+
+@pytest.fixture
+def home(mounts):
+    """A fresh /home and /media; the result is the directory of a user in it."""
+    mounts.tmpfs("/home")
+    mounts.tmpfs("/media")
+    user = harness.Path("/home/u")
+    user.mkdir()
+    return user
+
+
+@pytest.fixture
+def tv(home):
+    """A fresh installation whose service is not yet started. Afterwards its log must make sense."""
+    installation = harness.Installation(harness.fresh_directory() / "root")
+    yield installation
+    installation.close()
+    installation.check_log()
+
+
+@pytest.fixture
+def bus():
+    """A session bus with a notification server that records."""
+    session_bus = harness.SessionBus(f"unix:path={harness.fresh_directory()}/bus")
+    yield session_bus
+    session_bus.close()
+
+
+@pytest.fixture(scope="session")
+def locale_path():
+    return harness.make_locales()
+
+
+@pytest.fixture
+def report_latency():
+    return LATENCIES.extend
+
+
+def pytest_terminal_summary(terminalreporter):
+    if LATENCIES:
+        terminalreporter.write_line(
+            f"from the write to the removal of an infected file: median"
+            f" {statistics.median(LATENCIES) * 1000:.1f} ms, longest {max(LATENCIES) * 1000:.1f} ms"
+            f" ({len(LATENCIES)} files)"
+        )
