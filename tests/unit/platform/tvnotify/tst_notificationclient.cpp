@@ -1,0 +1,41 @@
+#include "platform/tvnotify/send/notificationclient.h"
+
+#include <QtTest>
+
+#include <limits>
+
+class TestNotificationClient : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void asksForTheTimeThatIsLeft_data();
+    void asksForTheTimeThatIsLeft();
+};
+
+void TestNotificationClient::asksForTheTimeThatIsLeft_data()
+{
+    QTest::addColumn<bool>("hasTime");
+    QTest::addColumn<qint64>("closeAt");
+    QTest::addColumn<int>("timeout");
+    const qint64 now = 1714567507000;
+    QTest::newRow("no time") << false << qint64(0) << -1;
+    QTest::newRow("a minute") << true << now + 60000 << 60000;
+    QTest::newRow("just over a second") << true << now + 1001 << 1001;
+    QTest::newRow("less than a second") << true << now + 999 << 1000;
+    QTest::newRow("past") << true << now - 60000 << 1000;
+    QTest::newRow("before 1970") << true << qint64(-1) << 1000;
+    QTest::newRow("in a century") << true << now * 3 << std::numeric_limits<int>::max();
+}
+
+void TestNotificationClient::asksForTheTimeThatIsLeft()
+{
+    QFETCH(bool, hasTime);
+    QFETCH(qint64, closeAt);
+    QFETCH(int, timeout);
+    const std::optional<std::int64_t> time = hasTime ? std::optional<std::int64_t>(closeAt) : std::nullopt;
+    QCOMPARE(expireTimeout(time, 1714567507000), timeout);
+}
+
+QTEST_APPLESS_MAIN(TestNotificationClient)
+#include "tst_notificationclient.moc"

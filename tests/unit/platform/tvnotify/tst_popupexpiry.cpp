@@ -1,0 +1,67 @@
+#include "platform/tvnotify/popupexpiry.h"
+
+#include <QDateTime>
+#include <QLocale>
+#include <QtTest>
+
+class TestPopupExpiry : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void readsLocalTime_data();
+    void readsLocalTime();
+    void ignoresAnythingElse_data();
+    void ignoresAnythingElse();
+};
+
+void TestPopupExpiry::readsLocalTime_data()
+{
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<QLocale>("locale");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<qint64>("time");
+    const QString text = QStringLiteral("2024-05-01 13:45:07");
+    const qint64 time = 1714571107000;
+    QTest::newRow("UTC") << QByteArray("UTC") << QLocale::c() << text << time;
+    QTest::newRow("east") << QByteArray("UTC-5") << QLocale::c() << text << time - 5 * 3600 * 1000;
+    QTest::newRow("German") << QByteArray("UTC") << QLocale(QLocale::German) << text << time;
+    QTest::newRow("Arabic") << QByteArray("UTC") << QLocale(QLocale::Arabic, QLocale::Egypt) << text << time;
+    QTest::newRow("before 1970") << QByteArray("UTC") << QLocale::c() << QStringLiteral("1969-12-31 23:59:59")
+                                 << qint64(-1000);
+}
+
+void TestPopupExpiry::readsLocalTime()
+{
+    QFETCH(QByteArray, zone);
+    QFETCH(QLocale, locale);
+    QFETCH(QString, text);
+    QFETCH(qint64, time);
+    qputenv("TZ", zone);
+    QLocale::setDefault(locale);
+    const std::optional<std::int64_t> read = popupCloseTime(text);
+    QVERIFY(read);
+    QCOMPARE(static_cast<qint64>(*read), time);
+}
+
+void TestPopupExpiry::ignoresAnythingElse_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("empty") << QString();
+    QTest::newRow("words") << QStringLiteral("in a minute");
+    QTest::newRow("date only") << QStringLiteral("2024-05-01");
+    QTest::newRow("ISO") << QStringLiteral("2024-05-01T13:45:07");
+    QTest::newRow("no such day") << QStringLiteral("2024-02-30 00:00:00");
+    QTest::newRow("no such hour") << QStringLiteral("2024-05-01 25:00:00");
+    QTest::newRow("something after it") << QStringLiteral("2024-05-01 13:45:07 x");
+    QTest::newRow("Arabic digits") << QString::fromUtf8("٢٠٢٤-٠٥-٠١ ١٣:٤٥:٠٧");
+}
+
+void TestPopupExpiry::ignoresAnythingElse()
+{
+    QFETCH(QString, text);
+    QVERIFY(!popupCloseTime(text));
+}
+
+QTEST_APPLESS_MAIN(TestPopupExpiry)
+#include "tst_popupexpiry.moc"
