@@ -321,12 +321,18 @@ void TestFileMonitor::watchesANewHiddenDirectory()
 void TestFileMonitor::namesTheNewDirectoryWalkInItsError()
 {
     start();
-    FakeInotify::watchErrors["/home/new"] = ENOENT;
-    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "new"));
+    makeTree(QStringLiteral("/home/new/below"));
+    FakeInotify::watchErrors["/home/new/below"] = EACCES;
+    FakeInotify::watchErrors["/home/gone"] = ENOENT;
+    deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "new") +
+            FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "gone"));
+    const QByteArray walk = "FileMonitor::addNewDirToWatchRecursive";
     QCOMPARE(m_log->takeNew(),
-             QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /home/new"},
-                               {"ERROR", "FileMonitor::addNewDirToWatchRecursive",
-                                errorCode(ENOENT) + "Failed to add path for watch: /home/new"}}));
+             QVector<LogLine>(
+                 {{"TRACE", onActivated, "New Directory added: /home/new"},
+                  {"ERROR", walk, errorCode(EACCES) + "Failed to add path for watch: /home/new/below"},
+                  {"TRACE", onActivated, "New Directory added: /home/gone"},
+                  {"ERROR", walk, errorCode(ENOENT) + "Failed to add path for watch: /home/gone"}}));
 }
 
 void TestFileMonitor::startsEachNewDirectoryOfABatchAtTheSameDepth()
