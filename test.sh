@@ -1,0 +1,158 @@
+#!/bin/bash
+# Builds the project and runs every test. The last line says how many passed, failed and were skipped; the
+# exit status is 0 only if none failed.
+set -euo pipefail
+
+usage()
+{
+    cat <<'EOF'
+usage: ./test.sh [--quick]
+
+Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit
+tests, also with the address and undefined behaviour sanitizers, the end-to-end tests and the desktop test.
+
+  --quick   neither sanitizers nor checks of the sources
+  --help    this text
+
+TVFILEMON_TEST_SIGNATURES   directory of signed signatures, by default ../shared/testdata/signatures; where there
+                            is none, unsigned ones are made
+CI=true                     missing signed signatures are an error
+EOF
+}
+
+quick=false
+case "$*" in
+'') ;;
+--quick) quick=true ;;
+--help)
+    usage
+    exit
+    ;;
+*)
+    usage >&2
+    exit 2
+    ;;
+esac
+
+cd "$(dirname "${BASH_SOURCE[0]}")"
+source_dir=$(pwd -P)
+results=$source_dir/build/results
+export TVFILEMON_TEST_SIGNATURES=${TVFILEMON_TEST_SIGNATURES:-$source_dir/../shared/testdata/signatures}
+
+passed=0
+failed=0
+skipped=0
+failures=()
+
+fail()
+{
+    failed=$((failed + 1))
+    failures+=("$1")
+    echo "FAILED: $1"
+}
+
+# step NAME COMMAND...: a command that is a test by itself. Tells whether it passed.
+step()
+{
+    local name=$1
+    shift
+    echo "== $name"
+    if "$@"; then
+        passed=$((passed + 1))
+    else
+        fail "$name"
+        return 1
+    fi
+}
+
+# suite NAME REPORT COMMAND...: a command that runs many tests and writes a JUnit file REPORT of them.
+suite()
+{
+    local name=$1 report=$2 status=0 totals=(0 0 0)
+    shift 2
+    echo "== $name"
+    mkdir -p "$results"
+    rm -f "$report"
+    "$@" || status=$?
+    if [ -s "$report" ]; then
+        read -r -a totals < <(tests/support/junit_totals.py "$report") || totals=(0 1 0)
+    fi
+    passed=$((passed + totals[0]))
+    failed=$((failed + totals[1]))
+    skipped=$((skipped + totals[2]))
+    if [ "${totals[1]}" -gt 0 ]; then
+        failures+=("$name: ${totals[1]} tests")
+    elif [ $status -ne 0 ]; then
+        fail "$name: status $status"
+    elif [ "${totals[0]}" -eq 0 ]; then
+        fail "$name: no test was run"
+    fi
+}
+
+own_files()
+{
+    find src tests bench packaging .ci ./*.sh -type f -not -path '*/__pycache__/*' "$@"
+}
+
+check_format()
+{
+    own_files '(' -name '*.h' -o -name '*.cpp' -o -name '*.c' ')' -print0 |
+        xargs -0 clang-format --dry-run -Werror
+}
+
+check_scripts()
+{
+    local script scripts=()
+    while IFS= read -r script; do
+        scripts+=("$script")
+    done < <(own_files -exec awk 'FNR == 1 && /^#!.*[\/ ](ba)?sh/ { print FILENAME } FNR == 1 { nextfile }' {} +)
+    shellcheck "${scripts[@]}"
+}
+
+build()
+{
+    cmake --preset "$1" >/dev/null && cmake --build --preset "$1"
+}
+
+unit_tests()
+{
+    suite "unit tests, $1" "$results/unit-$1.xml" \
+        ctest --preset "$1" --parallel 2 --output-junit "$results/unit-$1.xml"
+}
+
+end_to_end_tests()
+{
+    # Through a descriptor: the tests see other file systems in the place of this one.
+    tests/e2e/run build/dev --junitxml=/proc/self/fd/9 9>"$results/e2e.xml"
+}
+
+if [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
+    echo "Signatures: the signed ones in $TVFILEMON_TEST_SIGNATURES"
+elif [ "${CI:-}" = true ]; then
+    fail "signed signatures: there is no directory $TVFILEMON_TEST_SIGNATURES"
+else
+    echo "Signatures: no directory $TVFILEMON_TEST_SIGNATURES, using unsigned ones made for the tests"
+fi
+
+step "packages" packaging/install-dependencies run test || true
+
+if ! $quick; then
+    step "clang-format" check_format || true
+    step "shellcheck" check_scripts || true
+fi
+if step "build, dev" build dev; then
+    $quick || step "clang-tidy" tests/lint/clang_tidy build/dev || true
+    unit_tests dev
+    suite "end-to-end tests" "$results/e2e.xml" end_to_end_tests
+    step "popup on a desktop" tests/desktop/popup_check build/dev "$results/popup.png" || true
+fi
+if ! $quick && step "build, asan" build asan; then
+    unit_tests asan
+fi
+
+echo
+for failure in "${failures[@]}"; do
+    echo "FAILED: $failure"
+done
+echo "$passed passed, $failed failed, $skipped skipped"
+[ $failed -eq 0 ]
