@@ -46,9 +46,8 @@ bool Dispatcher::run()
     if (!m_childEnded.isValid()) {
         return false;
     }
-    // Nothing that runs here may gain a privilege or be looked into by the users it acts for.
+    // Nothing that runs here has a use for a privilege that it does not have already.
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 
     while (!isFinished()) {
         waitForWork();
@@ -145,9 +144,8 @@ void Dispatcher::deliver(uid_t owner, const PopupQueue& popups, pid_t dispatcher
     if (!becomeUser(owner)) {
         ::_exit(EXIT_FAILURE);
     }
-    // After the change of user, which clears it; and again not dumpable, which the change decides anew.
+    // After the change of user, which clears it.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
-    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
     if (::getppid() != dispatcher) {
         ::_exit(EXIT_FAILURE);
     }

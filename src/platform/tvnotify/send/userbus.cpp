@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,6 +58,10 @@ bool becomeUser(uid_t user)
     }
     if (::setgroups(0, nullptr) != 0 || ::setresgid(groupOfNobody, groupOfNobody, groupOfNobody) != 0 ||
         ::setresuid(user, user, user) != 0) {
+        return false;
+    }
+    // The memory still holds what root knew; the user must not look into it or steer this process.
+    if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
         return false;
     }
     uid_t real = 0;

@@ -291,6 +291,7 @@ void TestDispatcher::holdsNothingWhenIdle()
     QTRY_COMPARE_WITH_TIMEOUT(bus.callCount(), 1, 20000);
     QTRY_VERIFY(childrenOf(m_dispatcher).isEmpty());
     const int before = descriptorCount(m_dispatcher);
+    QVERIFY(before > 0);
     for (int i = 0; i < 30; ++i) {
         QVERIFY(send("again"));
         QTRY_COMPARE_WITH_TIMEOUT(bus.callCount(), 2 + i, 20000);

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include <grp.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -166,6 +167,7 @@ void TestUserBus::becomesAnotherForGoodOrNotAtAll()
         result = ::getgroups(1, groups) == 0 ? result : 4;
         result = ::setresuid(0, 0, 0) != 0 && ::setgroups(0, nullptr) != 0 ? result : 5;
         result = ::chown("/", 0, 0) != 0 ? result : 6;
+        result = ::prctl(PR_GET_DUMPABLE) == 0 ? result : 7;
         ::_exit(result);
     }
     int status = -1;
