@@ -55,6 +55,15 @@ def bus():
     session_bus.close()
 
 
+@pytest.fixture
+def watch_limit():
+    """Sets how many directories all programs of the test may watch."""
+    setting = harness.Path("/proc/sys/user/max_inotify_watches")
+    before = setting.read_text()
+    yield lambda number: setting.write_text(str(number))
+    setting.write_text(before)
+
+
 @pytest.fixture(scope="session")
 def locale_path():
     return harness.make_locales()

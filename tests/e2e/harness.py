@@ -122,6 +122,29 @@ class Mounts:
             self.unmount(target)
 
 
+class Chroot:
+    """A root directory in which every place can be written to, with the libraries of the machine and the /home
+    of the test. Without `media` it has no /media."""
+
+    def __init__(self, mounts, media=True):
+        self.path = fresh_directory() / "chroot"
+        for name in ("usr/lib", "tmp", "run", "var/tmp", "bin"):
+            (self.path / name).mkdir(parents=True)
+        os.symlink("usr/lib", self.path / "lib")
+        os.symlink("usr/lib64", self.path / "lib64")
+        # Each library directory by itself, so that others can be made beside them.
+        visible = [*Path("/usr/lib").glob("*-linux-gnu*"), "/usr/share", "/usr/lib64", "/etc", "/dev", "/proc",
+                   BASE / "tools", "/home"] + (["/media"] if media else [])
+        for source in map(Path, visible):
+            if source.is_dir() and not source.is_symlink():
+                target = Path(f"{self.path}{source}")
+                target.mkdir(parents=True)
+                mounts.bind(source, target, recursive=True)
+
+    def command(self, executable):
+        return ["/usr/sbin/chroot", self.path, executable]
+
+
 class SessionBus:
     """A private session bus at `address`, with a notification server that records what it is asked to show."""
 
@@ -270,7 +293,6 @@ class Installation:
         self.root = Path(root)
         self.process = None
         self._output = fresh_directory() / "output"
-        self._sentinels = itertools.count()
         self._ended_on_purpose = False
         self._install(databases)
 
@@ -369,7 +391,7 @@ class Installation:
     def log(self):
         try:
             return parse_log(self.log_file.read_bytes())
-        except FileNotFoundError:
+        except (FileNotFoundError, NotADirectoryError):
             return []
 
     def lines(self):
@@ -395,7 +417,7 @@ class Installation:
         Events come in order, and a new directory is logged whatever else is switched off.
         """
         # At the top, where every directory is watched.
-        path = f"/home/.settle{next(self._sentinels)}"
+        path = f"/home/.settle{next(_numbers)}"
         os.mkdir(path)
         self.wait_log(*directory_added(path))
         return [line for line in self.log() if "/home/.settle" not in line.message]

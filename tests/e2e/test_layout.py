@@ -5,30 +5,9 @@ import subprocess
 
 import pytest
 
-from harness import EICAR, Installation, Path, cleaned, found, fresh_directory, wait_gone, write_once
+from harness import Chroot, EICAR, Installation, Path, cleaned, found, wait_gone, write_once
 
 FIXED_ROOT = "/usr/lib/Talvenor"
-
-
-class Chroot:
-    """A root directory in which every place can be written to, with the libraries of the machine."""
-
-    def __init__(self, mounts):
-        self.path = fresh_directory() / "chroot"
-        for name in ("usr/lib", "home/u", "media", "tmp", "run", "var/tmp", "etc", "opt", "bin", "mnt"):
-            (self.path / name).mkdir(parents=True)
-        # Each library directory by itself, so that others can be made beside them.
-        for source in [*Path("/usr/lib").glob("*-linux-gnu*"), Path("/usr/share"), Path("/usr/lib64"), Path("/etc"),
-                       Path("/dev"), Path("/proc"), Path("/mnt/tools")]:
-            if source.is_dir() and not source.is_symlink():
-                target = Path(f"{self.path}{source}")
-                target.mkdir(parents=True, exist_ok=True)
-                mounts.bind(source, target, recursive=True)
-        os.symlink("usr/lib", self.path / "lib")
-        os.symlink("usr/lib64", self.path / "lib64")
-        # Events tell of a directory, wherever it is mounted.
-        mounts.bind("/home", self.path / "home")
-        mounts.bind("/media", self.path / "media")
 
 
 @pytest.fixture
@@ -56,7 +35,7 @@ def test_the_root(chroot, home, place, root):
         libraries.mkdir(exist_ok=True)
         subprocess.run(["cp", "-a", "--", *(tv.root / "lib").glob("*tv*"), libraries], check=True)
     try:
-        tv.start(command=["/usr/sbin/chroot", chroot.path, f"{place}/tvfilemon"])
+        tv.start(command=chroot.command(f"{place}/tvfilemon"))
         path = write_once(home / "eicar")
         wait_gone(path)
         lines = [line.what() for line in tv.settle()]

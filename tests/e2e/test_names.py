@@ -8,7 +8,7 @@ import sqlite3
 
 import pytest
 
-from harness import (EICAR, EICAR_NAME, Unwatched, cleaned, found, quarantine_name, wait_gone)
+from harness import (EICAR, EICAR_NAME, Unwatched, cleaned, found, quarantine_name, wait_gone, write_once)
 
 NAMES = {
     "spaces": b" two  words ",
@@ -47,7 +47,7 @@ NAMES = {
 
 
 def escape_bytes(error):
-    return "".join(f"\\x{byte:02X}" for byte in error.object[error.start:error.end]), error.end
+    return "".join(f"\\x{byte:02x}" for byte in error.object[error.start:error.end]), error.end
 
 
 codecs.register_error("escape_bytes", escape_bytes)
@@ -120,14 +120,13 @@ def test_a_file_of_this_name(tv, bus, home, name):
 def test_a_directory_of_this_name(tv, home, name):
     at_start = os.fsencode(home) + b"/" + name
     os.mkdir(at_start)
-    unwatched = Unwatched()
     tv.start()
     later = b"/media/" + name
     os.mkdir(later)
     tv.settle()
     for directory in (at_start, later):
         path = directory + b"/eicar"
-        unwatched.move_in(path)
+        write_once(path)
         wait_gone(path)
         text = os.fsdecode(path)
         assert {found(text), cleaned(text)} <= {line.what() for line in tv.settle()}
