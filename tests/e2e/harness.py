@@ -123,8 +123,8 @@ class Mounts:
 
 
 class Chroot:
-    """A root directory in which every place can be written to, with the libraries of the machine and the /home
-    of the test. Without `media` it has no /media."""
+    """A root directory in which every place can be written to, with the libraries of the machine and the
+    /home of the test. Without `media` it has no /media."""
 
     def __init__(self, mounts, media=True):
         self.path = fresh_directory() / "chroot"
@@ -133,8 +133,8 @@ class Chroot:
         os.symlink("usr/lib", self.path / "lib")
         os.symlink("usr/lib64", self.path / "lib64")
         # Each library directory by itself, so that others can be made beside them.
-        visible = [*Path("/usr/lib").glob("*-linux-gnu*"), "/usr/share", "/usr/lib64", "/etc", "/dev", "/proc",
-                   BASE / "tools", "/home"] + (["/media"] if media else [])
+        visible = [*Path("/usr/lib").glob("*-linux-gnu*"), "/usr/share", "/usr/lib64", "/etc", "/dev",
+                   "/proc", BASE / "tools", "/home"] + (["/media"] if media else [])
         for source in map(Path, visible):
             if source.is_dir() and not source.is_symlink():
                 target = Path(f"{self.path}{source}")
@@ -146,7 +146,7 @@ class Chroot:
 
 
 class SessionBus:
-    """A private session bus at `address`, with a notification server that records what it is asked to show."""
+    """A private session bus at `address`, with a notification server that records what it has to show."""
 
     def __init__(self, address):
         self.address = address
@@ -189,7 +189,7 @@ class SessionBus:
 
 @dataclass(frozen=True)
 class Line:
-    """A line of the log. `code` is the number of an error line, `repeats` what the counter line below says."""
+    """A line of the log; `code`: the number of an error line, `repeats`: what the counter line below says."""
 
     time: str
     level: str
@@ -229,7 +229,7 @@ def parse_log(data):
     return lines
 
 
-# Every line that the service may write: level, location, pattern of the message, whether it has a code.
+# Every line that the service may write: level, location, pattern of the message. Only errors have a code.
 KNOWN_LINES = [
     ("INFO", "LoggerStarted", r"Build Date: \d{4}-\d\d-\d\d \d\d:\d\d:\d\d"),
     ("TRACE", "CScanManager::loadSettings", r"Settings loaded successfully\."),
@@ -250,11 +250,14 @@ KNOWN_LINES = [
 ]
 
 
+def is_line(line, level, location, pattern):
+    return (line.level == level and line.location == location
+            and re.fullmatch(pattern, line.message, re.DOTALL) is not None
+            and (line.code is not None) == (level == "ERROR"))
+
+
 def is_known(line):
-    return (line.code is not None) == (line.level == "ERROR") and any(
-        line.level == level and line.location == location and re.fullmatch(pattern, line.message, re.DOTALL)
-        for level, location, pattern in KNOWN_LINES
-    )
+    return any(is_line(line, *known) for known in KNOWN_LINES)
 
 
 def found(path):
@@ -479,8 +482,8 @@ def wait_gone(path, timeout=TIMEOUT):
 
 
 class Unwatched:
-    """A directory that nobody watches, on the file system of /home: hidden ones that exist at the start are not
-    walked into. To be made before the service starts."""
+    """A directory that nobody watches, on the file system of /home: hidden ones that exist at the start are
+    not walked into. To be made before the service starts."""
 
     def __init__(self):
         self.path = Path("/home/.unwatched")

@@ -2,9 +2,8 @@
 
 import errno
 import os
-import re
 
-from harness import (KNOWN_LINES, Chroot, Installation, Unwatched, cleaned, is_known, wait_gone,
+from harness import (KNOWN_LINES, Chroot, Installation, Unwatched, cleaned, is_known, is_line, wait_gone,
                      write_once)
 
 
@@ -53,9 +52,7 @@ def test_every_line(tv, home, mounts):
     log = lines_of_a_full_life(tv, home, mounts)
     log += lines_of_a_poor_life(home, mounts)
     assert [line for line in log if not is_known(line)] == []
-    missing = [known for known in KNOWN_LINES if not any(
-        line.level == known[0] and line.location == known[1] and re.fullmatch(known[2], line.message) for line in log)]
-    assert missing == []
+    assert [known for known in KNOWN_LINES if not any(is_line(line, *known) for line in log)] == []
 
 
 def test_without_media(home, mounts):
@@ -90,5 +87,6 @@ def test_no_more_watches(tv, home, watch_limit):
     assert not [path for path in tried if os.path.dirname(path) in tried]
     wait_gone(write_once(home / "eicar"))
     (home / "later").mkdir()
-    last = tv.wait_log("ERROR", "FileMonitor::addNewDirToWatchRecursive", f"Failed to add path for watch: {home}/later")
+    last = tv.wait_log("ERROR", "FileMonitor::addNewDirToWatchRecursive",
+                       f"Failed to add path for watch: {home}/later")
     assert last.code == errno.ENOSPC

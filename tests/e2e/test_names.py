@@ -63,7 +63,8 @@ def substitute(text, value):
     numbers = [int(number) for number in re.findall(r"%L?([0-9]{1,2})", text)]
     if not numbers:
         return text
-    return re.sub(r"%L?([0-9]{1,2})", lambda match: value if int(match[1]) == min(numbers) else match[0], text)
+    lowest = min(numbers)
+    return re.sub(r"%L?([0-9]{1,2})", lambda match: value if int(match[1]) == lowest else match[0], text)
 
 
 def popup_text(name, path):

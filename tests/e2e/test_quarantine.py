@@ -9,7 +9,8 @@ from datetime import datetime
 
 import pytest
 
-from harness import (EICAR, KLEZ_PATTERN, Unwatched, cleaned, exists, found, quarantine_name, wait_gone, write_once)
+from harness import (EICAR, KLEZ_PATTERN, Unwatched, cleaned, exists, found, quarantine_name, wait_gone,
+                     write_once)
 
 
 def backup_error(path):

@@ -22,6 +22,8 @@ START = [
 
 ROTATE_ABOVE = 2 * 1024 * 1024
 
+GOOD_DATABASE = SIGNATURES / "test-6.cvd"
+
 
 def test_the_lines_of_a_start(tv):
     began = time.time()
@@ -47,9 +49,9 @@ def test_the_bytes_of_the_log(tv, home):
     stamp = rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d:\d{3}  "
     data = tv.log_file.read_bytes()
     assert re.match(stamp + rb"\[INFO\]  \[LoggerStarted\] :: Build Date: [-: 0-9]{19}\r\n", data)
-    assert re.search(rb"\r\n" + stamp + rb"\[TRACE\]  \[FileMonitor::scanFile\] :: Found infected file \| Status:1 \| "
-                     rb"/home/u/eicar\r\n" + stamp + rb"\[TRACE\]  \[FileMonitor::scanFile\] :: "
-                     rb"Cleaned infected file \| Status:-1 \| /home/u/eicar\r\n", data)
+    begin = stamp + rb"\[TRACE\]  \[FileMonitor::scanFile\] :: "
+    assert re.search(rb"\r\n" + begin + rb"Found infected file \| Status:1 \| /home/u/eicar\r\n"
+                     + begin + rb"Cleaned infected file \| Status:-1 \| /home/u/eicar\r\n", data)
 
 
 def test_one_run_after_another_goes_into_one_log(tv):
@@ -75,8 +77,8 @@ def test_directories_are_made_when_they_are_needed(tv, home):
     assert {path.name for path in tv.root.iterdir()} - installed == {"logs", "settings", "quarantine"}
 
 
-@pytest.mark.parametrize("name", ["bin/tvfilemon", "lib/libtvcore.so.1", "lib/libtvnotify.so.1", "icons/ip_block.png",
-                                  "db/"])
+@pytest.mark.parametrize("name", ["bin/tvfilemon", "lib/libtvcore.so.1", "lib/libtvnotify.so.1",
+                                  "icons/ip_block.png", "db/"])
 def test_what_is_installed(tv, name):
     path = tv.root / name
     assert path.is_dir() if name.endswith("/") else path.stat().st_size > 0
@@ -94,12 +96,14 @@ def start_lines(tv):
     return [line.what() for line in tv.log() if line.location.startswith("CScanFile::")]
 
 
-@pytest.mark.parametrize("prepare", [lambda db: shutil.rmtree(db), lambda db: None,
-                                     lambda db: (db / "local.ndb").write_text(f"Test:0:*:{EICAR.hex()}\n"),
-                                     lambda db: shutil.copy(SIGNATURES / "test-6.cvd", db / "test-6.cld"),
-                                     lambda db: shutil.copy(SIGNATURES / "test-6.cvd", db / "test-6.cvd.old"),
-                                     lambda db: shutil.copy(SIGNATURES / "test-6.cvd", db / ".hidden.cvd")],
-                         ids=["missing", "empty", "loose signatures", "incremental", "another ending", "hidden"])
+@pytest.mark.parametrize("prepare", [
+    pytest.param(shutil.rmtree, id="missing"),
+    pytest.param(lambda db: None, id="empty"),
+    pytest.param(lambda db: (db / "loose.ndb").write_text(f"Test:0:*:{EICAR.hex()}\n"), id="loose one"),
+    pytest.param(lambda db: shutil.copy(GOOD_DATABASE, db / "test-6.cld"), id="incremental"),
+    pytest.param(lambda db: shutil.copy(GOOD_DATABASE, db / "test-6.cvd.old"), id="another ending"),
+    pytest.param(lambda db: shutil.copy(GOOD_DATABASE, db / ".hidden.cvd"), id="hidden"),
+])
 def test_without_databases(home, prepare):
     tv = Installation(fresh_directory() / "root", databases=())
     try:
@@ -118,7 +122,7 @@ def test_without_databases(home, prepare):
 CORRUPT = {
     "garbage": lambda good: b"this is no database\n" * 100,
     "empty": lambda good: b"",
-    "cut off": lambda good: good[:len(good) // 2] if good.startswith(b"ClamAV-VDB:") else b"ClamAV-VDB:cut off",
+    "cut off": lambda good: good[:len(good) // 2] if good[:1] == b"C" else b"ClamAV-VDB:",
     "header alone": lambda good: b"ClamAV-VDB:22 Jun 2021 21-34 -0400:6:14:81:X:X:x:1624412045".ljust(512),
 }
 
@@ -127,7 +131,7 @@ CORRUPT = {
 def test_a_corrupt_database(home, content):
     tv = Installation(fresh_directory() / "root")
     try:
-        (tv.db / "test-5b.cvd").write_bytes(content((SIGNATURES / "test-6.cvd").read_bytes()))
+        (tv.db / "test-5b.cvd").write_bytes(content(GOOD_DATABASE.read_bytes()))
         tv.start()
         initialised, failed = start_lines(tv)
         assert initialised == START[1]
@@ -149,7 +153,7 @@ def test_databases_are_taken_in_the_order_of_their_names(home):
     tv = Installation(fresh_directory() / "root", databases=())
     try:
         for name in ("c.cvd", "B.CVD", "a.cvd"):
-            (tv.db / name).write_bytes(b"garbage" if name != "a.cvd" else (SIGNATURES / "test-6.cvd").read_bytes())
+            (tv.db / name).write_bytes(GOOD_DATABASE.read_bytes() if name == "a.cvd" else b"garbage")
         tv.start()
         failures = [line[2] for line in start_lines(tv) if line[0] == "ERROR"]
         assert [failure.partition(" Error:")[0] for failure in failures] == [

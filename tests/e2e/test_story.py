@@ -9,8 +9,9 @@ from datetime import datetime
 
 import pytest
 
-from harness import (CLAM_EXE_NAME, CLAM_FILES, EICAR, EICAR_NAME, KLEZ_NAME, KLEZ_PATTERN, SessionBus, Unwatched,
-                     cleaned, exists, found, quarantine_name, scan_error, wait_gone, wait_until, write_once)
+from harness import (CLAM_EXE_NAME, CLAM_FILES, EICAR, EICAR_NAME, KLEZ_NAME, KLEZ_PATTERN, SessionBus,
+                     Unwatched, cleaned, exists, found, quarantine_name, scan_error, wait_gone, wait_until,
+                     write_once)
 
 # QFileDevice::RemoveError
 REMOVE_ERROR = 9

@@ -4,7 +4,8 @@ import re
 
 import pytest
 
-from harness import (EICAR, Installation, Unwatched, cleaned, exists, found, scan_error, wait_gone, write_once)
+from harness import (EICAR, Installation, Unwatched, cleaned, exists, found, scan_error, wait_gone,
+                     write_once)
 
 
 def test_protection_is_on_without_settings(tv, home):

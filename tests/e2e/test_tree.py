@@ -4,8 +4,8 @@ import os
 
 import pytest
 
-from harness import (Path, Unwatched, cleaned, directory_added, directory_removed, found, scan_error, wait_gone,
-                     write_once)
+from harness import (Path, Unwatched, cleaned, directory_added, directory_removed, found, scan_error,
+                     wait_gone, write_once)
 
 
 def add_error(path, walk):

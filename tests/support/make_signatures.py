@@ -15,7 +15,9 @@ import os
 import sys
 
 # In pieces, so that no scanner takes this file for the test file itself.
-EICAR = b"".join([b"X5O!P%@AP[4\\PZX54(P^)7CC)7}", b"$EICAR", b"-STANDARD", b"-ANTIVIRUS", b"-TEST-FILE!", b"$H+H*"])
+EICAR = b"".join(
+    [b"X5O!P%@AP[4\\PZX54(P^)7CC)7}", b"$EICAR", b"-STANDARD", b"-ANTIVIRUS", b"-TEST-FILE!", b"$H+H*"]
+)
 EICAR_NAME = "Eicar-Test-Signature"
 
 CLAM_EXE_MD5 = "aa15bcf478d165efd2065190eb473bcb"
@@ -23,8 +25,8 @@ CLAM_EXE_SIZE = 544
 CLAM_EXE_NAME = "Clamav.Test.File-6"
 
 KLEZ_PATTERN = bytes.fromhex(
-    "2d4000bd08104000e89eeaffff80bd08104000be7d2d4000e849eaffff6a00e83500000064756d6d792e65786500653a5c77696e646f"
-    "77735c53795374656d33325c644c6c63616368655c6464642e65786500ff254c404000ff25544040"
+    "2d4000bd08104000e89eeaffff80bd08104000be7d2d4000e849eaffff6a00e83500000064756d6d792e65786500653a5c77"
+    "696e646f77735c53795374656d33325c644c6c63616368655c6464642e65786500ff254c404000ff25544040"
 )
 KLEZ_NAME = "Win.Worm.Klez-1"
 
