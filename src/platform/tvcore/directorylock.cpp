@@ -11,14 +11,14 @@ DirectoryLock::DirectoryLock(const QString& directory)
 {
     const QByteArray name = FileName::toBytes(directory);
     m_directory.reset(::open(name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!m_directory.isValid()) {
-        m_error = StoreError::ofErrno(directory, errno);
-        return;
+    int error = m_directory.isValid() ? 0 : errno;
+    if (error == 0) {
+        error = ::flock(m_directory.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
     }
-    if (::flock(m_directory.get(), LOCK_EX | LOCK_NB) != 0) {
-        m_error = StoreError::ofErrno(directory, errno);
-        if (errno == EWOULDBLOCK) {
-            m_error.fault = StoreError::Busy;
-        }
+    if (error != 0) {
+        m_error = StoreError::ofErrno(directory, error);
+    }
+    if (error == EWOULDBLOCK) {
+        m_error.fault = StoreError::Busy;
     }
 }

@@ -118,14 +118,16 @@ qint64 ReportStore::removeBefore(const QDateTime& before)
     qint64 removed = 0;
     int step = 0;
     do {
-        const bool isRemoved = m_store.write([&before, &step](StoreConnection& connection) {
-            const bool isDone = connection.execute(
-                QStringLiteral("DELETE FROM virus_report WHERE id IN "
-                               "(SELECT id FROM virus_report WHERE detected_at < ? LIMIT ?)"),
-                {toBoundTime(before), removedPerStep});
-            step = connection.affectedRows();
-            return isDone;
-        });
+        const bool isRemoved = m_store.write(
+            [&before, &step](StoreConnection& connection) {
+                const bool isDone = connection.execute(
+                    QStringLiteral("DELETE FROM virus_report WHERE id IN "
+                                   "(SELECT id FROM virus_report WHERE detected_at < ? LIMIT ?)"),
+                    {toBoundTime(before), removedPerStep});
+                step = connection.affectedRows();
+                return isDone;
+            },
+            Store::Patience::Long);
         if (!isRemoved) {
             return -1;
         }

@@ -84,17 +84,19 @@ ScanSetting SettingsStore::scanSetting()
 
 bool SettingsStore::setScanSetting(const ScanSetting& setting)
 {
-    const bool isStored = m_store.write([&setting](StoreConnection& connection) {
-        if (!storeSetting(connection, actionName, setting.getScanActionSetting())) {
-            return false;
-        }
-        for (const ScanSwitch& each : scanSwitches) {
-            if (!storeSetting(connection, each.name, (setting.*each.get)() ? 1 : 0)) {
+    const bool isStored = m_store.write(
+        [&setting](StoreConnection& connection) {
+            if (!storeSetting(connection, actionName, setting.getScanActionSetting())) {
                 return false;
             }
-        }
-        return true;
-    });
+            for (const ScanSwitch& each : scanSwitches) {
+                if (!storeSetting(connection, each.name, (setting.*each.get)() ? 1 : 0)) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        Store::Patience::Long);
     if (isStored) {
         m_last.scanSetting = setting;
     }
@@ -113,12 +115,12 @@ QSet<QString> SettingsStore::excludeList(int list)
         paths.clear();
         // One statement, so that the list is not seen half changed. A list without entries gives one row.
         return connection.select(
-            QStringLiteral("SELECT CAST(path AS BLOB) FROM exclude_list "
+            QStringLiteral("SELECT path IS NOT NULL, CAST(path AS BLOB) FROM exclude_list "
                            "LEFT JOIN exclude_entry USING(list) WHERE exclude_list.list = ?"),
             {list}, [&wasEverSet, &paths](const QSqlQuery& row) {
                 wasEverSet = true;
-                if (!row.isNull(0)) {
-                    paths.insert(StoreText::fromFetched(row.value(0).toByteArray()));
+                if (row.value(0).toBool()) {
+                    paths.insert(StoreText::fromFetched(row.value(1).toByteArray()));
                 }
             });
     });
@@ -134,23 +136,25 @@ bool SettingsStore::setExcludeList(int list, const QSet<QString>& paths)
     if (list < 0 || list >= excludeListCount) {
         return false;
     }
-    const bool isStored = m_store.write([list, &paths](StoreConnection& connection) {
-        if (!connection.execute(QStringLiteral("INSERT OR IGNORE INTO exclude_list(list) VALUES(?)"),
-                                {list}) ||
-            !connection.execute(QStringLiteral("DELETE FROM exclude_entry WHERE list = ?"), {list})) {
-            return false;
-        }
-        for (const QString& path : paths) {
-            // Two texts may stand for the same bytes.
-            if (!connection.execute(
-                    QStringLiteral(
-                        "INSERT OR IGNORE INTO exclude_entry(list, path) VALUES(?, CAST(? AS TEXT))"),
-                    {list, StoreText::toBound(path)})) {
+    const bool isStored = m_store.write(
+        [list, &paths](StoreConnection& connection) {
+            if (!connection.execute(QStringLiteral("INSERT OR IGNORE INTO exclude_list(list) VALUES(?)"),
+                                    {list}) ||
+                !connection.execute(QStringLiteral("DELETE FROM exclude_entry WHERE list = ?"), {list})) {
                 return false;
             }
-        }
-        return true;
-    });
+            for (const QString& path : paths) {
+                // Two texts may stand for the same bytes.
+                if (!connection.execute(
+                        QStringLiteral(
+                            "INSERT OR IGNORE INTO exclude_entry(list, path) VALUES(?, CAST(? AS TEXT))"),
+                        {list, StoreText::toBound(path)})) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        Store::Patience::Long);
     if (isStored) {
         m_last.excludeLists[static_cast<std::size_t>(list)] = paths;
     }
@@ -169,9 +173,11 @@ bool SettingsStore::isOnlineProtectionEnabled()
 
 bool SettingsStore::setOnlineProtectionEnabled(bool enabled)
 {
-    const bool isStored = m_store.write([enabled](StoreConnection& connection) {
-        return storeSetting(connection, onlineProtectionName, enabled ? 1 : 0);
-    });
+    const bool isStored = m_store.write(
+        [enabled](StoreConnection& connection) {
+            return storeSetting(connection, onlineProtectionName, enabled ? 1 : 0);
+        },
+        Store::Patience::Long);
     if (isStored) {
         m_last.isOnlineProtectionEnabled = enabled;
     }

@@ -2,7 +2,6 @@
 
 #include "common/common.h"
 #include "platform/tvcore/directorylock.h"
-#include "platform/tvcore/storefiles.h"
 #include "platform/tvcore/storelog.h"
 #include "platform/tvcore/storeopener.h"
 
@@ -10,16 +9,19 @@
 #include <QFileInfo>
 #include <QThread>
 
-#include <algorithm>
 #include <utility>
 
 namespace
 {
-/// The longest that one operation waits for others; it also holds up the file events of the service.
-constexpr qint64 maxWaitMs = 150;
-constexpr qint64 maxPauseMs = 20;
-/// Having waited in vain, operations do not wait for this long, so that a lock that stays for good costs
-/// the service a small part of its time and not most of it.
+constexpr qint64 briefWaitMs = 150;
+constexpr qint64 longWaitMs = 5000;
+/// Between two looks whether the lock has gone.
+constexpr unsigned long pauseMs = 1;
+/// Between two transactions of one process, so that another that looks for its chance every millisecond
+/// gets one; who writes in a loop would hold the lock nearly all the time.
+constexpr qint64 gapMs = 3;
+/// Having waited in vain, brief operations do not wait for this long, so that a lock that stays for good
+/// costs the service a small part of its time and not most of it.
 constexpr qint64 impatienceMs = 2000;
 /// A file that could not be opened is tried again after this long, at once when it changed.
 constexpr qint64 reopenPauseMs = 500;
@@ -36,17 +38,21 @@ Store::~Store() = default;
 void Store::setDirectory(const QString& directory)
 {
     close();
+    for (int access = Read; access < AccessCount; ++access) {
+        m_waited[access].invalidate();
+        m_noted[access] = StoreError::None;
+    }
     m_directory = directory.isEmpty() ? directory : QDir(directory).absolutePath();
 }
 
 bool Store::read(const Work& work)
 {
-    return run(Read, work);
+    return run(Read, work, Patience::Brief);
 }
 
-bool Store::write(const Work& work)
+bool Store::write(const Work& work, Patience patience)
 {
-    return run(Write, work);
+    return run(Write, work, patience);
 }
 
 void Store::close()
@@ -56,23 +62,26 @@ void Store::close()
     m_stamp = {};
 }
 
-bool Store::run(Access access, const Work& work)
+bool Store::run(Access access, const Work& work, Patience patience)
 {
-    const bool isPatient = !m_waited[access].isValid() || m_waited[access].hasExpired(impatienceMs);
+    const bool waits = patience == Patience::Long || !m_waited[access].isValid() ||
+                       m_waited[access].hasExpired(impatienceMs);
+    const qint64 maxWaitMs = patience == Patience::Long ? longWaitMs : briefWaitMs;
     QElapsedTimer waiting;
-    qint64 pauseMs = 1;
     StoreError error = attempt(access, work);
-    while (error.fault == StoreError::Busy && isPatient) {
+    while (error.fault == StoreError::Busy && waits) {
         if (!waiting.isValid()) {
             waiting.start();
         }
-        if (waiting.elapsed() + pauseMs > maxWaitMs) {
+        if (waiting.hasExpired(maxWaitMs)) {
             m_waited[access].start();
             break;
         }
-        QThread::msleep(static_cast<unsigned long>(pauseMs));
-        pauseMs = std::min(pauseMs * 2, maxPauseMs);
+        QThread::msleep(pauseMs);
         error = attempt(access, work);
+    }
+    if (error.fault == StoreError::None) {
+        m_waited[access].invalidate();
     }
     note(access, error);
     return error.fault == StoreError::None;
@@ -80,18 +89,19 @@ bool Store::run(Access access, const Work& work)
 
 StoreError Store::attempt(Access access, const Work& work)
 {
+    StoreError error;
     if (m_connection != nullptr && isOutdated()) {
-        close();
+        error = leaveOutdated();
     }
-    if (m_connection == nullptr) {
-        const StoreError error = open();
-        if (error.fault != StoreError::None) {
-            return error;
-        }
+    if (error.fault == StoreError::None && m_connection == nullptr) {
+        error = open();
     }
-    const StoreError error = access == Write       ? inTransaction(work)
-                             : work(*m_connection) ? StoreError()
-                                                   : m_connection->lastError();
+    if (error.fault != StoreError::None) {
+        return error;
+    }
+    error = access == Write       ? inTransaction(work)
+            : work(*m_connection) ? StoreError()
+                                  : m_connection->lastError();
     if (error.fault == StoreError::Corrupt) {
         return replaceDamaged(error.text);
     }
@@ -110,11 +120,15 @@ StoreError Store::attempt(Access access, const Work& work)
 
 StoreError Store::inTransaction(const Work& work)
 {
+    if (m_written.isValid() && !m_written.hasExpired(gapMs)) {
+        QThread::msleep(static_cast<unsigned long>(gapMs));
+    }
     // Taking the write lock at once is the only way to be sure that the rest does not fail for want of it.
     if (!m_connection->execute(QStringLiteral("BEGIN IMMEDIATE"))) {
         return m_connection->lastError();
     }
     if (work(*m_connection) && m_connection->execute(QStringLiteral("COMMIT"))) {
+        m_written.start();
         return {};
     }
     const StoreError error = m_connection->lastError();
@@ -130,6 +144,19 @@ bool Store::isOutdated() const
                m_opened.hasExpired(reopenPauseMs);
     }
     return present.error() == 0 ? !present.isSameFile(m_stamp) : present.isMissing();
+}
+
+StoreError Store::leaveOutdated()
+{
+    if (FileStamp::of(m_path).error() == 0) {
+        const DirectoryLock lock(QFileInfo(m_path).path());
+        if (lock.error().fault == StoreError::Busy) {
+            return lock.error();
+        }
+        moveLeftovers();
+    }
+    close();
+    return {};
 }
 
 StoreError Store::open()
@@ -158,6 +185,7 @@ StoreError Store::openUnderLock(const QString& directory)
         StoreOpener opener(m_schema, m_path);
         m_connection = opener.open();
         m_stamp = opener.stamp();
+        m_companions = StoreFiles::Companions::of(m_path);
         error = opener.error();
         if (error.fault == StoreError::Corrupt) {
             error = moveAside(error.text);
@@ -173,9 +201,11 @@ StoreError Store::replaceDamaged(const QString& damage)
         return lock.error();
     }
     StoreError error;
-    // Another process may have met the damage first.
     if (FileStamp::of(m_path).isSameFile(m_stamp)) {
         error = moveAside(damage);
+    } else {
+        // Another process met the damage first.
+        moveLeftovers();
     }
     // Only now: SQLite leaves the log of a file alone that does not lie at its path any more.
     close();
@@ -196,6 +226,16 @@ StoreError Store::moveAside(const QString& damage)
                   qUtf8Printable(damage), qUtf8Printable(newPath));
     }
     return error;
+}
+
+void Store::moveLeftovers()
+{
+    // The connection is still open, so the numbers of its files cannot stand for others meanwhile.
+    QString newPath;
+    if (StoreFiles::moveLeftovers(m_path, m_companions, newPath)) {
+        qCInfo(lcTvcore, "%s was replaced; the log of the old one is kept as %s-wal", qUtf8Printable(m_path),
+               qUtf8Printable(newPath));
+    }
 }
 
 void Store::note(Access access, const StoreError& error)

@@ -3,6 +3,7 @@
 #include "platform/tvcore/filestamp.h"
 #include "platform/tvcore/storeconnection.h"
 #include "platform/tvcore/storeerror.h"
+#include "platform/tvcore/storefiles.h"
 #include "platform/tvcore/storeschema.h"
 
 #include <QElapsedTimer>
@@ -25,6 +26,16 @@ public:
     /// result, so it starts its output afresh.
     using Work = std::function<bool(StoreConnection&)>;
 
+    /// How long to go on trying while another process holds a lock.
+    enum class Patience
+    {
+        /// Up to 150 ms, and not at all while the lock stays: for what the service does between two file
+        /// events.
+        Brief,
+        /// Up to five seconds: for what a user asked for and would have to ask for again.
+        Long
+    };
+
     explicit Store(StoreSchema schema);
     ~Store();
     Store(const Store&) = delete;
@@ -36,7 +47,7 @@ public:
     /// Runs `work`, a single statement, or several that need not see the same state. False when it failed.
     bool read(const Work& work);
     /// Runs `work` in a transaction. False when nothing was changed.
-    bool write(const Work& work);
+    bool write(const Work& work, Patience patience = Patience::Brief);
 
     void close();
 
@@ -48,17 +59,20 @@ private:
         AccessCount
     };
 
-    bool run(Access access, const Work& work);
+    bool run(Access access, const Work& work, Patience patience);
     StoreError attempt(Access access, const Work& work);
     StoreError inTransaction(const Work& work);
     /// True when the open connection is to a file that is no longer the store.
     bool isOutdated() const;
+    /// Closes such a connection so that nothing of it gets into the new store.
+    StoreError leaveOutdated();
     StoreError open();
     StoreError openUnderLock(const QString& directory);
     /// The open connection has met damage.
     StoreError replaceDamaged(const QString& damage);
-    /// Under a DirectoryLock.
+    /// These two under a DirectoryLock.
     StoreError moveAside(const QString& damage);
+    void moveLeftovers();
     void note(Access access, const StoreError& error);
 
     const StoreSchema m_schema;
@@ -67,6 +81,7 @@ private:
     std::unique_ptr<StoreConnection> m_connection;
     /// Of the open file, or of the one that could not be opened.
     FileStamp m_stamp;
+    StoreFiles::Companions m_companions;
     /// When it was opened, or that failed.
     QElapsedTimer m_opened;
     /// Why there is no connection.
@@ -75,4 +90,6 @@ private:
     /// What was said last about each access.
     StoreError::Fault m_noted[AccessCount] = {StoreError::None, StoreError::None};
     QElapsedTimer m_waited[AccessCount];
+    /// When the last transaction ended.
+    QElapsedTimer m_written;
 };

@@ -2,13 +2,11 @@
 
 #include "common/filename.h"
 #include "common/uniquefd.h"
-#include "platform/tvcore/filestamp.h"
 
 #include <QDateTime>
 #include <QFileInfo>
 #include <QLocale>
 
-#include <array>
 #include <cerrno>
 
 #include <fcntl.h>
@@ -19,18 +17,33 @@
 namespace
 {
 constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-/// More names than that in one second are a loop, not bad luck.
-constexpr int maxNamesPerSecond = 100;
 const QLatin1String logSuffix("-wal");
+const QLatin1String indexSuffix("-shm");
 
-/// Returns 0 or the error number; EEXIST when `to` is taken.
+/// "<path>.<tag>-<date>", with a number added when something of that name is there already.
+QString unusedName(const QString& path, const QString& tag)
+{
+    const QString date =
+        QLocale::c().toString(QDateTime::currentDateTimeUtc(), QStringLiteral("yyyyMMdd'T'hhmmss'Z'"));
+    const QString wanted = QStringLiteral("%1.%2-%3").arg(path, tag, date);
+    QString name = wanted;
+    const auto isUsed = [&name](const QString& suffix) {
+        return FileStamp::of(name + suffix).error() == 0;
+    };
+    for (int number = 1; isUsed(QString()) || isUsed(logSuffix) || isUsed(indexSuffix); ++number) {
+        name = QStringLiteral("%1-%2").arg(wanted).arg(number);
+    }
+    return name;
+}
+
+/// Returns 0 or the error number.
 int renameWithoutReplacing(const QString& from, const QString& to)
 {
     const QByteArray source = FileName::toBytes(from);
     const QByteArray target = FileName::toBytes(to);
-    return ::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0
-               ? 0
-               : errno;
+    const int result =
+        ::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE);
+    return result == 0 ? 0 : errno;
 }
 } // namespace
 
@@ -38,10 +51,10 @@ StoreError StoreFiles::ensureExists(const QString& path)
 {
     const QByteArray name = FileName::toBytes(path);
     UniqueFd created(::open(name.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownerOnly));
-    if (created.isValid()) {
+    const int error = created.isValid() ? 0 : errno;
+    if (error == 0) {
         return {};
     }
-    const int error = errno;
     const FileStamp present = FileStamp::of(path);
     // A file that is there and cannot be created over is the normal case; also on a read-only file system.
     if (present.isRegularFile()) {
@@ -55,28 +68,34 @@ StoreError StoreFiles::ensureExists(const QString& path)
 
 StoreError StoreFiles::setAside(const QString& path, QString& newPath)
 {
-    const QString date =
-        QLocale::c().toString(QDateTime::currentDateTimeUtc(), QStringLiteral("yyyyMMdd'T'hhmmss'Z'"));
-    const QString firstChoice = path + QStringLiteral(".corrupt-") + date;
-    // The log goes first: once the database is away, another process may find a new one beside the old log.
-    const std::array<QString, 3> suffixes = {logSuffix, QStringLiteral("-shm"), QString()};
-    for (int number = 0; number < maxNamesPerSecond; ++number) {
-        newPath = number == 0 ? firstChoice : QStringLiteral("%1-%2").arg(firstChoice).arg(number);
-        int error = FileStamp::of(newPath).isMissing() ? 0 : EEXIST;
-        for (auto suffix = suffixes.begin(); error == 0 && suffix != suffixes.end(); ++suffix) {
-            error = renameWithoutReplacing(path + *suffix, newPath + *suffix);
-            if (error == ENOENT && !suffix->isEmpty()) {
-                error = 0;
-            }
-        }
-        if (error == 0) {
-            return {};
-        }
-        if (error != EEXIST) {
+    newPath = unusedName(path, QStringLiteral("corrupt"));
+    // The log goes first: once the database is away, SQLite may find a new one beside the old log.
+    for (const QString& suffix : {QString(logSuffix), QString(indexSuffix), QString()}) {
+        const int error = renameWithoutReplacing(path + suffix, newPath + suffix);
+        if (error != 0 && (error != ENOENT || suffix.isEmpty())) {
             return StoreError::ofErrno(newPath, error);
         }
     }
-    return StoreError::ofErrno(newPath, EEXIST);
+    return {};
+}
+
+StoreFiles::Companions StoreFiles::Companions::of(const QString& path)
+{
+    return {FileStamp::of(path + logSuffix), FileStamp::of(path + indexSuffix)};
+}
+
+bool StoreFiles::moveLeftovers(const QString& path, const Companions& companions, QString& newPath)
+{
+    newPath = unusedName(path, QStringLiteral("replaced"));
+    const Companions present = Companions::of(path);
+    bool isMoved = false;
+    if (present.log.isSameFile(companions.log)) {
+        isMoved = renameWithoutReplacing(path + logSuffix, newPath + logSuffix) == 0;
+    }
+    if (present.index.isSameFile(companions.index)) {
+        isMoved = renameWithoutReplacing(path + indexSuffix, newPath + indexSuffix) == 0 || isMoved;
+    }
+    return isMoved;
 }
 
 bool StoreFiles::isCompleteAndReadOnly(const QString& path)

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "platform/tvcore/store.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+/// A store of numbers in a directory of its own, for tests of what all stores have in common.
+class StoreFixture
+{
+public:
+    static StoreSchema firstVersion()
+    {
+        StoreSchema schema;
+        schema.fileName = QStringLiteral("test.db");
+        schema.applicationId = 0x54455354;
+        schema.migrations = {QStringList{QStringLiteral("CREATE TABLE number(value INTEGER NOT NULL)")}};
+        return schema;
+    }
+    static StoreSchema secondVersion()
+    {
+        StoreSchema schema = firstVersion();
+        schema.migrations.append(
+            QStringList{QStringLiteral("ALTER TABLE number ADD COLUMN note TEXT NOT NULL DEFAULT 'old'"),
+                        QStringLiteral("CREATE INDEX number_by_value ON number(value)")});
+        return schema;
+    }
+
+    StoreFixture()
+    {
+        start(firstVersion());
+    }
+    /// Goes on with another object, like a new process.
+    void start(const StoreSchema& schema)
+    {
+        m_store = std::make_unique<Store>(schema);
+        m_store->setDirectory(m_directory.path());
+    }
+
+    Store& store()
+    {
+        return *m_store;
+    }
+    QString directory() const
+    {
+        return m_directory.path();
+    }
+    QString path() const
+    {
+        return m_directory.filePath(QStringLiteral("test.db"));
+    }
+    /// The names of the files that were set aside, without those beside them.
+    QStringList setAside() const
+    {
+        return QDir(directory())
+            .entryList({QStringLiteral("test.db.corrupt-*Z"), QStringLiteral("test.db.corrupt-*Z-?")});
+    }
+    QByteArray content() const
+    {
+        QFile file(path());
+        return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    void setContent(const QByteArray& content) const
+    {
+        QFile file(path());
+        if (file.open(QFile::WriteOnly)) {
+            file.write(content);
+        }
+    }
+
+    bool add(int number)
+    {
+        return m_store->write([number](StoreConnection& connection) {
+            return connection.execute(QStringLiteral("INSERT INTO number(value) VALUES(?)"), {number});
+        });
+    }
+    /// -1 when it cannot be read.
+    int count()
+    {
+        int result = -1;
+        const bool isRead = m_store->read([&result](StoreConnection& connection) {
+            return connection.select(QStringLiteral("SELECT count(*) FROM number"), {},
+                                     [&result](const QSqlQuery& row) { result = row.value(0).toInt(); });
+        });
+        return isRead ? result : -1;
+    }
+
+private:
+    QTemporaryDir m_directory;
+    std::unique_ptr<Store> m_store;
+};
