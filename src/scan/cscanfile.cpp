@@ -159,6 +159,12 @@ bool CScanFile::isDBLoading() const
     return m_dbLoading;
 }
 
+bool CScanFile::canScan() const
+{
+    // An engine that was there keeps counting as ready when a second one could not be made in its place.
+    return m_engineReady && m_engine != nullptr;
+}
+
 cl_scan_options CScanFile::scanOptions() const
 {
     cl_scan_options options = {};
@@ -189,7 +195,7 @@ cl_scan_options CScanFile::scanOptions() const
 
 int CScanFile::scanFile(const QString& path, QString& virusName) const
 {
-    if (!m_engineReady) {
+    if (!canScan()) {
         return CL_ENULLARG;
     }
     const CheckedFile file(FileName::toBytes(path));
@@ -214,7 +220,7 @@ int CScanFile::scanFile(const QString& path, QString& virusName) const
 
 int CScanFile::scanUrl(const QString& url, QString& virusName) const
 {
-    if (!m_engineReady) {
+    if (!canScan()) {
         return CL_ENULLARG;
     }
     const QByteArray text = url.toUtf8();

@@ -48,6 +48,8 @@ private:
     CScanFile();
     ~CScanFile();
 
+    /// False when libclamav would be handed an engine that is not there, which crashes it.
+    bool canScan() const;
     cl_scan_options scanOptions() const;
 
     static CScanFile* _instance;
