@@ -14,7 +14,7 @@
 namespace
 {
 constexpr qint64 briefWaitMs = 150;
-constexpr qint64 longWaitMs = 5000;
+constexpr qint64 longWaitMs = 2000;
 /// Between two looks whether the lock has gone.
 constexpr unsigned long pauseMs = 1;
 /// Between two transactions of one process, so that another that looks for its chance every millisecond

@@ -32,7 +32,7 @@ public:
         /// Up to 150 ms, and not at all while the lock stays: for what the service does between two file
         /// events.
         Brief,
-        /// Up to five seconds: for what a user asked for and would have to ask for again.
+        /// Up to two seconds: for what a user asked for and would have to ask for again.
         Long
     };
 

@@ -13,7 +13,7 @@
 /// Accessors are cheap to make and hold nothing; stores are opened by the first operation that needs them
 /// and are shared by all accessors of the process. While another process holds a store, reading it and adding
 /// a detection wait up to about 200 ms, and not again while that lasts; what changes settings or removes
-/// records waits up to five seconds. What goes wrong is said once per change in the logging category
+/// records waits up to two seconds. What goes wrong is said once per change in the logging category
 /// `tvcore`.
 class TVCORE_EXPORT TvCore
 {
