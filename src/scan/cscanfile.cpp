@@ -37,6 +37,12 @@ int resultOf(int code, const char* name, QString& virusName)
     }
     return code;
 }
+
+/// libclamav's code for a file that cannot be opened, as its own open gives it.
+int openFailure(int error)
+{
+    return error == EACCES ? CL_EACCES : CL_EOPEN;
+}
 } // namespace
 
 CScanFile* CScanFile::_instance = nullptr;
@@ -200,14 +206,14 @@ int CScanFile::scanFile(const QString& path, QString& virusName) const
     }
     const CheckedFile file(FileName::toBytes(path));
     if (file.kind() == CheckedFile::Kind::Missing) {
-        return CL_EOPEN;
+        return openFailure(errno);
     }
     if (file.kind() == CheckedFile::Kind::Special) {
         return CL_CLEAN;
     }
     const UniqueFd opened = file.openForReading();
     if (!opened.isValid()) {
-        return CL_EOPEN;
+        return openFailure(errno);
     }
     // Some unpackers open the file once more, by the name given here: this one cannot be swapped.
     const QByteArray self = "/proc/self/fd/" + QByteArray::number(opened.get());
