@@ -384,6 +384,8 @@ class Installation:
             pass
         self.process.wait()
         assert status is None or self._ended_on_purpose, f"the service ended with {status}: {self.output()}"
+        # The undefined behaviour sanitizer goes on after telling.
+        assert "runtime error: " not in self.output(), self.output()
 
     def output(self):
         """What the service wrote to its standard streams."""
