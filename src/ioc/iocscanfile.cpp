@@ -1,0 +1,123 @@
+#include "ioc/iocscanfile.h"
+
+#include "common/filename.h"
+#include "ioc/filedigests.h"
+#include "logger/clogger.h"
+#include "platform/tvcore/fileiocinfo.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+
+#include <cerrno>
+
+using LOGGER::CLogger;
+
+namespace
+{
+QSet<QString> indexOf(const QStringList& list)
+{
+    return QSet<QString>(list.begin(), list.end());
+}
+} // namespace
+
+IOCScanFile* IOCScanFile::_instance = nullptr;
+
+IOCScanFile* IOCScanFile::getInstance()
+{
+    if (_instance == nullptr) {
+        _instance = new IOCScanFile;
+    }
+    return _instance;
+}
+
+void IOCScanFile::releaseInstance()
+{
+    delete _instance;
+    _instance = nullptr;
+}
+
+bool IOCScanFile::loadDatabases()
+{
+    m_dbLoading = true;
+    m_md5List = m_iocConfig.getHashList(IOCScanConfig::MD5);
+    m_sha1List = m_iocConfig.getHashList(IOCScanConfig::SHA1);
+    m_sha256List = m_iocConfig.getHashList(IOCScanConfig::SHA256);
+    m_md5Index = indexOf(m_md5List);
+    m_sha1Index = indexOf(m_sha1List);
+    m_sha256Index = indexOf(m_sha256List);
+    m_dbLoaded = true;
+    m_dbLoading = false;
+    return true;
+}
+
+bool IOCScanFile::reloadDatabases()
+{
+    return loadDatabases();
+}
+
+bool IOCScanFile::isDBLoaded()
+{
+    return m_dbLoaded;
+}
+
+bool IOCScanFile::isDBLoading()
+{
+    return m_dbLoading;
+}
+
+QString IOCScanFile::getHashOfFile(const QString& path, QCryptographicHash::Algorithm algorithm)
+{
+    return digestsOfFile(FileName::toBytes(path), {algorithm}).hex.first();
+}
+
+bool IOCScanFile::readFile(const QString& path, FileIOCInfo& info)
+{
+    // Looked at before it is read: what is written meanwhile moves the time on, and is hashed the next time.
+    const QFileInfo file(path);
+    info.setFileSize(file.size());
+    info.setFileCreateDate(file.birthTime());
+    info.setFileModDate(file.lastModified());
+    // The three from one reading, so that they speak of the same content.
+    const FileDigests digests =
+        digestsOfFile(FileName::toBytes(path),
+                      {QCryptographicHash::Md5, QCryptographicHash::Sha1, QCryptographicHash::Sha256});
+    info.setFileMD5(digests.hex.at(0));
+    info.setFileSHA1(digests.hex.at(1));
+    info.setFileSHA256(digests.hex.at(2));
+    return digests.lasting;
+}
+
+int IOCScanFile::scanFile(const QString& path, QString& hash)
+{
+    const QFileInfo file(path);
+    FileIOCInfo info;
+    info.setFilePath(file.absoluteFilePath());
+    // By the path as it came: one that is not absolute and clean is never found, and hashed every time.
+    const bool known = m_hashCache.getFileIOCInfo(path, info);
+    const bool unchanged =
+        known && info.getFileModDate() == file.lastModified() && info.getFileSize() == file.size();
+    // An answer that holds for this moment only must not be kept: a listed file would be clean for ever.
+    const bool worthKeeping = unchanged || readFile(path, info);
+    info.setFileSign(QStringLiteral("-"));
+    if (worthKeeping) {
+        const bool saved = known ? m_hashCache.updateFileIOCInfo(info) : m_hashCache.addFileIOCInfo(info);
+        const int error = errno;
+        if (!saved) {
+            CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to save file hashes!");
+        }
+    }
+
+    if (m_md5Index.contains(info.getFileMD5())) {
+        hash = info.getFileMD5();
+        return 1;
+    }
+    if (m_sha1Index.contains(info.getFileSHA1())) {
+        hash = info.getFileSHA1();
+        return 2;
+    }
+    if (m_sha256Index.contains(info.getFileSHA256())) {
+        hash = info.getFileSHA256();
+        return 3;
+    }
+    return 0;
+}
