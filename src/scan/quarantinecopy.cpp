@@ -67,11 +67,13 @@ public:
                             AT_SYMLINK_FOLLOW) == 0;
         }
         if (::renameat2(m_directory.get(), m_passingName.constData(), m_directory.get(), m_name.constData(),
-                        RENAME_NOREPLACE) != 0) {
-            return false;
+                        RENAME_NOREPLACE) == 0) {
+            m_passingName.clear();
+            return true;
         }
-        m_passingName.clear();
-        return true;
+        // Network file systems know no such rename, but links, which replace nothing either.
+        return errno == EINVAL && ::linkat(m_directory.get(), m_passingName.constData(), m_directory.get(),
+                                           m_name.constData(), 0) == 0;
     }
 
     void withdraw()

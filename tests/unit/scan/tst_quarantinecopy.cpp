@@ -1,0 +1,488 @@
+#include "scan/quarantinecopy.h"
+
+#include "common/filename.h"
+#include "common/uniquefd.h"
+#include "support/fakefiles.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr int bufferSize = 128 * 1024;
+const QVector<QByteArray> namelessSteps = {"openat tmpfile", "fsync file", "linkat", "fsync directory"};
+
+/// Content that is nowhere the same.
+QByteArray content(int size)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i) {
+        bytes[i] = static_cast<char>((i * 7 + i / 251 + i / 65521) & 0xFF);
+    }
+    return bytes;
+}
+} // namespace
+
+class TestQuarantineCopy : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void copiesEveryByte_data();
+    void copiesEveryByte();
+    void leavesTheSourceAlone();
+    void isReadableByItsOwnerAlone_data();
+    void isReadableByItsOwnerAlone();
+    void isOnDiskBeforeItReturns();
+    void copiesWhatALinkLeadsTo();
+    void takesSourcesOfAnyName();
+    void neverReplaces_data();
+    void neverReplaces();
+    void refusesWhatIsNoRegularFile_data();
+    void refusesWhatIsNoRegularFile();
+    void refusesAFileUnderLease();
+    void needsAQuarantineDirectory_data();
+    void needsAQuarantineDirectory();
+
+    void goesOnAfterAShortWrite();
+    void goesOnAfterAnInterruption_data();
+    void goesOnAfterAnInterruption();
+    void copiesNoMoreThanTheSourceHeld();
+    void copiesWhatIsLeftOfASourceThatShrinks();
+
+    void leavesNothingAfterAFailure_data();
+    void leavesNothingAfterAFailure();
+    void makesAPassingNameWhereItMust_data();
+    void makesAPassingNameWhereItMust();
+    void linksThePassingNameWhereItCannotBeRenamed();
+    void makesNoPassingNameForOtherErrors_data();
+    void makesNoPassingNameForOtherErrors();
+
+private:
+    QString path(const char* name) const
+    {
+        return m_directory->filePath(QString::fromUtf8(name));
+    }
+    QByteArray bytePath(const char* name) const
+    {
+        return path(name).toUtf8();
+    }
+    void write(const char* name, const QByteArray& bytes) const
+    {
+        QFile file(path(name));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(bytes), qint64(bytes.size()));
+    }
+    QByteArray read(const char* name) const
+    {
+        QFile file(path(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("cannot be read");
+    }
+    QStringList quarantined() const
+    {
+        return QDir(path("quarantine"))
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+    int copy() const
+    {
+        return copyIntoQuarantine(bytePath("source"), path("quarantine/copy.tvq"));
+    }
+    static QStringList openDescriptors()
+    {
+        return QDir(QStringLiteral("/proc/self/fd"))
+            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    QScopedPointer<QTemporaryDir> m_directory;
+    QStringList m_descriptors;
+};
+
+void TestQuarantineCopy::init()
+{
+    FakeFiles::reset();
+    m_directory.reset(new QTemporaryDir);
+    QVERIFY(m_directory->isValid());
+    m_directory->setAutoRemove(false);
+    QVERIFY(QDir(m_directory->path()).mkdir(QStringLiteral("quarantine")));
+    m_descriptors = openDescriptors();
+}
+
+void TestQuarantineCopy::cleanup()
+{
+    FakeFiles::reset();
+    QCOMPARE(openDescriptors(), m_descriptors);
+    // QTemporaryDir leaves behind what has a name that is not UTF-8.
+    QVERIFY(std::filesystem::remove_all(m_directory->path().toStdString()) > 0);
+}
+
+void TestQuarantineCopy::copiesEveryByte_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : {0, 1, 68, 4096, bufferSize - 1, bufferSize, bufferSize + 1, 3 * bufferSize + 17}) {
+        QTest::addRow("%d bytes", size) << size;
+    }
+}
+
+void TestQuarantineCopy::copiesEveryByte()
+{
+    QFETCH(int, size);
+    write("source", content(size));
+    QCOMPARE(copy(), 0);
+    QVERIFY(read("quarantine/copy.tvq") == content(size));
+    QCOMPARE(quarantined(), {QStringLiteral("copy.tvq")});
+    QCOMPARE(FakeFiles::calls, namelessSteps);
+}
+
+void TestQuarantineCopy::leavesTheSourceAlone()
+{
+    write("source", content(1000));
+    QCOMPARE(::chmod(bytePath("source").constData(), 0604), 0);
+    QCOMPARE(copy(), 0);
+    QCOMPARE(read("source"), content(1000));
+    struct stat status = {};
+    QCOMPARE(::stat(bytePath("source").constData(), &status), 0);
+    QCOMPARE(status.st_mode & 07777U, 0604U);
+}
+
+void TestQuarantineCopy::isReadableByItsOwnerAlone_data()
+{
+    QTest::addColumn<uint>("sourceMode");
+    QTest::addColumn<uint>("mask");
+    QTest::addColumn<bool>("nameless");
+    for (const bool nameless : {true, false}) {
+        const char* const kind = nameless ? "nameless" : "passing name";
+        QTest::addRow("%s: program", kind) << 0777U << 022U << nameless;
+        QTest::addRow("%s: program that changes user", kind) << 06755U << 022U << nameless;
+        QTest::addRow("%s: open mask", kind) << 0666U << 0U << nameless;
+        QTest::addRow("%s: narrow mask", kind) << 0400U << 077U << nameless;
+    }
+}
+
+void TestQuarantineCopy::isReadableByItsOwnerAlone()
+{
+    QFETCH(uint, sourceMode);
+    QFETCH(uint, mask);
+    QFETCH(bool, nameless);
+    write("source", content(100));
+    QCOMPARE(::chmod(bytePath("source").constData(), sourceMode), 0);
+    if (!nameless) {
+        FakeFiles::failures.insert("openat tmpfile", {EOPNOTSUPP});
+    }
+    const mode_t before = ::umask(mask);
+    const int result = copy();
+    ::umask(before);
+    QCOMPARE(result, 0);
+    struct stat status = {};
+    QCOMPARE(::stat(bytePath("quarantine/copy.tvq").constData(), &status), 0);
+    QCOMPARE(status.st_mode, static_cast<mode_t>(S_IFREG | 0400));
+    QCOMPARE(status.st_nlink, nlink_t(1));
+}
+
+void TestQuarantineCopy::isOnDiskBeforeItReturns()
+{
+    write("source", content(1000));
+    bool wasVisible = false;
+    FakeFiles::onCall = [&](const QByteArray& call) {
+        wasVisible = wasVisible || (call != "fsync directory" && !quarantined().isEmpty());
+    };
+    QCOMPARE(copy(), 0);
+    // The name comes after the bytes, and the directory that holds the name last.
+    QCOMPARE(FakeFiles::calls, namelessSteps);
+    QVERIFY(!wasVisible);
+}
+
+void TestQuarantineCopy::copiesWhatALinkLeadsTo()
+{
+    write("target", content(500));
+    QVERIFY(QFile::link(QStringLiteral("target"), path("source")));
+    QCOMPARE(copy(), 0);
+    QCOMPARE(read("quarantine/copy.tvq"), content(500));
+    QVERIFY(!QFileInfo(path("quarantine/copy.tvq")).isSymLink());
+    QVERIFY(QFileInfo(path("source")).isSymLink());
+}
+
+void TestQuarantineCopy::takesSourcesOfAnyName()
+{
+    write("source", content(50));
+    const QByteArray source = bytePath("") + "\xFF\xE9 %s\n";
+    QCOMPARE(::rename(bytePath("source").constData(), source.constData()), 0);
+    QCOMPARE(copyIntoQuarantine(source, path("quarantine/copy.tvq")), 0);
+    QCOMPARE(read("quarantine/copy.tvq"), content(50));
+}
+
+void TestQuarantineCopy::neverReplaces_data()
+{
+    QTest::addColumn<QByteArray>("kind");
+    QTest::addColumn<bool>("nameless");
+    for (const char* kind : {"file", "directory", "link to a file", "link that leads nowhere"}) {
+        QTest::addRow("%s", kind) << QByteArray(kind) << true;
+        QTest::addRow("%s, by a passing name", kind) << QByteArray(kind) << false;
+    }
+}
+
+void TestQuarantineCopy::neverReplaces()
+{
+    QFETCH(QByteArray, kind);
+    QFETCH(bool, nameless);
+    write("source", content(100));
+    write("other", "other");
+    if (kind == "file") {
+        write("quarantine/copy.tvq", "earlier");
+    } else if (kind == "directory") {
+        QVERIFY(QDir().mkdir(path("quarantine/copy.tvq")));
+    } else {
+        QVERIFY(
+            QFile::link(path(kind == "link to a file" ? "other" : "nowhere"), path("quarantine/copy.tvq")));
+    }
+    if (!nameless) {
+        FakeFiles::failures.insert("openat tmpfile", {EOPNOTSUPP});
+    }
+    QCOMPARE(copy(), EEXIST);
+    QCOMPARE(quarantined(), {QStringLiteral("copy.tvq")});
+    if (kind == "file") {
+        QCOMPARE(read("quarantine/copy.tvq"), QByteArray("earlier"));
+    }
+    QCOMPARE(read("other"), QByteArray("other"));
+    QVERIFY(!QFile::exists(path("nowhere")));
+}
+
+void TestQuarantineCopy::refusesWhatIsNoRegularFile_data()
+{
+    QTest::addColumn<QByteArray>("source");
+    QTest::addColumn<int>("error");
+    QTest::newRow("missing") << QByteArray("missing") << ENOENT;
+    QTest::newRow("empty path") << QByteArray() << ENOENT;
+    QTest::newRow("link that leads nowhere") << QByteArray("dangling") << ENOENT;
+    QTest::newRow("below a file") << QByteArray("file/x") << ENOTDIR;
+    QTest::newRow("directory") << QByteArray("directory") << EISDIR;
+    QTest::newRow("FIFO") << QByteArray("fifo") << EINVAL;
+    QTest::newRow("link to a FIFO") << QByteArray("fifolink") << EINVAL;
+    QTest::newRow("device") << QByteArray("device") << EINVAL;
+    QTest::newRow("socket") << QByteArray("socket") << EINVAL;
+    QTest::newRow("link to itself") << QByteArray("loop") << ELOOP;
+}
+
+void TestQuarantineCopy::refusesWhatIsNoRegularFile()
+{
+    QFETCH(QByteArray, source);
+    write("file", "x");
+    QVERIFY(QDir().mkdir(path("directory")));
+    QCOMPARE(::mkfifo(bytePath("fifo").constData(), 0600), 0);
+    QCOMPARE(::symlink("nowhere", bytePath("dangling").constData()), 0);
+    QCOMPARE(::symlink("fifo", bytePath("fifolink").constData()), 0);
+    QCOMPARE(::symlink("/dev/zero", bytePath("device").constData()), 0);
+    QCOMPARE(::symlink("loop", bytePath("loop").constData()), 0);
+    const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, bytePath("socket").constData(), sizeof(address.sun_path));
+    QCOMPARE(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+
+    const QByteArray full = source.isEmpty() ? QByteArray() : bytePath(source.constData());
+    QTEST(copyIntoQuarantine(full, path("quarantine/copy.tvq")), "error");
+    QCOMPARE(quarantined(), QStringList());
+    QVERIFY(FakeFiles::calls.isEmpty());
+}
+
+void TestQuarantineCopy::refusesAFileUnderLease()
+{
+    write("source", content(10));
+    ::signal(SIGIO, SIG_IGN);
+    UniqueFd holder(::open(bytePath("source").constData(), O_RDWR | O_CLOEXEC));
+    QCOMPARE(::fcntl(holder.get(), F_SETLEASE, F_WRLCK), 0);
+    QCOMPARE(copy(), EWOULDBLOCK);
+    QCOMPARE(quarantined(), QStringList());
+    holder.reset();
+    QCOMPARE(copy(), 0);
+}
+
+void TestQuarantineCopy::needsAQuarantineDirectory_data()
+{
+    QTest::addColumn<QString>("destination");
+    QTest::addColumn<int>("error");
+    QTest::newRow("missing") << "missing/copy.tvq" << ENOENT;
+    QTest::newRow("plain file in its place") << "file/copy.tvq" << ENOTDIR;
+    QTest::newRow("link to a plain file") << "link/copy.tvq" << ENOTDIR;
+}
+
+void TestQuarantineCopy::needsAQuarantineDirectory()
+{
+    QFETCH(QString, destination);
+    write("source", content(10));
+    write("file", "in its place");
+    QVERIFY(QFile::link(QStringLiteral("file"), path("link")));
+    QTEST(copyIntoQuarantine(bytePath("source"), m_directory->filePath(destination)), "error");
+    QCOMPARE(read("file"), QByteArray("in its place"));
+    QVERIFY(!QFile::exists(path("missing")));
+}
+
+void TestQuarantineCopy::goesOnAfterAShortWrite()
+{
+    write("source", content(bufferSize + 1000));
+    FakeFiles::longestWrite = 777;
+    QCOMPARE(copy(), 0);
+    QVERIFY(read("quarantine/copy.tvq") == content(bufferSize + 1000));
+}
+
+void TestQuarantineCopy::goesOnAfterAnInterruption_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::newRow("read") << QByteArray("read");
+    QTest::newRow("write") << QByteArray("write");
+}
+
+void TestQuarantineCopy::goesOnAfterAnInterruption()
+{
+    QFETCH(QByteArray, call);
+    write("source", content(2 * bufferSize));
+    FakeFiles::failures.insert(call, {EINTR, 1, 3});
+    QCOMPARE(copy(), 0);
+    QVERIFY(read("quarantine/copy.tvq") == content(2 * bufferSize));
+    QCOMPARE(FakeFiles::failures.value(call).count, 0);
+}
+
+void TestQuarantineCopy::copiesNoMoreThanTheSourceHeld()
+{
+    write("source", content(bufferSize + 10));
+    QFile growing(path("source"));
+    QVERIFY(growing.open(QIODevice::Append | QIODevice::Unbuffered));
+    FakeFiles::onCall = [&growing](const QByteArray& call) {
+        if (call == "read") {
+            growing.write(content(bufferSize));
+        }
+    };
+    QCOMPARE(copy(), 0);
+    FakeFiles::onCall = nullptr;
+    QVERIFY(growing.size() > 2 * bufferSize);
+    QVERIFY(read("quarantine/copy.tvq") == content(bufferSize + 10));
+}
+
+void TestQuarantineCopy::copiesWhatIsLeftOfASourceThatShrinks()
+{
+    write("source", content(2 * bufferSize));
+    FakeFiles::onCall = [this](const QByteArray& call) {
+        if (call == "write") {
+            QVERIFY(QFile::resize(path("source"), bufferSize + 5));
+        }
+    };
+    QCOMPARE(copy(), 0);
+    QVERIFY(read("quarantine/copy.tvq") == content(bufferSize + 5));
+}
+
+void TestQuarantineCopy::leavesNothingAfterAFailure_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<int>("after");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<bool>("nameless");
+    for (const bool nameless : {true, false}) {
+        const char* const kind = nameless ? "nameless" : "passing name";
+        QTest::addRow("%s: no space at once", kind) << QByteArray("write") << 0 << ENOSPC << nameless;
+        QTest::addRow("%s: no space half-way", kind) << QByteArray("write") << 2 << ENOSPC << nameless;
+        QTest::addRow("%s: source unreadable at once", kind) << QByteArray("read") << 0 << EIO << nameless;
+        QTest::addRow("%s: source unreadable half-way", kind) << QByteArray("read") << 2 << EIO << nameless;
+        QTest::addRow("%s: not to be synced", kind) << QByteArray("fsync file") << 0 << EIO << nameless;
+        QTest::addRow("%s: directory not to be synced", kind)
+            << QByteArray("fsync directory") << 0 << EIO << nameless;
+    }
+    QTest::newRow("nameless: no name to be given") << QByteArray("linkat") << 0 << EACCES << true;
+    QTest::newRow("passing name: not to be renamed") << QByteArray("renameat2") << 0 << EACCES << false;
+    QTest::newRow("passing name: not to be made") << QByteArray("openat create") << 0 << EDQUOT << false;
+}
+
+void TestQuarantineCopy::leavesNothingAfterAFailure()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(int, after);
+    QFETCH(int, error);
+    QFETCH(bool, nameless);
+    write("source", content(4 * bufferSize));
+    if (!nameless) {
+        FakeFiles::failures.insert("openat tmpfile", {EOPNOTSUPP});
+    }
+    FakeFiles::failures.insert(call, {error, after});
+    QCOMPARE(copy(), error);
+    // It did come to the failure.
+    QCOMPARE(FakeFiles::failures.value(call).count, 0);
+    QCOMPARE(quarantined(), QStringList());
+    QVERIFY(read("source") == content(4 * bufferSize));
+}
+
+void TestQuarantineCopy::makesAPassingNameWhereItMust_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::newRow("file system without nameless files") << EOPNOTSUPP;
+    QTest::newRow("kernel that takes it for a directory") << EISDIR;
+    QTest::newRow("kernel that knows no such flag") << EINVAL;
+}
+
+void TestQuarantineCopy::makesAPassingNameWhereItMust()
+{
+    QFETCH(int, error);
+    write("source", content(2 * bufferSize));
+    FakeFiles::failures.insert("openat tmpfile", {error});
+    QStringList duringTheCopy;
+    FakeFiles::onCall = [&](const QByteArray& call) {
+        if (call == "write") {
+            duringTheCopy = quarantined();
+        }
+    };
+    QCOMPARE(copy(), 0);
+    QCOMPARE(FakeFiles::calls, QVector<QByteArray>({"openat tmpfile", "openat create", "fsync file",
+                                                    "renameat2", "fsync directory"}));
+    QVERIFY(read("quarantine/copy.tvq") == content(2 * bufferSize));
+    QCOMPARE(quarantined(), {QStringLiteral("copy.tvq")});
+    QCOMPARE(duringTheCopy.size(), 1);
+    QVERIFY(duringTheCopy.constFirst() != QStringLiteral("copy.tvq"));
+    // No scan takes it for a user's file.
+    QVERIFY(duringTheCopy.constFirst().endsWith(QStringLiteral(".tvq")));
+}
+
+void TestQuarantineCopy::linksThePassingNameWhereItCannotBeRenamed()
+{
+    write("source", content(100));
+    FakeFiles::failures.insert("openat tmpfile", {EOPNOTSUPP, 0, 2});
+    FakeFiles::failures.insert("renameat2", {EINVAL, 0, 2});
+    QCOMPARE(copy(), 0);
+    QCOMPARE(read("quarantine/copy.tvq"), content(100));
+    QCOMPARE(quarantined(), {QStringLiteral("copy.tvq")});
+    // That replaces nothing either.
+    QCOMPARE(copy(), EEXIST);
+    QCOMPARE(quarantined(), {QStringLiteral("copy.tvq")});
+}
+
+void TestQuarantineCopy::makesNoPassingNameForOtherErrors_data()
+{
+    QTest::addColumn<int>("error");
+    for (const int error : {EROFS, ENOSPC, EACCES, EMFILE, EDQUOT}) {
+        QTest::addRow("%s", strerror(error)) << error;
+    }
+}
+
+void TestQuarantineCopy::makesNoPassingNameForOtherErrors()
+{
+    QFETCH(int, error);
+    write("source", content(100));
+    FakeFiles::failures.insert("openat tmpfile", {error});
+    QCOMPARE(copy(), error);
+    QCOMPARE(FakeFiles::calls, {"openat tmpfile"});
+    QCOMPARE(quarantined(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestQuarantineCopy)
+#include "tst_quarantinecopy.moc"
