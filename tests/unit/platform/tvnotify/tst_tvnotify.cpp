@@ -1,12 +1,12 @@
 #include "platform/tvnotify/tvnotify.h"
 
-#include "common/uniquefd.h"
 #include "privatebus.h"
 #include "processes.h"
 
 #include <QDateTime>
 #include <QJsonArray>
 #include <QLocale>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -16,7 +16,6 @@
 #include <thread>
 
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,6 +53,16 @@ private:
 
 namespace
 {
+
+/// Makes this program a service that shows one popup and lives on.
+const char serviceArgument[] = "--service";
+
+/// The sanitizers make everything slow, and the thread sanitizer's own locks are waited for.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr qint64 slowness = 20;
+#else
+constexpr qint64 slowness = 1;
+#endif
 
 std::atomic<int> messageCount;
 QtMessageHandler defaultHandler;
@@ -222,7 +231,7 @@ void TestTvnotify::returnsAtOnce_data()
     QTest::addColumn<int>("count");
     for (const char* desktop :
          {"none", "bus hangs", "server hangs", "server answers", "server stopped", "helper stopped"}) {
-        for (const int count : {1, 1000, 10000}) {
+        for (const int count : {1000, 10000}) {
             QTest::addRow("%s, %d calls", desktop, count) << QString::fromLatin1(desktop) << count;
         }
     }
@@ -252,10 +261,10 @@ void TestTvnotify::returnsAtOnce()
     const CallTimes times = measure(notify, count);
     qInfo("%d calls: median %lld us, 99.9 percent %lld us, worst %lld us, all %lld ms", count,
           times.medianMicroseconds, times.slowMicroseconds, times.worstMicroseconds, times.totalMilliseconds);
-    QVERIFY(times.medianMicroseconds < 1000);
-    QVERIFY(times.slowMicroseconds < 5000);
+    QVERIFY(times.medianMicroseconds < 1000 * slowness);
+    QVERIFY(times.slowMicroseconds < 5000 * slowness);
     // One call may meet the sending thread just when a busy machine has stopped that thread.
-    QVERIFY(times.worstMicroseconds < 100000);
+    QVERIFY(times.worstMicroseconds < 100000 * slowness);
     QVERIFY(messageCount <= 1);
 }
 
@@ -436,18 +445,14 @@ void TestTvnotify::goesInTimeWhenTheServerHangs()
 void TestTvnotify::helperEndsWithAKilledService()
 {
     QVERIFY(m_bus->start() && m_bus->startServer());
-    const pid_t service = ::fork();
-    if (service == 0) {
-        Tvnotify notify;
-        show(notify);
-        ::pause();
-        ::_exit(EXIT_SUCCESS);
-    }
-    const pid_t helper = helperOf(service);
-    QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 1, 20000);
-    ::kill(service, SIGKILL);
-    QCOMPARE(::waitpid(service, nullptr, 0), service);
+    QProcess service;
+    service.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(serviceArgument)});
+    QVERIFY(service.waitForStarted());
+    const pid_t helper = helperOf(static_cast<pid_t>(service.processId()));
     QVERIFY(helper > 0);
+    QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 1, 20000);
+    service.kill();
+    QVERIFY(service.waitForFinished());
     QTRY_VERIFY_WITH_TIMEOUT(hasEnded(helper), 10000);
 }
 
@@ -469,5 +474,16 @@ void TestTvnotify::takesCallsFromManyThreads()
     QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 200, 60000);
 }
 
-QTEST_GUILESS_MAIN(TestTvnotify)
+int main(int argc, char* argv[])
+{
+    QCoreApplication application(argc, argv);
+    if (argc == 2 && qstrcmp(argv[1], serviceArgument) == 0) {
+        Tvnotify notify;
+        show(notify);
+        return QCoreApplication::exec();
+    }
+    TestTvnotify test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_tvnotify.moc"
