@@ -111,7 +111,7 @@ QString Common::getEdrDirPath()
 
 QString Common::getTempDirPath()
 {
-    const QString path = createDirectoryIfNotExists(QStringLiteral("/var/tmp/tvtmp"));
+    QString path = createDirectoryIfNotExists(QStringLiteral("/var/tmp/tvtmp"));
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser |
                                     QFile::WriteUser | QFile::ExeUser | QFile::ReadGroup | QFile::WriteGroup |
                                     QFile::ExeGroup | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther);

@@ -84,7 +84,8 @@ void TestUniqueFd::handsOverByMove()
     const int fd = opened();
     UniqueFd first(fd);
     const UniqueFd second(std::move(first));
-    QVERIFY(!first.isValid()); // NOLINT(bugprone-use-after-move): being empty afterwards is the promise.
+    // Being empty afterwards is the promise.
+    QVERIFY(!first.isValid()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
     QCOMPARE(second.get(), fd);
     QVERIFY(isOpen(fd));
 }
@@ -96,7 +97,8 @@ void TestUniqueFd::handsOverByMoveAssignment()
     UniqueFd target(replaced);
     UniqueFd source(fd);
     target = std::move(source);
-    QVERIFY(!source.isValid()); // NOLINT(bugprone-use-after-move): being empty afterwards is the promise.
+    // Being empty afterwards is the promise.
+    QVERIFY(!source.isValid()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
     QVERIFY(!isOpen(replaced));
     QVERIFY(isOpen(fd));
     QCOMPARE(target.get(), fd);
