@@ -8,6 +8,8 @@ namespace
 {
 const QLatin1String actionName("scan.action");
 const QLatin1String onlineProtectionName("protection.online");
+const QLatin1String iocEnableName("ioc.enable");
+const QLatin1String iocActionName("ioc.action");
 
 struct ScanSwitch
 {
@@ -47,7 +49,7 @@ bool storeSetting(StoreConnection& connection, const QString& name, int value)
 }
 } // namespace
 
-SettingsStore::SettingsStore() : m_store(StoreSchema::settings())
+SettingsStore::SettingsStore() : m_store(StoreSchema::settings()), m_hashLists(m_store)
 {
 }
 
@@ -55,6 +57,7 @@ void SettingsStore::setDirectory(const QString& directory)
 {
     m_store.setDirectory(directory);
     m_last = {};
+    m_hashLists.forget();
 }
 
 void SettingsStore::close()
@@ -180,6 +183,41 @@ bool SettingsStore::setOnlineProtectionEnabled(bool enabled)
         Store::Patience::Long);
     if (isStored) {
         m_last.isOnlineProtectionEnabled = enabled;
+    }
+    return isStored;
+}
+
+IOCScanSettings SettingsStore::iocScanSettings()
+{
+    IOCScanSettings settings;
+    const bool isRead = m_store.read([this, &settings](StoreConnection& connection) {
+        settings = m_last.iocScanSettings;
+        return connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'ioc.*'"),
+                                 {}, [&settings](const QSqlQuery& row) {
+                                     const QString name = row.value(0).toString();
+                                     if (name == iocEnableName) {
+                                         settings.setEnable(row.value(1).toInt() != 0);
+                                     } else if (name == iocActionName) {
+                                         settings.setAction(row.value(1).toInt());
+                                     }
+                                 });
+    });
+    if (isRead) {
+        m_last.iocScanSettings = settings;
+    }
+    return m_last.iocScanSettings;
+}
+
+bool SettingsStore::setIOCScanSettings(const IOCScanSettings& settings)
+{
+    const bool isStored = m_store.write(
+        [&settings](StoreConnection& connection) {
+            return storeSetting(connection, iocEnableName, settings.getEnable() ? 1 : 0) &&
+                   storeSetting(connection, iocActionName, settings.getAction());
+        },
+        Store::Patience::Long);
+    if (isStored) {
+        m_last.iocScanSettings = settings;
     }
     return isStored;
 }

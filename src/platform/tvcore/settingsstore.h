@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/tvcore/hashliststore.h"
+#include "platform/tvcore/iocscansettings.h"
 #include "platform/tvcore/scansetting.h"
 #include "platform/tvcore/store.h"
 
@@ -27,6 +29,12 @@ public:
     bool setExcludeList(int list, const QSet<QString>& paths);
     bool isOnlineProtectionEnabled();
     bool setOnlineProtectionEnabled(bool enabled);
+    IOCScanSettings iocScanSettings();
+    bool setIOCScanSettings(const IOCScanSettings& settings);
+    HashListStore& hashLists()
+    {
+        return m_hashLists;
+    }
 
 private:
     static constexpr int excludeListCount = 3;
@@ -35,8 +43,10 @@ private:
         ScanSetting scanSetting;
         std::array<QSet<QString>, excludeListCount> excludeLists;
         bool isOnlineProtectionEnabled = true;
+        IOCScanSettings iocScanSettings;
     };
 
     Store m_store;
+    HashListStore m_hashLists;
     Values m_last;
 };

@@ -18,7 +18,8 @@ constexpr qint64 longWaitMs = 2000;
 /// Between two looks whether the lock has gone.
 constexpr unsigned long pauseMs = 1;
 /// Between two transactions of one process, so that another that looks for its chance every millisecond
-/// gets one; who writes in a loop would hold the lock nearly all the time.
+/// gets one; who writes in a loop would hold the lock nearly all the time. Not for a store that takes no time
+/// to write.
 constexpr qint64 gapMs = 3;
 /// Having waited in vain, brief operations do not wait for this long, so that a lock that stays for good
 /// costs the service a small part of its time and not most of it.
@@ -120,7 +121,7 @@ StoreError Store::attempt(Access access, const Work& work)
 
 StoreError Store::inTransaction(const Work& work)
 {
-    if (m_written.isValid() && !m_written.hasExpired(gapMs)) {
+    if (m_schema.durable && m_written.isValid() && !m_written.hasExpired(gapMs)) {
         QThread::msleep(static_cast<unsigned long>(gapMs));
     }
     // Taking the write lock at once is the only way to be sure that the rest does not fail for want of it.

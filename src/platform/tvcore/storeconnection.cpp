@@ -76,6 +76,12 @@ bool StoreConnection::executeOnce(const QString& sql, QVariant* value)
     return m_error.fault == StoreError::None;
 }
 
+bool StoreConnection::refuse(const QString& reason)
+{
+    m_error = {StoreError::Refused, reason};
+    return false;
+}
+
 QSqlQuery* StoreConnection::prepared(const QString& sql)
 {
     auto found = m_statements.find(sql);

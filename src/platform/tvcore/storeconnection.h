@@ -48,6 +48,10 @@ public:
         return m_affectedRows;
     }
 
+    /// Makes the present operation fail because of what was read: `reason` becomes the last error. Returns
+    /// false.
+    bool refuse(const QString& reason);
+
     /// Of the last operation, the opening included.
     const StoreError& lastError() const
     {

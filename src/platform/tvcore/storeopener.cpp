@@ -11,6 +11,9 @@ namespace
 /// The whole of a file up to this size is checked when it is opened, which takes a few milliseconds. Damage
 /// in a larger one is noticed by the first statement that meets it.
 constexpr qint64 maxCheckedSize = 4 * 1024 * 1024;
+/// A log that a large change made longer than this is cut back with the next change: the service keeps its
+/// stores open, so the log would stay on the disk for good.
+constexpr int maxIdleLogSize = 4 * 1024 * 1024;
 } // namespace
 
 StoreOpener::StoreOpener(const StoreSchema& schema, const QString& path) : m_schema(schema), m_path(path)
@@ -131,9 +134,10 @@ bool StoreOpener::configure(StoreConnection& connection)
                            QStringLiteral("PRAGMA trusted_schema=OFF"),
                            QStringLiteral("PRAGMA temp_store=MEMORY"),
                            m_schema.durable ? QStringLiteral("PRAGMA synchronous=FULL")
-                                            : QStringLiteral("PRAGMA synchronous=NORMAL")};
+                                            : QStringLiteral("PRAGMA synchronous=OFF")};
     if (connection.mode() == StoreConnection::Mode::ReadWrite) {
         pragmas.append(QStringLiteral("PRAGMA journal_mode=WAL"));
+        pragmas.append(QStringLiteral("PRAGMA journal_size_limit=%1").arg(maxIdleLogSize));
     }
     for (const QString& pragma : qAsConst(pragmas)) {
         if (!connection.executeOnce(pragma)) {

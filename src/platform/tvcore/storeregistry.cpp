@@ -13,6 +13,7 @@ void StoreRegistry::setDirectory(const QString& directory)
 {
     m_settings.setDirectory(directory);
     m_reports.setDirectory(directory);
+    m_hashCache.setDirectory(directory);
 }
 
 void StoreRegistry::closeWithApplication()
@@ -28,6 +29,7 @@ void StoreRegistry::closeStores()
     StoreRegistry& registry = instance();
     registry.m_settings.close();
     registry.m_reports.close();
+    registry.m_hashCache.close();
     // Qt forgets the routine once it has run; a later application object needs it again.
     registry.m_closesWithApplication = false;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/tvcore/hashcachestore.h"
 #include "platform/tvcore/reportstore.h"
 #include "platform/tvcore/settingsstore.h"
 
@@ -22,6 +23,10 @@ public:
     {
         return m_reports;
     }
+    HashCacheStore& hashCache()
+    {
+        return m_hashCache;
+    }
 
     void setDirectory(const QString& directory);
 
@@ -32,5 +37,6 @@ private:
 
     SettingsStore m_settings;
     ReportStore m_reports;
+    HashCacheStore m_hashCache;
     bool m_closesWithApplication = false;
 };

@@ -8,10 +8,12 @@
 /// What one store file holds, and how its older forms become the present one.
 struct StoreSchema
 {
-    /// "tvcore.db": scan settings, the protection switch, exclusion lists.
+    /// "tvcore.db": scan settings, the protection switch, exclusion lists, lists of known-bad hashes.
     static StoreSchema settings();
     /// "reports.db": detection records.
     static StoreSchema reports();
+    /// "ioc-cache.db": the hashes of files, which may be lost.
+    static StoreSchema hashCache();
 
     /// The version that this library reads and writes; the file carries its own in `user_version`.
     int version() const

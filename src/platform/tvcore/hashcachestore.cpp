@@ -1,0 +1,135 @@
+#include "platform/tvcore/hashcachestore.h"
+
+#include "platform/tvcore/storetext.h"
+
+namespace
+{
+QVariant toBoundTime(const QDateTime& time)
+{
+    return time.isValid() ? QVariant(time.toMSecsSinceEpoch()) : QVariant(QVariant::LongLong);
+}
+
+QDateTime fetchedTime(const QVariant& value)
+{
+    return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong());
+}
+
+QVariant toBoundText(const QString& text)
+{
+    return text.isNull() ? QVariant(QVariant::ByteArray) : QVariant(StoreText::toBound(text));
+}
+
+/// The text in the columns from `column` on: whether it is null, then its bytes. Qt reads both a null and an
+/// empty text as null.
+QString fetchedText(const QSqlQuery& row, int column)
+{
+    if (row.value(column).toBool()) {
+        return QString();
+    }
+    const QByteArray bytes = row.value(column + 1).toByteArray();
+    return bytes.isEmpty() ? QLatin1String("") : StoreText::fromFetched(bytes);
+}
+
+/// The values of a record, the path last.
+QVariantList toBound(const FileIOCInfo& info)
+{
+    return {info.getFileSize(),
+            toBoundTime(info.getFileCreateDate()),
+            toBoundTime(info.getFileModDate()),
+            toBoundText(info.getFileMD5()),
+            toBoundText(info.getFileSHA1()),
+            toBoundText(info.getFileSHA256()),
+            toBoundText(info.getFileSign()),
+            StoreText::toBound(info.getFilePath())};
+}
+} // namespace
+
+HashCacheStore::HashCacheStore() : m_store(StoreSchema::hashCache())
+{
+}
+
+void HashCacheStore::setDirectory(const QString& directory)
+{
+    m_store.setDirectory(directory);
+}
+
+void HashCacheStore::close()
+{
+    m_store.close();
+}
+
+bool HashCacheStore::find(const QString& path, FileIOCInfo& info)
+{
+    bool isFound = false;
+    FileIOCInfo stored;
+    const bool isRead = m_store.read([&path, &isFound, &stored](StoreConnection& connection) {
+        isFound = false;
+        return connection.select(
+            QStringLiteral("SELECT size, created_at, modified_at, md5 IS NULL, CAST(md5 AS BLOB), "
+                           "sha1 IS NULL, CAST(sha1 AS BLOB), sha256 IS NULL, CAST(sha256 AS BLOB), "
+                           "sign IS NULL, CAST(sign AS BLOB) FROM file_ioc_info "
+                           "WHERE path = CAST(? AS TEXT)"),
+            {StoreText::toBound(path)}, [&path, &isFound, &stored](const QSqlQuery& row) {
+                isFound = true;
+                stored.setFilePath(path);
+                stored.setFileSize(row.value(0).toLongLong());
+                stored.setFileCreateDate(fetchedTime(row.value(1)));
+                stored.setFileModDate(fetchedTime(row.value(2)));
+                stored.setFileMD5(fetchedText(row, 3));
+                stored.setFileSHA1(fetchedText(row, 5));
+                stored.setFileSHA256(fetchedText(row, 7));
+                stored.setFileSign(fetchedText(row, 9));
+            });
+    });
+    if (!isRead || !isFound) {
+        return false;
+    }
+    info = stored;
+    return true;
+}
+
+bool HashCacheStore::add(const FileIOCInfo& info)
+{
+    return m_store.write([&info](StoreConnection& connection) {
+        return connection.execute(
+            QStringLiteral(
+                "REPLACE INTO file_ioc_info(size, created_at, modified_at, md5, sha1, sha256, sign, "
+                "path) VALUES(?, ?, ?, CAST(? AS TEXT), CAST(? AS TEXT), CAST(? AS TEXT), "
+                "CAST(? AS TEXT), CAST(? AS TEXT))"),
+            toBound(info));
+    });
+}
+
+bool HashCacheStore::update(const FileIOCInfo& info)
+{
+    bool isFound = false;
+    const bool isStored = m_store.write([&info, &isFound](StoreConnection& connection) {
+        const bool isDone = connection.execute(
+            QStringLiteral("UPDATE file_ioc_info SET size = ?, created_at = ?, modified_at = ?, "
+                           "md5 = CAST(? AS TEXT), sha1 = CAST(? AS TEXT), sha256 = CAST(? AS TEXT), "
+                           "sign = CAST(? AS TEXT) WHERE path = CAST(? AS TEXT)"),
+            toBound(info));
+        isFound = isDone && connection.affectedRows() == 1;
+        return isDone;
+    });
+    return isStored && isFound;
+}
+
+qint64 HashCacheStore::count()
+{
+    qint64 number = -1;
+    const bool isRead = m_store.read([&number](StoreConnection& connection) {
+        return connection.select(QStringLiteral("SELECT count(*) FROM file_ioc_info"), {},
+                                 [&number](const QSqlQuery& row) { number = row.value(0).toLongLong(); });
+    });
+    return isRead ? number : -1;
+}
+
+bool HashCacheStore::clear()
+{
+    return m_store.write(
+        [](StoreConnection& connection) {
+            return connection.execute(QStringLiteral("DELETE FROM file_ioc_info"));
+        },
+        Store::Patience::Long);
+}
