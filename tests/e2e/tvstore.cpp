@@ -3,11 +3,17 @@
 //
 //   tvstore SETTINGS_DIR set JSON    {"protection": false, "action": 0, "archives": true, "heuristics": true,
 //                                     "html": true, "documents": true, "swf": true, "pdf": true,
-//                                     "exclude": {"0": ["/home/u/x"]}}; what is left out stays as it is
+//                                     "exclude": {"0": ["/home/u/x"]}, "ioc": true, "iocAction": 1,
+//                                     "iocHashes": {"2": ["ab12"]}}; what is left out stays as it is
 //   tvstore SETTINGS_DIR reports     the detection records as a JSON array
+//   tvstore SETTINGS_DIR cached PATH what the hash cache knows of a file as a JSON object, {} for nothing;
+//                                    a hash or a date that is not there is null
 //
 // Exit status 0 when all was done.
 
+#include "platform/tvcore/fileiocinfo.h"
+#include "platform/tvcore/iocdatabaseconfig.h"
+#include "platform/tvcore/iocscanconfig.h"
 #include "platform/tvcore/protectionconfig.h"
 #include "platform/tvcore/scanconfig.h"
 #include "platform/tvcore/tvcore.h"
@@ -68,6 +74,69 @@ bool setExcludeLists(const QJsonObject& wanted)
     return ok;
 }
 
+bool setIocSettings(const QJsonObject& wanted)
+{
+    IOCScanConfig config;
+    IOCScanSettings settings = config.getScanSettings();
+    if (wanted.contains(QStringLiteral("ioc"))) {
+        settings.setEnable(wanted[QStringLiteral("ioc")].toBool());
+    }
+    if (wanted.contains(QStringLiteral("iocAction"))) {
+        settings.setAction(wanted[QStringLiteral("iocAction")].toInt());
+    }
+    return config.setScanSettings(settings);
+}
+
+bool setIocHashes(const QJsonObject& wanted)
+{
+    IOCScanConfig config;
+    const QJsonObject lists = wanted[QStringLiteral("iocHashes")].toObject();
+    bool ok = true;
+    for (auto list = lists.begin(); list != lists.end(); ++list) {
+        QStringList hashes;
+        const QJsonArray entries = list.value().toArray();
+        for (const QJsonValue& entry : entries) {
+            hashes.append(entry.toString());
+        }
+        const auto type = static_cast<IOCScanConfig::HASH_TYPE>(list.key().toInt());
+        ok = config.setHashList(type, hashes) && ok;
+    }
+    return ok;
+}
+
+QJsonValue toJson(const QDateTime& date)
+{
+    return date.isValid() ? QJsonValue(static_cast<double>(date.toMSecsSinceEpoch())) : QJsonValue();
+}
+
+QJsonValue toJson(const QString& text)
+{
+    return text.isEmpty() ? QJsonValue() : QJsonValue(text);
+}
+
+bool print(const QJsonDocument& document)
+{
+    return std::puts(document.toJson(QJsonDocument::Compact).constData()) >= 0;
+}
+
+bool printCached(const QString& path)
+{
+    FileIOCInfo info;
+    if (!IOCDatabaseConfig().getFileIOCInfo(path, info)) {
+        return print(QJsonDocument(QJsonObject()));
+    }
+    return print(QJsonDocument(QJsonObject{
+        {QStringLiteral("path"), info.getFilePath()},
+        {QStringLiteral("size"), static_cast<double>(info.getFileSize())},
+        {QStringLiteral("created"), toJson(info.getFileCreateDate())},
+        {QStringLiteral("modified"), toJson(info.getFileModDate())},
+        {QStringLiteral("md5"), toJson(info.getFileMD5())},
+        {QStringLiteral("sha1"), toJson(info.getFileSHA1())},
+        {QStringLiteral("sha256"), toJson(info.getFileSHA256())},
+        {QStringLiteral("sign"), info.getFileSign()},
+    }));
+}
+
 bool printReports()
 {
     QJsonArray array;
@@ -91,7 +160,7 @@ bool printReports()
             });
         }
     } while (!reports.isEmpty());
-    return std::puts(QJsonDocument(array).toJson(QJsonDocument::Compact).constData()) >= 0;
+    return print(QJsonDocument(array));
 }
 } // namespace
 
@@ -100,18 +169,24 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() < 3) {
-        std::fputs("usage: tvstore SETTINGS_DIR set JSON | reports\n", stderr);
+        std::fputs("usage: tvstore SETTINGS_DIR set JSON | reports | cached PATH\n", stderr);
         return 2;
     }
     TvCore::setDirectory(arguments[1]);
     if (arguments[2] == QLatin1String("reports")) {
         return printReports() ? 0 : 1;
     }
+    if (arguments[2] == QLatin1String("cached") && arguments.size() == 4) {
+        return printCached(arguments[3]) ? 0 : 1;
+    }
     const QJsonDocument document = QJsonDocument::fromJson(arguments.value(3).toUtf8());
     if (arguments[2] != QLatin1String("set") || !document.isObject()) {
-        std::fputs("tvstore: neither \"reports\" nor \"set\" with a JSON object\n", stderr);
+        std::fputs("tvstore: neither \"reports\", \"cached\" with a path nor \"set\" with a JSON object\n",
+                   stderr);
         return 2;
     }
     const QJsonObject wanted = document.object();
-    return setProtection(wanted) && setScanSetting(wanted) && setExcludeLists(wanted) ? 0 : 1;
+    const bool ok = setProtection(wanted) && setScanSetting(wanted) && setExcludeLists(wanted) &&
+                    setIocSettings(wanted) && setIocHashes(wanted);
+    return ok ? 0 : 1;
 }
