@@ -2,6 +2,7 @@
 #include "app/standardstreams.h"
 #include "monitor/filemonitor.h"
 #include "scan/cscanfile.h"
+#include "socket/csocketmanager.h"
 
 #include <QCoreApplication>
 #include <QTextCodec>
@@ -15,11 +16,17 @@ int main(int argc, char* argv[])
     const QCoreApplication application(argc, argv);
     const OrderlyStop stop;
 
+    // Whatever fails to start, the rest runs without it.
+    CSocketManager::getInstance()->startListening();
+
     CScanFile* engine = CScanFile::getInstance();
     engine->initEngine();
     engine->loadDatabases();
 
     FileMonitor monitor;
     monitor.startMonitoring();
-    return QCoreApplication::exec();
+    const int status = QCoreApplication::exec();
+
+    CSocketManager::getInstance()->stop();
+    return status;
 }
