@@ -33,6 +33,8 @@ private Q_SLOTS:
     void doesNotWaitLong_data();
     void doesNotWaitLong();
     void readsWhileAnotherWrites();
+    void leavesOthersAGapBetweenTransactions();
+    void holdsNothingThatItDidNotRead();
     void isNotSetAsideWhileLocked();
     void rollsBackWhatFails();
     void startsAgainWhenRemoved();
@@ -140,6 +142,35 @@ void TestStore::readsWhileAnotherWrites()
     QVERIFY2(timer.elapsed() < 50, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(other.run(QStringLiteral("COMMIT")));
     QCOMPARE(fixture.count(), 2);
+}
+
+void TestStore::leavesOthersAGapBetweenTransactions()
+{
+    // Without the disk, a transaction takes a small part of a millisecond.
+    StoreSchema disposable = StoreFixture::firstVersion();
+    disposable.durable = false;
+    StoreFixture fixture;
+    fixture.start(disposable);
+    QVERIFY(fixture.add(0));
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < 20; ++i) {
+        QVERIFY(fixture.add(i));
+    }
+    QVERIFY2(timer.elapsed() >= 20 * 3, qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestStore::holdsNothingThatItDidNotRead()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.add(1) && fixture.add(2));
+    QVERIFY(fixture.store().read([](StoreConnection& connection) {
+        return connection.execute(QStringLiteral("SELECT value FROM number"));
+    }));
+    // The log can only be emptied when nobody still looks at it.
+    RawDatabase other(fixture.path());
+    QVERIFY(other.run(QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)")));
+    QCOMPARE(QFileInfo(fixture.path() + QStringLiteral("-wal")).size(), 0LL);
 }
 
 void TestStore::isNotSetAsideWhileLocked()
