@@ -122,10 +122,10 @@ directory_to_try()
 }
 
 # Waits until the process $1 watches, told by what is in the log after byte $2, and shows how to try it.
+# $3 goes in front of a command that looks at files of the service.
 announce()
 {
-    local process=$1 offset=$2 written watched as_root=''
-    [ "$(id -u)" -eq 0 ] || as_root='sudo '
+    local process=$1 offset=$2 privilege=$3 written watched
     until
         # A log that has shrunk was moved aside when the service started.
         written=$(stat -c %s "$log" 2>/dev/null || echo 0)
@@ -144,17 +144,18 @@ run.sh: watching /home and /media. Ctrl-C stops it. To try it, in another termin
 
     printf '%s%s' 'X5O!P%@AP[4\\PZX54(P^)7CC)7}\$EICAR' '-STANDARD-ANTIVIRUS-TEST-FILE!\$H+H*' > $(directory_to_try)/eicar.com
     tail -n 5 $log
-    ${as_root}ls -l $root/quarantine
+    ${privilege}ls -l $root/quarantine
 
 EOF
 }
 
 run_service()
 {
-    local command=("$root/bin/tvfilemon")
+    local command=("$root/bin/tvfilemon") privilege=''
     if [ "$(id -u)" -ne 0 ]; then
         if command -v sudo >/dev/null && sudo -v; then
             command=(sudo -- "${command[@]}")
+            privilege='sudo '
         else
             say "*** running without root: directories and files of other users are NOT watched or scanned," \
                 "and only you see popups. ***"
@@ -163,7 +164,7 @@ run_service()
     local offset
     offset=$(stat -c %s "$log" 2>/dev/null || echo 0)
     # Twice forked, so that it is nobody's child when the service has taken the place of this shell.
-    (announce $$ "$offset" &)
+    (announce $$ "$offset" "$privilege" &)
     exec "${command[@]}"
 }
 
