@@ -171,12 +171,19 @@ int HashListStore::add(int list, const QStringList& hashes)
                 return false;
             }
             all.clear();
+            QSet<QString> missing(hashes.cbegin(), hashes.cend());
             for (const Chunk& chunk : qAsConst(chunks)) {
+                for (const QString& hash : chunk.hashes) {
+                    missing.remove(hash);
+                }
                 all += chunk.hashes;
             }
             oldCount = all.size();
-            all += hashes;
-            all.removeDuplicates();
+            for (const QString& hash : hashes) {
+                if (missing.remove(hash)) {
+                    all.append(hash);
+                }
+            }
             if (all.size() == oldCount || chunks.isEmpty()) {
                 return insert(connection, list, pack(all.mid(oldCount)));
             }

@@ -16,7 +16,7 @@
 /// last read (or wrote) in this process, and the default only when there never was such a value.
 ///
 /// A writing operation is done as a whole or not at all, and nobody sees a part of it. Readers are never held
-/// up by it; other writers are, for about half a second when it rewrites a million hashes.
+/// up by it; other writers of the file wait, for up to a second while a million hashes are rewritten.
 class TVCORE_EXPORT IOCScanConfig
 {
 public:
