@@ -2,6 +2,7 @@
 
 #include "capturedlog.h"
 #include "common/filename.h"
+#include "platform/tvcore/iocscanconfig.h"
 #include "platform/tvcore/tvcore.h"
 #include "rawdatabase.h"
 
@@ -15,6 +16,7 @@
 #include <limits>
 #include <memory>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -53,6 +55,14 @@ bool isEqual(const FileIOCInfo& a, const FileIOCInfo& b)
            isEqual(a.getFileSign(), b.getFileSign());
 }
 
+/// How often this process has waited for a disk.
+int syncCount = 0;
+
+template <typename Function> Function* real(const char* name)
+{
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
 /// Gives `path` the modification time `seconds`.`nanoseconds` since 1970.
 bool setModified(const QString& path, qint64 seconds, long nanoseconds)
 {
@@ -60,6 +70,19 @@ bool setModified(const QString& path, qint64 seconds, long nanoseconds)
     return ::utimensat(AT_FDCWD, FileName::toBytes(path).constData(), times, 0) == 0;
 }
 } // namespace
+
+// The dynamic linker finds these before the C library's; SQLite comes in with a plug-in, later.
+extern "C" __attribute__((visibility("default"))) int fsync(int fd)
+{
+    ++syncCount;
+    return real<int(int)>("fsync")(fd);
+}
+
+extern "C" __attribute__((visibility("default"))) int fdatasync(int fd)
+{
+    ++syncCount;
+    return real<int(int)>("fdatasync")(fd);
+}
 
 Q_DECLARE_METATYPE(FileIOCInfo)
 
@@ -89,6 +112,8 @@ private Q_SLOTS:
     void startsADamagedCacheAnew();
     void failsQuicklyAndOnceWhileItCannotBeUsed();
     void waitsAMomentForALock();
+    void neverWaitsForTheDisk();
+    void manyWritesInARowTakeNoTime();
 
 private:
     QString path() const
@@ -457,6 +482,35 @@ void TestIOCDatabaseConfig::waitsAMomentForALock()
     QVERIFY(cache.updateFileIOCInfo(second));
     QVERIFY(cache.getFileIOCInfo(QStringLiteral("/home/u/a"), info));
     QVERIFY(isEqual(info, second));
+}
+
+void TestIOCDatabaseConfig::neverWaitsForTheDisk()
+{
+    IOCScanConfig settings;
+    syncCount = 0;
+    QVERIFY(settings.setHashList(IOCScanConfig::MD5, {QStringLiteral("a")}));
+    QVERIFY2(syncCount > 0, "the settings are durable, and the test sees it");
+    syncCount = 0;
+    IOCDatabaseConfig cache;
+    for (int i = 0; i < 2000; ++i) {
+        FileIOCInfo info = recordOf(QStringLiteral("/home/u/%1").arg(i), i);
+        QVERIFY(cache.addFileIOCInfo(info));
+    }
+    QCOMPARE(syncCount, 0);
+}
+
+void TestIOCDatabaseConfig::manyWritesInARowTakeNoTime()
+{
+    // Each scan of a file that is in the cache writes its record anew.
+    IOCDatabaseConfig cache;
+    FileIOCInfo info = recordOf(QStringLiteral("/home/u/a"));
+    QVERIFY(cache.addFileIOCInfo(info));
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < 1000; ++i) {
+        QVERIFY(cache.updateFileIOCInfo(info));
+    }
+    QVERIFY2(timer.elapsed() < 2000, "a pause of milliseconds between them would take longer");
 }
 
 QTEST_GUILESS_MAIN(TestIOCDatabaseConfig)

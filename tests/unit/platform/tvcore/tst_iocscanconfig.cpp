@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -50,7 +51,7 @@ QStringList wholeList(int n)
     return numbered(QString::number(n), 3000);
 }
 
-constexpr int roundCount = 60;
+constexpr int roundCount = 30;
 
 /// The other process: writes as a tool does.
 int writeInAnotherProcess(const QString& directory)
@@ -90,6 +91,7 @@ private Q_SLOTS:
     void removes();
     void removingAllMakesItEmpty();
     void changesWhatIsInTheStore();
+    void doesWhatASimpleListDoes();
     void listsInPieces_data();
     void listsInPieces();
     void refusesOtherTypes_data();
@@ -353,6 +355,48 @@ void TestIOCScanConfig::changesWhatIsInTheStore()
     QCOMPARE(config.getHashList(IOCScanConfig::MD5), QStringList({QStringLiteral("b")}));
 }
 
+void TestIOCScanConfig::doesWhatASimpleListDoes()
+{
+    // Texts of such a length that a row of the store holds some twenty of them.
+    QStringList pool;
+    for (int i = 0; i < 200; ++i) {
+        pool.append(QString::number(i) + QString(3000, QLatin1Char('x')));
+    }
+    QRandomGenerator random(11);
+    QStringList model[3];
+    IOCScanConfig config;
+    for (int round = 0; round < 150; ++round) {
+        const IOCScanConfig::HASH_TYPE type = allTypes[random.bounded(3)];
+        QStringList& list = model[type];
+        QStringList hashes;
+        for (int i = random.bounded(40); i > 0; --i) {
+            hashes.append(pool.at(random.bounded(pool.size())));
+        }
+        int expected = 0;
+        if (random.bounded(2) == 0) {
+            for (const QString& hash : qAsConst(hashes)) {
+                if (!list.contains(hash)) {
+                    list.append(hash);
+                    ++expected;
+                }
+            }
+            QCOMPARE(config.addHashes(type, hashes), expected);
+        } else {
+            for (const QString& hash : qAsConst(hashes)) {
+                expected += list.removeAll(hash);
+            }
+            QCOMPARE(config.removeHashes(type, hashes), expected);
+        }
+        QCOMPARE(config.getHashList(type), list);
+        QCOMPARE(config.getHashCount(type), list.size());
+        const int from = random.bounded(100);
+        const int limit = random.bounded(100);
+        QStringList piece;
+        QVERIFY(config.getHashes(type, piece, from, limit));
+        QCOMPARE(piece, list.mid(from, limit));
+    }
+}
+
 void TestIOCScanConfig::listsInPieces_data()
 {
     QTest::addColumn<int>("from");
@@ -563,8 +607,8 @@ void TestIOCScanConfig::failedWritesChangeNothing()
 void TestIOCScanConfig::doesNotLeaveALongLogBehind()
 {
     IOCScanConfig config;
-    // Some 20 MB.
-    QVERIFY(config.setHashList(IOCScanConfig::SHA256, numbered(QStringLiteral("h"), 300000)));
+    // Some 7 MB.
+    QVERIFY(config.setHashList(IOCScanConfig::SHA256, numbered(QStringLiteral("h"), 100000)));
     QVERIFY(config.setScanSettings(settingsOf(true, 1)));
     QVERIFY2(QFile(path() + QStringLiteral("-wal")).size() <= 4 * 1024 * 1024,
              "a service that keeps the store open would keep the log on the disk");
