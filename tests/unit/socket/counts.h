@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QDir>
+#include <QString>
+
+/// How many descriptors this process has open, the one that counts them left out.
+inline int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd"))
+               .entryList(QDir::System | QDir::AllEntries | QDir::NoDotAndDotDot)
+               .size() -
+           1;
+}
+
+/// How many threads this process has.
+inline int runningThreads()
+{
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+}
