@@ -101,6 +101,7 @@ private Q_SLOTS:
     void readsWhileAnotherHoldsTheWriteLock();
     void answersWhatItReadLastFromADamagedStore();
     void answersDefaultsWhenNothingWasEverRead();
+    void answersWhatItWroteLast();
     void aDamagedChunkIsNotReadAsAShorterList();
     void failedWritesChangeNothing();
     void doesNotLeaveALongLogBehind();
@@ -230,9 +231,9 @@ void TestIOCScanConfig::keepsAnyText()
 void TestIOCScanConfig::keepsListsApart()
 {
     IOCScanConfig config;
-    QVERIFY(config.setHashList(IOCScanConfig::MD5, {QStringLiteral("same"), QStringLiteral("md5")}));
     QVERIFY(config.setHashList(IOCScanConfig::SHA1, {QStringLiteral("same"), QStringLiteral("sha1")}));
     QVERIFY(config.setHashList(IOCScanConfig::SHA256, {QStringLiteral("same"), QStringLiteral("sha256")}));
+    QVERIFY(config.setHashList(IOCScanConfig::MD5, {QStringLiteral("same"), QStringLiteral("md5")}));
     QCOMPARE(config.addHashes(IOCScanConfig::MD5, {QStringLiteral("added")}), 1);
     QCOMPARE(config.removeHashes(IOCScanConfig::SHA1, {QStringLiteral("same")}), 1);
     QVERIFY(config.clearHashList(IOCScanConfig::SHA256));
@@ -549,6 +550,24 @@ void TestIOCScanConfig::answersDefaultsWhenNothingWasEverRead()
     QCOMPARE(config.removeHashes(IOCScanConfig::SHA1, {QStringLiteral("a")}), -1);
     QVERIFY(isEqual(config.getScanSettings(), settingsOf(false, 0)));
     QVERIFY(config.getHashList(IOCScanConfig::SHA1).isEmpty());
+}
+
+void TestIOCScanConfig::answersWhatItWroteLast()
+{
+    const QString a = QStringLiteral("a");
+    const QString b = QStringLiteral("b");
+    IOCScanConfig config;
+    QVERIFY(config.setScanSettings(settingsOf(true, 2)));
+    QVERIFY(config.setHashList(IOCScanConfig::MD5, {a, b}));
+    QVERIFY(config.setHashList(IOCScanConfig::SHA1, {a}));
+    QCOMPARE(config.addHashes(IOCScanConfig::SHA1, {b}), 1);
+    QVERIFY(config.setHashList(IOCScanConfig::SHA256, {a, b}));
+    QCOMPARE(config.removeHashes(IOCScanConfig::SHA256, {b}), 1);
+    QVERIFY(QDir(m_directory->path()).removeRecursively());
+    QVERIFY(isEqual(config.getScanSettings(), settingsOf(true, 2)));
+    QCOMPARE(config.getHashList(IOCScanConfig::MD5), QStringList({a, b}));
+    QCOMPARE(config.getHashList(IOCScanConfig::SHA1), QStringList({a, b}));
+    QCOMPARE(config.getHashList(IOCScanConfig::SHA256), QStringList({a}));
 }
 
 void TestIOCScanConfig::aDamagedChunkIsNotReadAsAShorterList()
