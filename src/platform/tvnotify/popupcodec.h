@@ -9,7 +9,7 @@
 
 /// No encoded popup is longer: far above the bounds that PopupSender's callers keep, far below what one
 /// datagram of a local socket can carry.
-constexpr std::size_t maximumEncodedPopup = 64 * 1024;
+constexpr std::size_t maximumEncodedPopup = 65536;
 
 /// The datagram by which the helper says that it had to drop popups.
 constexpr char popupsDroppedNotice = 'D';

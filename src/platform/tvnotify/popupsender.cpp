@@ -64,10 +64,7 @@ PopupSender::~PopupSender()
     if (!m_thread.joinable()) {
         return;
     }
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
+    m_stopping = true;
     wakeThread();
     m_thread.join();
 }
@@ -75,20 +72,12 @@ PopupSender::~PopupSender()
 void PopupSender::send(const Popup& popup)
 {
     std::string datagram = encodePopup(popup);
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (!m_threadTried) {
-            m_threadTried = true;
-            startThread();
-        }
-        if (!m_thread.joinable()) {
-            return;
-        }
-        if (datagram.empty() || m_queue.size() >= maximumQueue) {
-            m_dropped = true;
-        } else {
-            m_queue.push_back(std::move(datagram));
-        }
+    std::call_once(m_threadStart, &PopupSender::startThread, this);
+    if (!m_thread.joinable()) {
+        return;
+    }
+    if (datagram.empty() || !m_inbox.put(std::move(datagram))) {
+        m_dropped = true;
     }
     wakeThread();
 }
@@ -117,7 +106,7 @@ void PopupSender::wakeThread()
 
 void PopupSender::run()
 {
-    while (!isStopping()) {
+    while (!m_stopping) {
         sendQueued();
         reportDropsOnce();
         waitForWork();
@@ -127,12 +116,12 @@ void PopupSender::run()
 
 void PopupSender::sendQueued()
 {
-    while (m_unsent || (m_unsent = takeQueued())) {
+    while (!m_unsent.empty() || m_inbox.take(m_unsent)) {
         if (!m_helper && !startHelper()) {
             return;
         }
-        if (::send(m_helper->socket(), m_unsent->data(), m_unsent->size(), MSG_NOSIGNAL) >= 0) {
-            m_unsent.reset();
+        if (::send(m_helper->socket(), m_unsent.data(), m_unsent.size(), MSG_NOSIGNAL) >= 0) {
+            m_unsent.clear();
             m_stuckSince.reset();
             continue;
         }
@@ -186,7 +175,7 @@ void PopupSender::waitForWork()
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
         timeout = static_cast<int>(std::max(left, std::chrono::milliseconds(0)).count());
     }
-    const short helperEvents = m_unsent ? POLLIN | POLLOUT : POLLIN;
+    const short helperEvents = m_unsent.empty() ? POLLIN : POLLIN | POLLOUT;
     pollfd waits[] = {{m_wakeUp.get(), POLLIN, 0}, {m_helper ? m_helper->socket() : -1, helperEvents, 0}};
     if (::poll(waits, std::size(waits), timeout) <= 0) {
         return;
@@ -209,18 +198,14 @@ void PopupSender::readNotice()
         return;
     }
     if (notice == popupsDroppedNotice) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
         m_dropped = true;
     }
 }
 
 void PopupSender::reportDropsOnce()
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (!m_dropped || m_reportedDrops) {
-            return;
-        }
+    if (!m_dropped || m_reportedDrops) {
+        return;
     }
     m_reportedDrops = true;
     // From this thread, because a log that blocks must not hold up who shows a popup.
@@ -231,7 +216,7 @@ void PopupSender::finish()
 {
     m_stopLimit = Clock::now() + stopLimit;
     sendQueued();
-    while (m_unsent && Clock::now() < *m_stopLimit) {
+    while (!m_unsent.empty() && Clock::now() < *m_stopLimit) {
         waitForWork();
         sendQueued();
     }
@@ -249,26 +234,9 @@ void PopupSender::finish()
 std::optional<PopupSender::Clock::time_point> PopupSender::nextDeadline() const
 {
     std::optional<Clock::time_point> deadline = m_stopLimit;
-    if (m_unsent) {
+    if (!m_unsent.empty()) {
         const Clock::time_point retry = m_stuckSince ? *m_stuckSince + stuckLimit : m_nextStart;
         deadline = std::min(retry, deadline.value_or(retry));
     }
     return deadline;
-}
-
-std::optional<std::string> PopupSender::takeQueued()
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_queue.empty()) {
-        return std::nullopt;
-    }
-    std::string datagram = std::move(m_queue.front());
-    m_queue.pop_front();
-    return datagram;
-}
-
-bool PopupSender::isStopping()
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_stopping;
 }

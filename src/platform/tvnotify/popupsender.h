@@ -3,10 +3,11 @@
 #include "common/uniquefd.h"
 #include "platform/tvnotify/helperprocess.h"
 #include "platform/tvnotify/popup.h"
+#include "platform/tvnotify/popupinbox.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <deque>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -49,8 +50,6 @@ private:
     void reportDropsOnce();
     void finish();
     std::optional<Clock::time_point> nextDeadline() const;
-    std::optional<std::string> takeQueued();
-    bool isStopping();
 
     const std::string m_helperProgram;
     const std::string m_sessionAddress;
@@ -58,17 +57,15 @@ private:
     UniqueFd m_wakeUp;
     std::thread m_thread;
 
-    std::mutex m_mutex;
-    /// Guarded by `m_mutex`, as the three below.
-    std::deque<std::string> m_queue;
-    bool m_threadTried = false;
-    bool m_stopping = false;
-    bool m_dropped = false;
+    std::once_flag m_threadStart;
+    PopupInbox m_inbox{maximumQueue};
+    std::atomic<bool> m_stopping{false};
+    std::atomic<bool> m_dropped{false};
 
     // The sending thread's own.
     std::optional<HelperProcess> m_helper;
-    /// Taken from the queue, not accepted by the helper's socket yet.
-    std::optional<std::string> m_unsent;
+    /// Taken from the inbox, not accepted by the helper's socket yet; empty for none.
+    std::string m_unsent;
     std::optional<Clock::time_point> m_stuckSince;
     Clock::time_point m_helperStarted;
     Clock::time_point m_nextStart;

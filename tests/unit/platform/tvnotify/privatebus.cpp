@@ -141,7 +141,7 @@ bool PrivateBus::startProgram(std::unique_ptr<QProcess>& process, const QString&
 /// The source tree may stand where the owner of the bus cannot read.
 QString PrivateBus::copyForOwner(const QString& name) const
 {
-    const QString copy = m_directory + QLatin1Char('/') + name;
+    QString copy = m_directory + QLatin1Char('/') + name;
     const QString source = qEnvironmentVariable("TVFILEMON_SOURCE_DIR") + QStringLiteral("/tests/support/");
     QFile::copy(source + name, copy);
     QFile::setPermissions(copy, QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther);
