@@ -10,6 +10,7 @@ import pytest
 from harness import EICAR, KLEZ_PATTERN, Path, Unwatched, exists, wait_gone, wait_until, write_once
 
 FILES = 5000
+LONG = 180
 
 
 def write_all(directories, infected):
@@ -41,8 +42,10 @@ def test_five_thousand_files(tv, bus, home, every):
     threads, names = write_all(directories, lambda number: number % every == 0)
     for thread in threads:
         thread.join()
+    # A busy machine takes its time for so many.
+    for name in names[True]:
+        wait_gone(name, timeout=LONG)
     tv.settle()
-    assert [name for name in names[True] if exists(name)] == []
     assert [name for name in names[False] if not exists(name)] == []
     assert len(tv.quarantined()) == len(names[True])
     reports = tv.reports()
