@@ -83,6 +83,7 @@ bool CScanFile::initEngine()
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to init scan engine!");
         return false;
     }
+    m_compiled = false;
     m_engine = cl_engine_new();
     if (m_engine == nullptr) {
         const int error = errno;
@@ -90,7 +91,6 @@ bool CScanFile::initEngine()
         return false;
     }
     m_engineReady = true;
-    m_compiled = false;
     cl_engine_set_num(m_engine, CL_ENGINE_DISABLE_CACHE, 1);
     CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Successfully Scan Engine Initialize.");
     return true;

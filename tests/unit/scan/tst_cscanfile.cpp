@@ -4,6 +4,7 @@
 #include "scan/scansettings.h"
 #include "support/fakeclamav.h"
 #include "support/logreader.h"
+#include "support/standarderror.h"
 #include "support/testsignatures.h"
 
 #include <QDir>
@@ -36,31 +37,6 @@ LogLine loadFailure(int code, const char* name, int result)
                    QByteArray("Failed to load database. Path: ") + name +
                        " Error: " + QByteArray::number(result));
 }
-
-/// What is written to standard error while this lives.
-class StandardError
-{
-public:
-    StandardError() : m_saved(::dup(STDERR_FILENO))
-    {
-        m_file.open();
-        ::dup2(m_file.handle(), STDERR_FILENO);
-    }
-    ~StandardError()
-    {
-        ::dup2(m_saved, STDERR_FILENO);
-        ::close(m_saved);
-    }
-    QByteArray text()
-    {
-        m_file.seek(0);
-        return m_file.readAll();
-    }
-
-private:
-    const int m_saved;
-    QTemporaryFile m_file;
-};
 } // namespace
 
 /// The engine's states, its log lines and what it asks of libclamav. What it finds: see
@@ -84,6 +60,7 @@ private Q_SLOTS:
     void tellsThatNoEngineCanBeMade();
     void canBeInitializedAfterAFailure();
     void scansNothingWhenASecondEngineCannotBeMade();
+    void compilesNothingWhenASecondEngineCannotBeMade();
 
     void releasesTheEngineOnce();
     void tellsThatThereIsNothingToRelease();
@@ -283,6 +260,18 @@ void TestCScanFile::scansNothingWhenASecondEngineCannotBeMade()
     QCOMPARE(cl_engine_free(first), CL_SUCCESS);
     // Its handle is gone, but an engine counts as ready: the library refuses to free nothing.
     QVERIFY(!CScanFile::getInstance()->releaseEngine());
+}
+
+void TestCScanFile::compilesNothingWhenASecondEngineCannotBeMade()
+{
+    QVERIFY(CScanFile::getInstance()->loadDatabases());
+    cl_engine* const first = FakeClamav::engines.constFirst();
+    FakeClamav::failures.insert("cl_engine_new", {0, ENOMEM});
+    QVERIFY(!CScanFile::getInstance()->initEngine());
+    // That the first one was compiled counts for nothing.
+    QVERIFY(!CScanFile::getInstance()->loadDatabases());
+    QVERIFY(!CScanFile::getInstance()->isDBLoaded());
+    QCOMPARE(cl_engine_free(first), CL_SUCCESS);
 }
 
 void TestCScanFile::releasesTheEngineOnce()
