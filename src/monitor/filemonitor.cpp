@@ -85,18 +85,14 @@ bool FileMonitor::startMonitoring()
 void FileMonitor::addToWatchRecursive(int fd, const QString& path, int& depth)
 {
     if (++depth <= deepestLevel) {
-        const QByteArray directory = FileName::toBytes(path);
-        const int watch = ::inotify_add_watch(fd, directory.constData(), watchMask);
-        if (watch < 0) {
-            const int error = errno;
-            perror("inotify_add_watch");
+        QStringList below;
+        const int error = watch(fd, path, below);
+        if (error != 0) {
             CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to add path for watch: %s",
-                                          directory.constData());
-        } else {
-            m_watches.insert(watch, path);
-            for (const QByteArray& name : subdirectoriesOf(directory)) {
-                addToWatchRecursive(fd, path + QLatin1Char('/') + FileName::toText(name), depth);
-            }
+                                          FileName::toBytes(path).constData());
+        }
+        for (const QString& directory : qAsConst(below)) {
+            addToWatchRecursive(fd, directory, depth);
         }
     }
     --depth;
@@ -105,22 +101,34 @@ void FileMonitor::addToWatchRecursive(int fd, const QString& path, int& depth)
 void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& depth)
 {
     if (++depth <= deepestLevel) {
-        const QByteArray directory = FileName::toBytes(path);
-        const int watch = ::inotify_add_watch(fd, directory.constData(), watchMask);
-        if (watch < 0) {
-            const int error = errno;
-            perror("inotify_add_watch");
+        // Files that are in the directory already are passed over: each is scanned by its own events.
+        QStringList below;
+        const int error = watch(fd, path, below);
+        if (error != 0) {
             CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to add path for watch: %s",
-                                          directory.constData());
-        } else {
-            m_watches.insert(watch, path);
-            // Files that are in the directory already are passed over: each is scanned by its own events.
-            for (const QByteArray& name : subdirectoriesOf(directory)) {
-                addNewDirToWatchRecursive(fd, path + QLatin1Char('/') + FileName::toText(name), depth);
-            }
+                                          FileName::toBytes(path).constData());
+        }
+        for (const QString& directory : qAsConst(below)) {
+            addNewDirToWatchRecursive(fd, directory, depth);
         }
     }
     --depth;
+}
+
+int FileMonitor::watch(int fd, const QString& path, QStringList& below)
+{
+    const QByteArray directory = FileName::toBytes(path);
+    const int descriptor = ::inotify_add_watch(fd, directory.constData(), watchMask);
+    if (descriptor < 0) {
+        const int error = errno;
+        perror("inotify_add_watch");
+        return error;
+    }
+    m_watches.insert(descriptor, path);
+    for (const QByteArray& name : subdirectoriesOf(directory)) {
+        below.append(path + QLatin1Char('/') + FileName::toText(name));
+    }
+    return 0;
 }
 
 void FileMonitor::removeDirectoryFromWatch(const QString& path)

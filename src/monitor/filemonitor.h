@@ -7,6 +7,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 class CScanManager;
 class QSocketNotifier;
@@ -46,6 +47,9 @@ public:
     void scanFile(const QString& filePath, const QString& fileName);
 
 private:
+    /// One step of the walks: watches the directory `path` and appends the paths of those in it to `below`.
+    /// Returns 0, or the error number when it cannot be watched.
+    int watch(int fd, const QString& path, QStringList& below);
     void recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,
                          int status);
     void showDetection(const QString& filePath, const QString& fileName, const QString& virusName,
