@@ -6,6 +6,7 @@
 #include "logger/clogger.h"
 #include "support/fakeinotify.h"
 #include "support/logreader.h"
+#include "support/standarderror.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <memory>
 
 #include <fcntl.h>
@@ -61,6 +63,7 @@ private Q_SLOTS:
     void appendsTheNameOfAFileAsItIs();
     void carriesAnyNameToTheScanner_data();
     void carriesAnyNameToTheScanner();
+    void waitsAMomentBeforeItReads();
     void readsOneBufferANotification();
     void losesNothingOfALongBatch();
     void saysThatReadingFailed();
@@ -72,6 +75,7 @@ private Q_SLOTS:
     void skips_data();
     void skips();
     void logsNothingOfACleanFile();
+    void namesEachFileAtTheDebugLevel();
     void logsAnEngineError_data();
     void logsAnEngineError();
     void answersADetection_data();
@@ -98,6 +102,9 @@ private:
 
 namespace
 {
+QVector<useconds_t> pauses;
+std::function<void()> onPause;
+
 const char* const onActivated = "FileMonitor::onActivated";
 const char* const scanFile = "FileMonitor::scanFile";
 
@@ -108,10 +115,21 @@ QVector<QByteArray> sorted(QVector<QByteArray> paths)
 }
 } // namespace
 
+extern "C" int usleep(useconds_t microseconds)
+{
+    pauses.append(microseconds);
+    if (onPause) {
+        onPause();
+    }
+    return 0;
+}
+
 void TestFileMonitor::init()
 {
     QLocale::setDefault(QLocale::c());
     FakeResponse::reset();
+    pauses.clear();
+    onPause = nullptr;
     m_root = std::make_unique<QTemporaryDir>();
     FakeInotify::reset(m_root->path());
     QDir(m_root->path()).mkdir(QStringLiteral("home"));
@@ -153,8 +171,11 @@ void TestFileMonitor::deliverFile(uint32_t mask, const QByteArray& name)
 void TestFileMonitor::reportsAKernelWithoutInotify()
 {
     FakeInotify::initError = EMFILE;
+    StandardError standardError;
     QVERIFY(!m_monitor->startMonitoring());
+    QCOMPARE(standardError.text(), QByteArray("inotify_init: Too many open files\n"));
     QCOMPARE(FakeInotify::watches.size(), 0);
+    QVERIFY(m_monitor->children().isEmpty());
     QCOMPARE(m_log->takeNew(), QVector<LogLine>());
 }
 
@@ -173,7 +194,9 @@ void TestFileMonitor::watchesBothRootsAndSaysSo()
 void TestFileMonitor::saysItWatchesARootThatItCannotWatch()
 {
     FakeInotify::watchErrors["/media"] = ENOENT;
+    StandardError standardError;
     QVERIFY(m_monitor->startMonitoring());
+    QCOMPARE(standardError.text(), QByteArray("inotify_add_watch: No such file or directory\n"));
     QCOMPARE(m_log->takeNew(),
              QVector<LogLine>({{"INFO", "FileMonitor::startMonitoring", "Watching: /home"},
                                {"ERROR", "FileMonitor::addToWatchRecursive",
@@ -324,8 +347,11 @@ void TestFileMonitor::namesTheNewDirectoryWalkInItsError()
     makeTree(QStringLiteral("/home/new/below"));
     FakeInotify::watchErrors["/home/new/below"] = EACCES;
     FakeInotify::watchErrors["/home/gone"] = ENOENT;
+    StandardError standardError;
     deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "new") +
             FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "gone"));
+    QCOMPARE(standardError.text(), QByteArray("inotify_add_watch: Permission denied\n"
+                                              "inotify_add_watch: No such file or directory\n"));
     const QByteArray walk = "FileMonitor::addNewDirToWatchRecursive";
     QCOMPARE(m_log->takeNew(),
              QVector<LogLine>(
@@ -466,7 +492,6 @@ void TestFileMonitor::scansUnderAnEmptyDirectoryWhatAForgottenOneReports()
     start();
     deliver(FakeInotify::record(4711, IN_MODIFY, "f"));
     QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/f")});
-    // Asked about once, the descriptor is known by an empty path; a prefix of it forgets it again.
     deliver(FakeInotify::record(4712, IN_CREATE | IN_ISDIR, "new"));
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /new"}}));
     QCOMPARE(FakeInotify::watches.last().path, QByteArray("/new"));
@@ -498,6 +523,18 @@ void TestFileMonitor::carriesAnyNameToTheScanner()
     deliverFile(IN_CREATE, name);
     QCOMPARE(FakeResponse::scanned.size(), 1);
     QCOMPARE(FileName::toBytes(FakeResponse::scanned.first()), "/home/" + name);
+}
+
+void TestFileMonitor::waitsAMomentBeforeItReads()
+{
+    start();
+    onPause = [this] {
+        FakeInotify::deliver(FakeInotify::record(m_home, IN_MODIFY, "second"));
+    };
+    deliverFile(IN_MODIFY, "first");
+    QCOMPARE(pauses, QVector<useconds_t>{100});
+    QCOMPARE(FakeResponse::scanned,
+             QStringList({QStringLiteral("/home/first"), QStringLiteral("/home/second")}));
 }
 
 void TestFileMonitor::readsOneBufferANotification()
@@ -618,6 +655,18 @@ void TestFileMonitor::logsNothingOfACleanFile()
     QCOMPARE(FakeResponse::calls, QStringList{QStringLiteral("scan /home/x.bin")});
     QCOMPARE(FakeResponse::virusNamesPassedIn, QStringList{QString()});
     QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::namesEachFileAtTheDebugLevel()
+{
+    start();
+    LOGGER::CLogger::getInstance()->EnaleLog();
+    deliverFile(IN_CREATE, "a.part");
+    deliverFile();
+    FakeResponse::protectionOn = false;
+    deliverFile();
+    LOGGER::CLogger::getInstance()->UpdateLogLevel(LOGGER::LOG_LEVEL_TRACE);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"DEBUG", scanFile, "Scanning file /home/x.bin"}}));
 }
 
 void TestFileMonitor::logsAnEngineError_data()
