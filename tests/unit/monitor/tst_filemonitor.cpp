@@ -11,11 +11,15 @@
 #include <QDir>
 #include <QFile>
 #include <QLocale>
+#include <QPointer>
+#include <QSocketNotifier>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <ctime>
 #include <functional>
 #include <memory>
 
@@ -36,6 +40,7 @@ private Q_SLOTS:
     void watchesBothRootsAndSaysSo();
     void saysItWatchesARootThatItCannotWatch();
     void opensADescriptorThatProgramsDoNotInherit();
+    void leavesTheDescriptorToTheEndOfTheProcess();
     void watchesFiveLevels();
     void passesOverLinksAndHiddenDirectories();
     void goesOnWithTheSiblingsOfADirectoryThatFails();
@@ -83,6 +88,7 @@ private Q_SLOTS:
     void tellsADetectionInOrder();
     void goesOnWhenTheRecordIsNotStored();
     void fillsThePopupInTurn();
+    void showsTheLocalTime();
     void writesTimesInTheCLocale_data();
     void writesTimesInTheCLocale();
     void repeatsEverythingForEachEventOfAReportedFile();
@@ -113,6 +119,17 @@ QVector<QByteArray> sorted(QVector<QByteArray> paths)
     std::sort(paths.begin(), paths.end());
     return paths;
 }
+
+/// `time` as a popup has it, put together without Qt's dates.
+QString localTime(time_t time)
+{
+    std::array<char, 32> text = {};
+    struct tm parts = {};
+    ::tzset();
+    ::localtime_r(&time, &parts);
+    ::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
+    return QString::fromLatin1(text.data());
+}
 } // namespace
 
 extern "C" int usleep(useconds_t microseconds)
@@ -141,6 +158,7 @@ void TestFileMonitor::init()
 
 void TestFileMonitor::cleanup()
 {
+    qunsetenv("TZ");
     m_monitor.reset();
     m_root.reset();
 }
@@ -209,6 +227,17 @@ void TestFileMonitor::opensADescriptorThatProgramsDoNotInherit()
     start();
     const int flags = ::fcntl(FakeInotify::watches.first().fd, F_GETFD);
     QVERIFY((flags & FD_CLOEXEC) != 0);
+}
+
+void TestFileMonitor::leavesTheDescriptorToTheEndOfTheProcess()
+{
+    start();
+    QCOMPARE(m_monitor->findChildren<QSocketNotifier*>().size(), 1);
+    const QPointer<QSocketNotifier> notifier = m_monitor->findChild<QSocketNotifier*>();
+    m_monitor.reset();
+    QVERIFY(notifier.isNull());
+    QVERIFY(::fcntl(FakeInotify::watches.first().fd, F_GETFD) >= 0);
+    QCOMPARE(FakeInotify::removals, 0);
 }
 
 void TestFileMonitor::watchesFiveLevels()
@@ -778,6 +807,19 @@ void TestFileMonitor::fillsThePopupInTurn()
     QCOMPARE(FakeResponse::popups.first().message,
              QStringLiteral("<b>File Name:</b> /home/%4%2V<br/><b>Virus Name:</b> V<br/>"
                             "<b>Clean Status:</b> Cleaned<br/><b>File Path:</b> /home/%4%2"));
+}
+
+void TestFileMonitor::showsTheLocalTime()
+{
+    // In UTC nothing would tell local time from universal time.
+    qputenv("TZ", "TVT-5:30");
+    start();
+    FakeResponse::scanResult = 1;
+    const QString earliest = localTime(::time(nullptr) + 60);
+    deliverFile();
+    const QString latest = localTime(::time(nullptr) + 60);
+    const QString stamp = FakeResponse::popups.first().stamp;
+    QVERIFY2(stamp >= earliest && stamp <= latest, qPrintable(stamp));
 }
 
 void TestFileMonitor::writesTimesInTheCLocale_data()
