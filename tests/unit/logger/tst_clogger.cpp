@@ -222,6 +222,7 @@ void TestCLogger::init()
 
 void TestCLogger::cleanup()
 {
+    qunsetenv("TZ");
     CLogger::releaseInstance();
 }
 
@@ -274,6 +275,8 @@ void TestCLogger::firstCallsOfManyThreadsMakeOneLogger()
 
 void TestCLogger::stampsWithLocalTime()
 {
+    // In UTC nothing would tell local time from universal time.
+    qputenv("TZ", "TVT-5:30");
     CLogger::getInstance();
     const QDateTime before = QDateTime::currentDateTime();
     trace("now");
