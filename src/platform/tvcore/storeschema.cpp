@@ -15,8 +15,7 @@ StoreSchema StoreSchema::settings()
     schema.applicationId = settingsApplicationId;
     schema.migrations = {
         // An absent setting has its default. A row of exclude_list says that the list was ever written, so
-        // that
-        // a list made empty differs from one that nobody touched.
+        // that a list made empty differs from one that nobody touched.
         QStringList{
             QStringLiteral("CREATE TABLE setting("
                            "name TEXT PRIMARY KEY NOT NULL, value INTEGER NOT NULL) STRICT, WITHOUT ROWID"),
