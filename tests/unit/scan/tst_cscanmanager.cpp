@@ -152,7 +152,7 @@ private:
     }
     QByteArray write(const QByteArray& name, const QByteArray& content = infected) const
     {
-        const QByteArray path = pathOf(name);
+        QByteArray path = pathOf(name);
         const int fd = ::open(path.constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644);
         if (::write(fd, content.constData(), static_cast<size_t>(content.size())) != content.size()) {
             qFatal("cannot write %s", path.constData());

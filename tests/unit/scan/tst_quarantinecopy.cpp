@@ -368,7 +368,7 @@ void TestQuarantineCopy::copiesNoMoreThanTheSourceHeld()
     };
     QCOMPARE(copy(), 0);
     FakeFiles::onCall = nullptr;
-    QVERIFY(growing.size() > 2 * bufferSize);
+    QVERIFY(growing.size() > qint64(2) * bufferSize);
     QVERIFY(read("quarantine/copy.tvq") == content(bufferSize + 10));
 }
 
