@@ -23,11 +23,8 @@ QVariant toBoundText(const QString& text)
 /// empty text as null.
 QString fetchedText(const QSqlQuery& row, int column)
 {
-    if (row.value(column).toBool()) {
-        return QString();
-    }
-    const QByteArray bytes = row.value(column + 1).toByteArray();
-    return bytes.isEmpty() ? QLatin1String("") : StoreText::fromFetched(bytes);
+    return row.value(column).toBool() ? QString()
+                                      : StoreText::fromFetched(row.value(column + 1).toByteArray());
 }
 
 /// The values of a record, the path last.

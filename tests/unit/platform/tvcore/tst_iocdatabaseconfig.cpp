@@ -292,6 +292,7 @@ void TestIOCDatabaseConfig::keepsPathsToTheByte_data()
     QTest::newRow("empty") << QStringLiteral("");
     QTest::newRow("relative") << QStringLiteral("a");
     QTest::newRow("newline") << QStringLiteral("/home/a\nb");
+    QTest::newRow("blanks at the ends") << QStringLiteral(" /home/a \n");
     QTest::newRow("quote") << QStringLiteral("/home/a'; DROP TABLE file_ioc_info; --");
     QTest::newRow("percent") << QStringLiteral("/home/%1 %s %7");
     QTest::newRow("NUL") << QStringLiteral("/home/a") + QChar(0) + QStringLiteral("b");

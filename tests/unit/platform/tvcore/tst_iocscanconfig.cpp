@@ -629,7 +629,7 @@ void TestIOCScanConfig::doesNotLeaveALongLogBehind()
     // Some 7 MB.
     QVERIFY(config.setHashList(IOCScanConfig::SHA256, numbered(QStringLiteral("h"), 100000)));
     QVERIFY(config.setScanSettings(settingsOf(true, 1)));
-    QVERIFY2(QFile(path() + QStringLiteral("-wal")).size() <= 4 * 1024 * 1024,
+    QVERIFY2(QFile(path() + QStringLiteral("-wal")).size() <= 4LL * 1024 * 1024,
              "a service that keeps the store open would keep the log on the disk");
 }
 
