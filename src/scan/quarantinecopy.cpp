@@ -19,38 +19,34 @@ namespace
 {
 constexpr mode_t copyMode = S_IRUSR;
 
-/// The copy while it is made: a file without a name where the file system can make one, else a file under a
-/// passing name, which goes again unless it was published.
+/// The copy while it is made: a file under a passing name, which goes again unless it was published.
+///
+/// Not a file without a name: where the quarantine itself is watched, the kernel tells of such a file by a
+/// made-up name, and the monitor would look for it.
 class PendingCopy
 {
 public:
-    PendingCopy(const UniqueFd& directory, QByteArray name) : m_directory(directory), m_name(std::move(name))
+    PendingCopy(const UniqueFd& directory, const QByteArray& name)
+        : m_directory(directory),
+          m_name(name),
+          m_passingName(name + '.' + QByteArray::number(::getpid()) + ".tvq")
     {
     }
     PendingCopy(const PendingCopy&) = delete;
     PendingCopy& operator=(const PendingCopy&) = delete;
     ~PendingCopy()
     {
-        if (!m_passingName.isEmpty()) {
-            const int error = errno;
-            ::unlinkat(m_directory.get(), m_passingName.constData(), 0);
-            errno = error;
+        if (m_hasPassingName) {
+            remove(m_passingName);
         }
     }
 
     bool create()
     {
-        m_file.reset(::openat(m_directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, copyMode));
-        // A file system or kernel without nameless files answers any of these.
-        if (!m_file.isValid() && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
-            const QByteArray passingName = m_name + '.' + QByteArray::number(::getpid()) + ".tvq";
-            m_file.reset(::openat(m_directory.get(), passingName.constData(),
-                                  O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, copyMode));
-            if (m_file.isValid()) {
-                m_passingName = passingName;
-            }
-        }
-        return m_file.isValid();
+        m_file.reset(::openat(m_directory.get(), m_passingName.constData(),
+                              O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, copyMode));
+        m_hasPassingName = m_file.isValid();
+        return m_hasPassingName;
     }
 
     int file() const
@@ -61,14 +57,9 @@ public:
     /// Gives the copy its name, which nothing may have yet.
     bool publish()
     {
-        if (m_passingName.isEmpty()) {
-            const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_file.get());
-            return ::linkat(AT_FDCWD, self.constData(), m_directory.get(), m_name.constData(),
-                            AT_SYMLINK_FOLLOW) == 0;
-        }
         if (::renameat2(m_directory.get(), m_passingName.constData(), m_directory.get(), m_name.constData(),
                         RENAME_NOREPLACE) == 0) {
-            m_passingName.clear();
+            m_hasPassingName = false;
             return true;
         }
         // Network file systems know no such rename, but links, which replace nothing either.
@@ -78,16 +69,22 @@ public:
 
     void withdraw()
     {
-        const int error = errno;
-        ::unlinkat(m_directory.get(), m_name.constData(), 0);
-        errno = error;
+        remove(m_name);
     }
 
 private:
+    void remove(const QByteArray& name)
+    {
+        const int error = errno;
+        ::unlinkat(m_directory.get(), name.constData(), 0);
+        errno = error;
+    }
+
     const UniqueFd& m_directory;
     const QByteArray m_name;
+    const QByteArray m_passingName;
     UniqueFd m_file;
-    QByteArray m_passingName;
+    bool m_hasPassingName = false;
 };
 
 bool writeAll(int fd, const char* data, size_t size)

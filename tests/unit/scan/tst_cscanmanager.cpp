@@ -685,7 +685,7 @@ void TestCScanManager::copiesBeforeItRemoves()
     };
     QCOMPARE(clean(path), 0);
     QCOMPARE(FakeFiles::calls,
-             QVector<QByteArray>({"openat tmpfile", "fsync file", "linkat", "fsync directory", "unlink"}));
+             QVector<QByteArray>({"openat create", "fsync file", "renameat2", "fsync directory", "unlink"}));
     QVERIFY(copyWasThere);
 }
 
@@ -714,10 +714,10 @@ void TestCScanManager::cleansWhenNothingCanBeWritten_data()
 {
     QTest::addColumn<QByteArray>("call");
     QTest::addColumn<int>("error");
-    QTest::newRow("read-only file system") << QByteArray("openat tmpfile") << EROFS;
+    QTest::newRow("read-only file system") << QByteArray("openat create") << EROFS;
     QTest::newRow("no space") << QByteArray("write") << ENOSPC;
     QTest::newRow("not to be synced") << QByteArray("fsync file") << EIO;
-    QTest::newRow("no name to be given") << QByteArray("linkat") << EDQUOT;
+    QTest::newRow("not to be renamed") << QByteArray("renameat2") << EDQUOT;
     QTest::newRow("directory not to be synced") << QByteArray("fsync directory") << EIO;
 }
 
