@@ -9,6 +9,7 @@ import pytest
 if "TVFILEMON_E2E" not in os.environ:
     sys.exit("these tests are started by tests/e2e/run")
 
+import commandclient
 import harness
 
 LATENCIES = []
@@ -45,6 +46,32 @@ def tv(home):
     yield installation
     installation.close()
     installation.check_log()
+
+
+@pytest.fixture
+def files():
+    """A directory that the service does not watch."""
+    return harness.fresh_directory()
+
+
+@pytest.fixture
+def connect(tv):
+    """Makes clients of the command port, which go before the service does."""
+    clients = []
+
+    def make(*arguments, **options):
+        clients.append(commandclient.Client(*arguments, **options))
+        return clients[-1]
+
+    yield make
+    for client in clients:
+        client.reset()
+
+
+@pytest.fixture(scope="session")
+def slow_file():
+    """A file that takes the service a while to scan, and is clean."""
+    return commandclient.make_slow_file(harness.fresh_directory() / "slow.zip")
 
 
 @pytest.fixture

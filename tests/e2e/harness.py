@@ -11,6 +11,7 @@ import itertools
 import json
 import os
 import re
+import resource
 import select
 import shutil
 import signal
@@ -28,6 +29,7 @@ STAGED = WORK / "staged"
 SIGNATURES = BASE / "signatures"
 PRELOAD = BASE / "tools" / "libunsignedcvd.so"
 CLAM_FILES = Path("/usr/share/clamav-testfiles")
+DOCS = BASE / "docs"
 SUPPORT = BASE / "tests" / "support"
 SERVICE = "tvfilemon"
 
@@ -233,6 +235,22 @@ def parse_log(data):
 KNOWN_LINES = [
     ("INFO", "LoggerStarted", r"Build Date: \d{4}-\d\d-\d\d \d\d:\d\d:\d\d"),
     ("TRACE", "CScanManager::loadSettings", r"Settings loaded successfully\."),
+    ("TRACE", "CScanManager::reloadSettings", r"Reload settings called\."),
+    ("TRACE", "IOCScanManager::loadSettings", r"Settings loaded successfully\."),
+    ("TRACE", "IOCScanManager::reloadSettings", r"Reload settings called\."),
+    ("INFO", "CSocketThread::runSocketListner", r"Socket Listening"),
+    ("INFO", "CSocketThread::runSocketListner", r"127\.0\.0\.1 - Connected on socket\. - \d+"),
+    ("ERROR", "CSocketThread::runSocketListner", r"bind Failed!"),
+    ("ERROR", "CClientThread::connectToSocket", r"Client Disconnected or timeouted"),
+    ("TRACE", "CSocketManager::onClientReceivedMessage",
+     r"Reload (DB|settings|IOCDB|IOCSettings) command recieved\."),
+    ("INFO", "CSocketManager::onClientReceivedMessage", r"(Virus|Bad URL) Found\[.+\]: .+ INFECTED \S+"),
+    ("INFO", "CSocketManager::onClientReceivedMessage",
+     r"IDC File Detected\[.+\]: .* (MD5|SHA1|SHA256):(I[ADR]:[0-9a-f]*|[0-9a-f]*:ERROR)"),
+    ("INFO", "IOCScanManager::scanFile", r"IOC File (Renamed|Removed): .+"),
+    ("ERROR", "IOCScanManager::scanFile", r"IOC Failed to (Rename|Remove): .+"),
+    ("ERROR", "IOCScanManager::scanFile", r"Failed to add report in IOC Scan Report\."),
+    ("ERROR", "IOCScanFile::scanFile", r"Failed to save file hashes!"),
     ("TRACE", "CScanFile::initEngine", r"Successfully Scan Engine Initialize\."),
     ("TRACE", "CScanFile::loadDatabases", r"Successfully Compiled Engine\."),
     ("ERROR", "CScanFile::loadDatabases", r"Failed to load database\. Path: [^/]+ Error: [1-9]\d*"),
@@ -245,8 +263,9 @@ KNOWN_LINES = [
     ("ERROR", "FileMonitor::scanFile", r"Error File Scanning \| Error:(?:[2-9]|\d\d+) \| /.+"),
     ("TRACE", "FileMonitor::scanFile", r"Found infected file \| Status:1 \| /.+"),
     ("TRACE", "FileMonitor::scanFile", r"Cleaned infected file \| Status:(0|-1|1) \| /.+"),
-    ("ERROR", "CScanManager::cleanFile", r"Failed to take backup of file: /.+"),
-    ("ERROR", "CScanManager::cleanFile", r"Failed to clean file: /.+\. Error: \d+"),
+    # A client may name anything.
+    ("ERROR", "CScanManager::cleanFile", r"Failed to take backup of file: .*"),
+    ("ERROR", "CScanManager::cleanFile", r"Failed to clean file: .*\. Error: \d+"),
 ]
 
 
@@ -416,6 +435,10 @@ class Installation:
 
         return wait_until(look, lambda: f"{wanted}; log: {self.log()}; output: {self.output()}")
 
+    def count(self, level, location, message):
+        """How often the line was written; the log keeps one of those in a row, and their number."""
+        return sum(1 + line.repeats for line in self.log() if line.what() == (level, location, message))
+
     def settle(self):
         """Returns when the service has handled every event that happened before the call, and its log.
 
@@ -440,6 +463,10 @@ class Installation:
     def configure(self, **values):
         self.store("set", json.dumps(values))
 
+    def cached(self, path):
+        """What the hash cache knows of the file; empty for nothing."""
+        return json.loads(self.store("cached", path))
+
     def reports(self):
         """The detection records, oldest first."""
         return json.loads(self.store("reports"))
@@ -452,8 +479,19 @@ class Installation:
 
     def descriptors(self):
         """Descriptor to target of what the service has open."""
-        directory = Path(f"/proc/{self.process.pid}/fd")
-        return {int(entry.name): os.readlink(entry) for entry in directory.iterdir()}
+        opened = {}
+        for entry in Path(f"/proc/{self.process.pid}/fd").iterdir():
+            try:
+                opened[int(entry.name)] = os.readlink(entry)
+            except FileNotFoundError:
+                pass  # Closed in the meantime.
+        return opened
+
+    def limit_descriptors(self, limit):
+        """Sets how many descriptors the service may have, and returns how many it might before."""
+        before, hard = resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE, (limit, hard))
+        return before
 
 
 def quarantine_name(path):
