@@ -374,7 +374,7 @@ def test_a_file_that_is_not_there_counts_as_cleaned(tv, demo, files):
          errno.ENOENT)]
 
 
-# ------------------------------------------------------------------------------------ things that are no files
+# ----------------------------------------------------------------------------------- things that are no files
 
 
 def fifo(path, mounts):
