@@ -17,9 +17,9 @@ constexpr qint64 briefWaitMs = 150;
 constexpr qint64 longWaitMs = 2000;
 /// Between two looks whether the lock has gone.
 constexpr unsigned long pauseMs = 1;
-/// Between two transactions of one process, so that another that looks for its chance every millisecond
-/// gets one; who writes in a loop would hold the lock nearly all the time. Not for a store that takes no time
-/// to write.
+/// Before each further transaction of one process that can wait, so that another that looks for its chance
+/// every millisecond gets one; who writes in a loop would hold the lock nearly all the time. What is brief
+/// does not give way: every scan of a file with known hashes writes, and would take this much longer.
 constexpr qint64 gapMs = 3;
 /// Having waited in vain, brief operations do not wait for this long, so that a lock that stays for good
 /// costs the service a small part of its time and not most of it.
@@ -53,6 +53,9 @@ bool Store::read(const Work& work)
 
 bool Store::write(const Work& work, Patience patience)
 {
+    if (patience == Patience::Long && m_written.isValid() && !m_written.hasExpired(gapMs)) {
+        QThread::msleep(static_cast<unsigned long>(gapMs));
+    }
     return run(Write, work, patience);
 }
 
@@ -121,9 +124,6 @@ StoreError Store::attempt(Access access, const Work& work)
 
 StoreError Store::inTransaction(const Work& work)
 {
-    if (m_schema.durable && m_written.isValid() && !m_written.hasExpired(gapMs)) {
-        QThread::msleep(static_cast<unsigned long>(gapMs));
-    }
     // Taking the write lock at once is the only way to be sure that the rest does not fail for want of it.
     if (!m_connection->execute(QStringLiteral("BEGIN IMMEDIATE"))) {
         return m_connection->lastError();
