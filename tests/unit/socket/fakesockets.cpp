@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
@@ -12,6 +13,8 @@
 namespace
 {
 constexpr int ownPort = 8889;
+/// Guards what was asked for last: two listeners may ask at a time.
+std::mutex recording;
 
 template <typename Function> Function* realFunction(const char* name)
 {
@@ -68,9 +71,12 @@ void FakeSockets::reset()
 extern "C" int socket(int family, int type, int protocol) noexcept
 {
     static auto* const real = realFunction<int(int, int, int)>("socket");
-    FakeSockets::family = family;
-    FakeSockets::type = type;
-    FakeSockets::protocol = protocol;
+    {
+        const std::lock_guard<std::mutex> lock(recording);
+        FakeSockets::family = family;
+        FakeSockets::type = type;
+        FakeSockets::protocol = protocol;
+    }
     if (FakeSockets::socketError != 0) {
         errno = FakeSockets::socketError;
         return -1;
@@ -84,9 +90,12 @@ extern "C" int setsockopt(int fd, int level, int name, const void* value, sockle
     if (name != SO_REUSEPORT) {
         return real(fd, level, name, value, size);
     }
-    FakeSockets::optionLevel = level;
-    FakeSockets::optionName = name;
-    memcpy(&FakeSockets::optionValue, value, sizeof(int));
+    {
+        const std::lock_guard<std::mutex> lock(recording);
+        FakeSockets::optionLevel = level;
+        FakeSockets::optionName = name;
+        memcpy(&FakeSockets::optionValue, value, sizeof(int));
+    }
     if (FakeSockets::optionError != 0) {
         errno = FakeSockets::optionError;
         return -1;
@@ -98,13 +107,17 @@ extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept
 {
     static auto* const real = realFunction<int(int, const sockaddr*, socklen_t)>("bind");
     ++FakeSockets::binds;
-    memcpy(&FakeSockets::address, address, sizeof(sockaddr_in));
-    FakeSockets::addressSize = size;
+    sockaddr_in used = {};
+    memcpy(&used, address, sizeof(used));
+    {
+        const std::lock_guard<std::mutex> lock(recording);
+        FakeSockets::address = used;
+        FakeSockets::addressSize = size;
+    }
     if (FakeSockets::bindError != 0) {
         errno = FakeSockets::bindError;
         return -1;
     }
-    sockaddr_in used = FakeSockets::address;
     if (used.sin_port == htons(ownPort)) {
         used.sin_port = htons(static_cast<uint16_t>(FakeSockets::port));
     }

@@ -276,7 +276,7 @@ void TestCSocketThread::sharesThePort()
     // The same line again is told by a counter.
     const QVector<LogLine> lines = waitForLines(1);
     QCOMPARE(lines.size(), 1);
-    QVERIFY2(lines.at(0).message.startsWith("Repeated ["), toString(lines.at(0)));
+    QVERIFY2(lines.at(0).message.startsWith("Repeated ["), lines.at(0).message.constData());
 }
 
 void TestCSocketThread::startsAnewAfterTenSeconds()
