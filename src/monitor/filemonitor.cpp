@@ -4,6 +4,7 @@
 #include "common/filename.h"
 #include "logger/clogger.h"
 #include "monitor/inotifyrecords.h"
+#include "monitor/opendirectory.h"
 #include "monitor/subdirectories.h"
 #include "platform/tvcore/virusreport.h"
 #include "scan/cscanmanager.h"
@@ -117,15 +118,19 @@ void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& de
 
 int FileMonitor::watch(int fd, const QString& path, QStringList& below)
 {
-    const QByteArray directory = FileName::toBytes(path);
-    const int descriptor = ::inotify_add_watch(fd, directory.constData(), watchMask);
+    // By descriptor: the kernel knows a directory by one watch, so following a link that a user put in the
+    // place of a new directory would make another user's watched directory known by that link, and
+    // unprotected.
+    const UniqueFd directory = openDirectoryWithoutLinks(FileName::toBytes(path));
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(directory.get());
+    const int descriptor = directory.isValid() ? ::inotify_add_watch(fd, self.constData(), watchMask) : -1;
     if (descriptor < 0) {
         const int error = errno;
         perror("inotify_add_watch");
         return error;
     }
     m_watches.insert(descriptor, path);
-    for (const QByteArray& name : subdirectoriesOf(directory)) {
+    for (const QByteArray& name : subdirectoriesOf(directory.get())) {
         below.append(path + QLatin1Char('/') + FileName::toText(name));
     }
     return 0;

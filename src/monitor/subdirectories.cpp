@@ -1,5 +1,7 @@
 #include "monitor/subdirectories.h"
 
+#include "common/uniquefd.h"
+
 #include <memory>
 
 #include <dirent.h>
@@ -29,16 +31,19 @@ bool isDirectory(DIR* directory, const dirent& entry)
 }
 } // namespace
 
-QVector<QByteArray> subdirectoriesOf(const QByteArray& path)
+QVector<QByteArray> subdirectoriesOf(int directory)
 {
     // Read here and not by QDir, which leaves out names that the locale cannot spell.
     QVector<QByteArray> names;
-    const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(path.constData()));
-    if (!directory) {
+    UniqueFd readable(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(readable.get()));
+    if (!stream) {
         return names;
     }
-    while (const dirent* entry = ::readdir(directory.get())) {
-        if (entry->d_name[0] != '.' && isDirectory(directory.get(), *entry)) {
+    // The stream closes it from here on.
+    readable.release();
+    while (const dirent* entry = ::readdir(stream.get())) {
+        if (entry->d_name[0] != '.' && isDirectory(stream.get(), *entry)) {
             names.append(QByteArray(entry->d_name));
         }
     }

@@ -3,6 +3,6 @@
 #include <QByteArray>
 #include <QVector>
 
-/// The names of the directories in the directory `path`: no links to directories, no hidden ones (a leading
-/// dot), in no order. Empty when the directory cannot be read.
-QVector<QByteArray> subdirectoriesOf(const QByteArray& path);
+/// The names of the directories in the one that `directory`, any descriptor, stands for: no links to
+/// directories, no hidden ones (a leading dot), in no order. Empty when the directory cannot be read.
+QVector<QByteArray> subdirectoriesOf(int directory);

@@ -208,3 +208,18 @@ def test_many_directories_come_and_go(tv, home):
     wait_gone(path)
     tv.wait_log(*cleaned(path))
     assert found(path) in tv.lines()
+
+
+def test_a_link_in_the_place_of_a_new_directory_takes_no_other_directory_away(tv, home):
+    victim = Path("/home/victim")
+    (victim / "below").mkdir(parents=True)
+    tv.start()
+    tv.pause()
+    os.mkdir(home / "new")
+    os.rmdir(home / "new")
+    os.symlink(victim, home / "new")
+    tv.resume()
+    tv.settle()
+    os.unlink(home / "new")
+    wait_gone(write_once(victim / "bad"))
+    wait_gone(write_once(victim / "below" / "bad"))

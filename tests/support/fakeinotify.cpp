@@ -1,10 +1,14 @@
 #include "support/fakeinotify.h"
 
+#include <QFileInfo>
+
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
+#include <cstdarg>
 #include <cstring>
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -16,9 +20,16 @@ QByteArray fakeRoot;
 std::array<int, 2> ends = {-1, -1};
 int nextDescriptor = 1;
 
-bool isBelowWatchedRoot(const QByteArray& path)
+/// What a descriptor's link in /proc leads to, without the root that stands for "/".
+QByteArray watchedPathOf(const char* link)
 {
-    return path == "/home" || path == "/media" || path.startsWith("/home/") || path.startsWith("/media/");
+    std::array<char, PATH_MAX> target = {};
+    const ssize_t size = ::readlink(link, target.data(), target.size());
+    const QByteArray path(target.data(), static_cast<int>(std::max<ssize_t>(size, 0)));
+    if (!path.startsWith(fakeRoot + '/')) {
+        qFatal("watched by no descriptor of the tree");
+    }
+    return path.mid(fakeRoot.size());
 }
 } // namespace
 
@@ -31,7 +42,7 @@ int FakeInotify::removals = 0;
 
 void FakeInotify::reset(const QString& root)
 {
-    fakeRoot = root.toUtf8();
+    fakeRoot = QFileInfo(root).canonicalFilePath().toUtf8();
     for (int& end : ends) {
         if (end >= 0) {
             ::close(end);
@@ -104,7 +115,7 @@ extern "C" int inotify_init1(int flags) noexcept
 
 extern "C" int inotify_add_watch(int fd, const char* path, uint32_t mask) noexcept
 {
-    const QByteArray name(path);
+    const QByteArray name = watchedPathOf(path);
     const int error = FakeInotify::watchErrors.value(name, 0);
     if (error != 0) {
         errno = error;
@@ -122,9 +133,19 @@ extern "C" int inotify_rm_watch(int, int) noexcept
     return 0;
 }
 
-extern "C" DIR* opendir(const char* path)
+extern "C" int open(const char* path, int flags, ...)
 {
-    using Opendir = DIR* (*)(const char*);
-    static const auto real = reinterpret_cast<Opendir>(::dlsym(RTLD_NEXT, "opendir"));
-    return real(isBelowWatchedRoot(path) ? (fakeRoot + path).constData() : path);
+    using Open = int (*)(const char*, int, ...);
+    static const auto real = reinterpret_cast<Open>(::dlsym(RTLD_NEXT, "open"));
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    const QByteArray name(path);
+    // Only what watches opens a directory at the top like this.
+    const bool isOfTheTree = (flags & O_PATH) != 0 && name.startsWith('/') && name.count('/') == 1;
+    return real(isOfTheTree ? (fakeRoot + name).constData() : path, flags, mode);
 }

@@ -9,8 +9,8 @@
 
 /// Stands in for the kernel's inotify, and for the directory tree that is watched.
 ///
-/// Linked into a test it takes the place of `inotify_init1` and `inotify_add_watch`; directories under
-/// "/home" and "/media" are read from below `root` instead, so that the machine's own are never looked at.
+/// Linked into a test it takes the place of `inotify_init1` and `inotify_add_watch`; directories are
+/// opened below `root` instead, so that the machine's own are never looked at.
 struct FakeInotify
 {
     struct Watch

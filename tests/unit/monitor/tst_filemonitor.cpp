@@ -53,6 +53,8 @@ private Q_SLOTS:
     void countsANewDirectoryFromItselfAndNotFromTheRoot();
     void watchesANewHiddenDirectory();
     void namesTheNewDirectoryWalkInItsError();
+    void doesNotFollowALinkInThePlaceOfANewDirectory_data();
+    void doesNotFollowALinkInThePlaceOfANewDirectory();
     void startsEachNewDirectoryOfABatchAtTheSameDepth();
     void forgetsByPrefix();
     void forgetsOnlyWhatIsBelowWhenTheNameIsEmpty();
@@ -390,6 +392,34 @@ void TestFileMonitor::namesTheNewDirectoryWalkInItsError()
                   {"ERROR", walk, errorCode(ENOENT) + "Failed to add path for watch: /home/gone"}}));
 }
 
+void TestFileMonitor::doesNotFollowALinkInThePlaceOfANewDirectory_data()
+{
+    QTest::addColumn<QString>("link");
+    QTest::newRow("the directory itself") << "home/mallory/new";
+    QTest::newRow("the directory above it") << "home/mallory";
+}
+
+void TestFileMonitor::doesNotFollowALinkInThePlaceOfANewDirectory()
+{
+    QFETCH(QString, link);
+    makeTree(QStringLiteral("/home/victim/new/below"));
+    makeTree(QStringLiteral("/home/mallory"));
+    start();
+    const int mallory = FakeInotify::descriptorOf("/home/mallory");
+    if (link == QLatin1String("home/mallory")) {
+        QVERIFY(QDir(m_root->path()).rmdir(link));
+    }
+    QVERIFY(QFile::link(m_root->filePath(QStringLiteral("home/victim")), m_root->filePath(link)));
+    FakeInotify::watches.clear();
+    StandardError standardError;
+    deliver(FakeInotify::record(mallory, IN_CREATE | IN_ISDIR, "new"));
+    QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>());
+    QCOMPARE(standardError.text(), QByteArray("inotify_add_watch: Not a directory\n"));
+    QCOMPARE(m_log->takeNew().last(),
+             (LogLine{"ERROR", "FileMonitor::addNewDirToWatchRecursive",
+                      errorCode(ENOTDIR) + "Failed to add path for watch: /home/mallory/new"}));
+}
+
 void TestFileMonitor::startsEachNewDirectoryOfABatchAtTheSameDepth()
 {
     start();
@@ -447,6 +477,7 @@ void TestFileMonitor::doesNotAskTheKernelToForget()
 void TestFileMonitor::treatsCreationBeforeRemoval()
 {
     start();
+    makeTree(QStringLiteral("/home/both"));
     deliver(FakeInotify::record(m_home, IN_CREATE | IN_DELETE | IN_ISDIR, "both"));
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /home/both"}}));
 }
@@ -473,6 +504,7 @@ void TestFileMonitor::sortsDirectoryEvents()
     QFETCH(uint, mask);
     QFETCH(QByteArray, message);
     start();
+    makeTree(QStringLiteral("/home/d"));
     FakeInotify::watches.clear();
     deliver(FakeInotify::record(m_home, mask | IN_ISDIR, "d"));
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, message}}));
@@ -485,6 +517,7 @@ void TestFileMonitor::fillsPlaceholdersOfADirectoryInTurn()
     makeTree(QStringLiteral("/home/%2"));
     start();
     const int odd = FakeInotify::descriptorOf("/home/%2");
+    makeTree(QStringLiteral("/home/new/new"));
     FakeInotify::watches.clear();
     deliver(FakeInotify::record(odd, IN_CREATE | IN_ISDIR, "new"));
     // The name goes wherever the text now says so; the log line is not made that way.
@@ -521,6 +554,7 @@ void TestFileMonitor::scansUnderAnEmptyDirectoryWhatAForgottenOneReports()
     start();
     deliver(FakeInotify::record(4711, IN_MODIFY, "f"));
     QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/f")});
+    makeTree(QStringLiteral("/new"));
     deliver(FakeInotify::record(4712, IN_CREATE | IN_ISDIR, "new"));
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /new"}}));
     QCOMPARE(FakeInotify::watches.last().path, QByteArray("/new"));

@@ -1,6 +1,7 @@
 #include "monitor/subdirectories.h"
 
 #include "common/filename.h"
+#include "common/uniquefd.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,6 +34,12 @@ QVector<QByteArray> sorted(QVector<QByteArray> names)
     return names;
 }
 
+QVector<QByteArray> namesIn(const QByteArray& path)
+{
+    const UniqueFd directory(::open(path.constData(), O_PATH | O_CLOEXEC));
+    return subdirectoriesOf(directory.get());
+}
+
 void fill(const QString& path)
 {
     QDir directory(path);
@@ -51,7 +59,7 @@ void TestSubdirectories::listsRealVisibleDirectoriesOnly()
 {
     const QTemporaryDir home;
     fill(home.path());
-    QCOMPARE(sorted(subdirectoriesOf(home.path().toUtf8())),
+    QCOMPARE(sorted(namesIn(home.path().toUtf8())),
              sorted({"plain", "with blank", "a\nb", "%1", "ümlaut", "a.b"}));
 }
 
@@ -66,7 +74,7 @@ void TestSubdirectories::listsWhatQtLists()
             expected.append(entry.fileName().toUtf8());
         }
     }
-    QCOMPARE(sorted(subdirectoriesOf(home.path().toUtf8())), sorted(expected));
+    QCOMPARE(sorted(namesIn(home.path().toUtf8())), sorted(expected));
 }
 
 void TestSubdirectories::keepsNamesThatAreNotUtf8()
@@ -74,17 +82,17 @@ void TestSubdirectories::keepsNamesThatAreNotUtf8()
     const QTemporaryDir home;
     const QByteArray path = home.path().toUtf8();
     QCOMPARE(::mkdir((path + "/bad\xff").constData(), 0700), 0);
-    QCOMPARE(subdirectoriesOf(path), QVector<QByteArray>{"bad\xff"});
+    QCOMPARE(namesIn(path), QVector<QByteArray>{"bad\xff"});
     QCOMPARE(::rmdir((path + "/bad\xff").constData()), 0);
 }
 
 void TestSubdirectories::isEmptyForWhatCannotBeRead()
 {
     const QTemporaryDir home;
-    QCOMPARE(subdirectoriesOf(home.path().toUtf8() + "/missing"), QVector<QByteArray>());
+    QCOMPARE(namesIn(home.path().toUtf8() + "/missing"), QVector<QByteArray>());
     QFile file(home.filePath(QStringLiteral("file")));
     QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(subdirectoriesOf(home.path().toUtf8() + "/file"), QVector<QByteArray>());
+    QCOMPARE(namesIn(home.path().toUtf8() + "/file"), QVector<QByteArray>());
 }
 
 void TestSubdirectories::leavesNoDescriptorOpen()
@@ -96,7 +104,7 @@ void TestSubdirectories::leavesNoDescriptorOpen()
     };
     const int before = openDescriptors();
     for (int i = 0; i < 100; ++i) {
-        subdirectoriesOf(home.path().toUtf8());
+        namesIn(home.path().toUtf8());
     }
     QCOMPARE(openDescriptors(), before);
 }
