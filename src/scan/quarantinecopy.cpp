@@ -13,6 +13,8 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace
@@ -103,11 +105,25 @@ bool writeAll(int fd, const char* data, size_t size)
     return true;
 }
 
-bool copyBytes(int from, int to, off_t limit)
+/// So that a copy that cannot succeed does not fill the disk first.
+bool hasRoomFor(int file, off_t size)
+{
+    struct statvfs disk = {};
+    // A file system that tells no size has its own ways to refuse.
+    if (::fstatvfs(file, &disk) == 0 && disk.f_blocks > 0 &&
+        (static_cast<fsblkcnt_t>(size) + disk.f_frsize - 1) / disk.f_frsize > disk.f_bfree) {
+        errno = ENOSPC;
+        return false;
+    }
+    return true;
+}
+
+/// Copies `size` bytes from where both files stand, fewer when the source ends before.
+bool copyBytes(int from, int to, off_t size)
 {
     std::array<char, 128 * 1024> buffer;
-    while (limit > 0) {
-        const size_t wanted = std::min(buffer.size(), static_cast<size_t>(limit));
+    while (size > 0) {
+        const size_t wanted = std::min(buffer.size(), static_cast<size_t>(size));
         const ssize_t got = ::read(from, buffer.data(), wanted);
         if (got == 0) {
             return true;
@@ -121,9 +137,36 @@ bool copyBytes(int from, int to, off_t limit)
         if (!writeAll(to, buffer.data(), static_cast<size_t>(got))) {
             return false;
         }
-        limit -= got;
+        size -= got;
     }
     return true;
+}
+
+/// Copies the first `limit` bytes, holes as holes: a file of any size costs its owner nothing while it is
+/// nothing but a hole, and must not cost the disk here, nor the time to read it.
+bool copyContent(int from, int to, off_t limit)
+{
+    off_t end = 0;
+    while (end < limit) {
+        off_t start = ::lseek(from, end, SEEK_DATA);
+        if (start < 0 && errno == ENXIO) {
+            break;
+        }
+        // A file system without knowledge of holes has data everywhere.
+        start = start < 0 ? end : start;
+        const off_t hole = ::lseek(from, start, SEEK_HOLE);
+        end = std::min(hole > start ? hole : limit, limit);
+        if (start >= limit) {
+            break;
+        }
+        if (!hasRoomFor(to, end - start) || ::lseek(from, start, SEEK_SET) < 0 ||
+            ::lseek(to, start, SEEK_SET) < 0 || !copyBytes(from, to, end - start)) {
+            return false;
+        }
+    }
+    struct stat left = {};
+    // The hole at the end has no byte behind it that would make the copy as long.
+    return ::fstat(from, &left) == 0 && ::ftruncate(to, std::min(limit, left.st_size)) == 0;
 }
 } // namespace
 
@@ -149,7 +192,7 @@ int copyIntoQuarantine(const QByteArray& source, const QString& destination)
     }
 
     PendingCopy copy(directory, FileName::toBytes(destination.mid(nameStart)));
-    if (!copy.create() || !copyBytes(original.get(), copy.file(), checked.status().st_size) ||
+    if (!copy.create() || !copyContent(original.get(), copy.file(), checked.status().st_size) ||
         ::fsync(copy.file()) != 0 || !copy.publish()) {
         return errno;
     }

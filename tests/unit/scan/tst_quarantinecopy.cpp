@@ -13,9 +13,11 @@
 #include <csignal>
 #include <filesystem>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -33,7 +35,18 @@ QByteArray content(int size)
     }
     return bytes;
 }
+
+bool diskIsFull = false;
 } // namespace
+
+extern "C" int fstatvfs(int fd, struct statvfs* disk) noexcept
+{
+    using Fstatvfs = int (*)(int, struct statvfs*);
+    static const auto real = reinterpret_cast<Fstatvfs>(::dlsym(RTLD_NEXT, "fstatvfs"));
+    const int result = real(fd, disk);
+    disk->f_bfree = diskIsFull ? 0 : disk->f_bfree;
+    return result;
+}
 
 class TestQuarantineCopy : public QObject
 {
@@ -59,6 +72,9 @@ private Q_SLOTS:
     void needsAQuarantineDirectory_data();
     void needsAQuarantineDirectory();
 
+    void keepsHoles_data();
+    void keepsHoles();
+    void doesNotBeginWhatDoesNotFit();
     void goesOnAfterAShortWrite();
     void goesOnAfterAnInterruption_data();
     void goesOnAfterAnInterruption();
@@ -312,6 +328,56 @@ void TestQuarantineCopy::needsAQuarantineDirectory()
     QTEST(copyIntoQuarantine(bytePath("source"), m_directory->filePath(destination)), "error");
     QCOMPARE(read("file"), QByteArray("in its place"));
     QVERIFY(!QFile::exists(path("missing")));
+}
+
+void TestQuarantineCopy::keepsHoles_data()
+{
+    QTest::addColumn<QVector<qint64>>("places");
+    QTest::newRow("a hole only") << QVector<qint64>();
+    QTest::newRow("data first") << QVector<qint64>{0};
+    QTest::newRow("data last") << QVector<qint64>{(qint64(1) << 40) - 1000};
+    QTest::newRow("data in between") << QVector<qint64>{qint64(1) << 30, (qint64(1) << 35) + 12345};
+}
+
+void TestQuarantineCopy::keepsHoles()
+{
+    QFETCH(QVector<qint64>, places);
+    constexpr qint64 size = qint64(1) << 40;
+    QFile source(path("source"));
+    QVERIFY(source.open(QIODevice::WriteOnly));
+    QVERIFY(source.resize(size));
+    for (const qint64 place : places) {
+        QVERIFY(source.seek(place));
+        QCOMPARE(source.write(content(1000)), qint64(1000));
+    }
+    source.close();
+    // It would take hours otherwise.
+    QCOMPARE(copy(), 0);
+    QFile copied(path("quarantine/copy.tvq"));
+    QVERIFY(copied.open(QIODevice::ReadOnly));
+    QCOMPARE(copied.size(), size);
+    for (const qint64 place : places) {
+        QVERIFY(copied.seek(place));
+        QCOMPARE(copied.read(1000), content(1000));
+    }
+    struct stat status = {};
+    QCOMPARE(::fstat(copied.handle(), &status), 0);
+    QVERIFY(status.st_blocks < 1024);
+}
+
+void TestQuarantineCopy::doesNotBeginWhatDoesNotFit()
+{
+    write("source", content(10));
+    int writes = 0;
+    FakeFiles::onCall = [&writes](const QByteArray& call) {
+        writes += call == "write" ? 1 : 0;
+    };
+    diskIsFull = true;
+    const int result = copy();
+    diskIsFull = false;
+    QCOMPARE(result, ENOSPC);
+    QCOMPARE(writes, 0);
+    QCOMPARE(quarantined(), QStringList());
 }
 
 void TestQuarantineCopy::goesOnAfterAShortWrite()
