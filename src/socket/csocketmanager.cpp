@@ -12,6 +12,7 @@
 #include <QCoreApplication>
 
 #include <cerrno>
+#include <utility>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -77,6 +78,7 @@ void CSocketManager::stop()
         delete thread;
     }
     m_threads.clear();
+    m_waiting.clear();
     for (auto client = m_clients.cbegin(); client != m_clients.cend(); ++client) {
         ::close(client.key());
     }
@@ -91,12 +93,19 @@ void CSocketManager::onClientConnected(int socket)
     limitSendTime(socket);
     auto* thread = new CClientThread;
     thread->setClientSocket(socket);
-    connect(thread, &CClientThread::receivedMessage, this, &CSocketManager::onClientReceivedMessage);
+    connect(thread, &CClientThread::receivedMessage, this, [this](int client, const QString& message) {
+        doInTurn([this, client, message] { onClientReceivedMessage(client, message); });
+    });
     connect(thread, &CClientThread::sendMessage, this, &CSocketManager::onClientSendMessage);
-    connect(thread, &CClientThread::clientDisconnected, this, &CSocketManager::onClientDisconnected);
-    // Before the deletion: the next thread may come to lie at the same address.
-    connect(thread, &QThread::finished, this, [this, thread] { m_threads.remove(thread); });
-    connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    connect(thread, &CClientThread::clientDisconnected, this,
+            [this](int client) { doInTurn([this, client] { onClientDisconnected(client); }); });
+    // In turn, too: until its last message is served the thread is told of each.
+    connect(thread, &QThread::finished, this, [this, thread] {
+        doInTurn([this, thread] {
+            m_threads.remove(thread);
+            delete thread;
+        });
+    });
     m_clients.insert(socket, thread);
     m_threads.insert(thread);
     thread->start();
@@ -105,6 +114,24 @@ void CSocketManager::onClientConnected(int socket)
         m_threads.remove(thread);
         onClientDisconnected(socket);
         delete thread;
+    }
+}
+
+void CSocketManager::doInTurn(std::function<void()> work)
+{
+    m_waiting.push_back(std::move(work));
+    if (m_waiting.size() == 1) {
+        QMetaObject::invokeMethod(this, &CSocketManager::doNext, Qt::QueuedConnection);
+    }
+}
+
+void CSocketManager::doNext()
+{
+    // It stays in front while it is done, so that it is not taken for the start of an empty queue.
+    m_waiting.front()();
+    m_waiting.pop_front();
+    if (!m_waiting.empty()) {
+        QMetaObject::invokeMethod(this, &CSocketManager::doNext, Qt::QueuedConnection);
     }
 }
 

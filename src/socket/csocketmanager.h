@@ -7,6 +7,9 @@
 #include <QSet>
 #include <QString>
 
+#include <deque>
+#include <functional>
+
 class CClientThread;
 class CScanManager;
 class IOCScanManager;
@@ -45,6 +48,12 @@ private:
     CSocketManager();
     ~CSocketManager() override;
 
+    /// Has `work` done when everything that was announced before it is done: one piece in each turn of the
+    /// event loop, so that a client who has many requests waiting does not keep the loop from everything
+    /// else.
+    void doInTurn(std::function<void()> work);
+    void doNext();
+
     static CSocketManager* _instance;
 
     CScanManager* m_scanManager;
@@ -54,4 +63,5 @@ private:
     QMap<int, QString> m_moduleNames;
     /// Every client's thread that was started and did not end yet, those of `m_clients` included.
     QSet<CClientThread*> m_threads;
+    std::deque<std::function<void()>> m_waiting;
 };
