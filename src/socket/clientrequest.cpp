@@ -10,13 +10,13 @@ struct Word
     ClientCommand command;
 };
 
-constexpr Word wholeWords[] = {
+const Word wholeWords[] = {
     {QLatin1String("MODULE"), ClientCommand::Module},   {QLatin1String("SCAN"), ClientCommand::Scan},
     {QLatin1String("CLEAN"), ClientCommand::Clean},     {QLatin1String("SCANURL"), ClientCommand::ScanUrl},
     {QLatin1String("SCANIOC"), ClientCommand::ScanIoc},
 };
 
-constexpr Word beginnings[] = {
+const Word beginnings[] = {
     {QLatin1String("RELOADDB"), ClientCommand::ReloadDb},
     {QLatin1String("RELOADSETT"), ClientCommand::ReloadSettings},
     {QLatin1String("RELOADIOCDB"), ClientCommand::ReloadIocDb},
