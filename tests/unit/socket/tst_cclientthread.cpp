@@ -36,6 +36,7 @@ private Q_SLOTS:
     void saysGoodbyeOnce();
     void saysGoodbyeToAResetConnection();
     void saysGoodbyeWithoutADescriptor();
+    void tellsNoOldErrorOfAClientThatCloses();
     void leavesTheDescriptorOpen();
     void lingersBeforeItEnds();
     void logsWhatItReceivesWhenDebugging();
@@ -258,6 +259,14 @@ void TestCClientThread::saysGoodbyeWithoutADescriptor()
     m_thread->connectToSocket();
     QCOMPARE(m_goodbyes, QList<int>({-1}));
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({goodbye(EBADF)}));
+}
+
+void TestCClientThread::tellsNoOldErrorOfAClientThatCloses()
+{
+    ::shutdown(m_ends[1], SHUT_RDWR);
+    errno = ENOENT;
+    m_thread->connectToSocket();
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({goodbye(0)}));
 }
 
 void TestCClientThread::leavesTheDescriptorOpen()

@@ -7,8 +7,12 @@
 #include "socket/cclientthread.h"
 #include "support/logreader.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QTest>
+
+#include <array>
+#include <cstring>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -82,15 +86,23 @@ void TestCSocketManagerStop::endsEverythingAtOnce()
     reply.clear();
     QTRY_COMPARE((reply += received(gone)), QByteArray("REGISTERED!"));
 
-    // More sent than is served, as no events are processed from here on; the listener pauses after it.
-    const int eager = connectClient();
-    sendText(eager, "MODULE eager");
-    reply.clear();
-    QTRY_COMPARE((reply += received(eager)), QByteArray("REGISTERED!"));
-    ::close(gone);
-    for (int i = 0; i < 10 * CClientThread::unservedLimit; ++i) {
-        sendText(eager, "SCAN /a");
+    // More sent than is served, as no events are processed from here on: its thread waits for room. Packets
+    // are not joined, each is a request.
+    std::array<int, 2> ends = {};
+    QCOMPARE(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
+    manager->onClientConnected(ends[0]);
+    const int eager = ends[1];
+    int sent = 0;
+    QDeadlineTimer giveUp(10000);
+    while (sent <= CClientThread::unservedLimit && !giveUp.hasExpired()) {
+        sent += ::send(eager, "RELOADDB", 8, MSG_DONTWAIT | MSG_NOSIGNAL) == 8 ? 1 : 0;
     }
+    QVERIFY(sent > CClientThread::unservedLimit);
+
+    // The listener is in the second after the client before, and never accepts this one.
+    const int last = connectClient();
+    sendText(last, "MODULE last");
+    ::close(gone);
 
     QElapsedTimer timer;
     timer.start();
@@ -103,6 +115,7 @@ void TestCSocketManagerStop::endsEverythingAtOnce()
     QCOMPARE(::recv(idle, &byte, 1, 0), ssize_t(0));
     ::close(idle);
     ::close(eager);
+    ::close(last);
     FakeScanners::calls.clear();
     QCoreApplication::processEvents();
     QVERIFY(FakeScanners::calls.isEmpty());
