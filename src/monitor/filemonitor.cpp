@@ -165,8 +165,9 @@ void FileMonitor::onActivated()
             fileChanged(event);
             continue;
         }
-        // A directory that was forgotten may still report. It is then known by an empty path, for good.
-        const QString directory = m_watches[event->wd];
+        // A directory that was forgotten may still report. Its path is then empty. It is not kept, or whoever
+        // makes and removes directories would have the table grow without end.
+        const QString directory = m_watches.value(event->wd);
         const QByteArray directoryBytes = FileName::toBytes(directory);
         const QByteArray name = nameOf(*event);
         // Two steps: a directory named like a placeholder takes the name in, as it always did.
@@ -193,7 +194,7 @@ void FileMonitor::fileChanged(inotify_event* event)
         return;
     }
     const QString name = FileName::toText(nameOf(*event));
-    scanFile(m_watches[event->wd] + QLatin1Char('/') + name, name);
+    scanFile(m_watches.value(event->wd) + QLatin1Char('/') + name, name);
 }
 
 void FileMonitor::scanFile(const QString& filePath, const QString& fileName)

@@ -24,6 +24,7 @@
 #include <memory>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -67,6 +68,7 @@ private Q_SLOTS:
     void scansOnTheseEventsOnly_data();
     void scansOnTheseEventsOnly();
     void scansUnderAnEmptyDirectoryWhatAForgottenOneReports();
+    void keepsNothingOfWhatForgottenDirectoriesReport();
     void appendsTheNameOfAFileAsItIs();
     void carriesAnyNameToTheScanner_data();
     void carriesAnyNameToTheScanner();
@@ -558,6 +560,24 @@ void TestFileMonitor::scansUnderAnEmptyDirectoryWhatAForgottenOneReports()
     deliver(FakeInotify::record(4712, IN_CREATE | IN_ISDIR, "new"));
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"TRACE", onActivated, "New Directory added: /new"}}));
     QCOMPARE(FakeInotify::watches.last().path, QByteArray("/new"));
+}
+
+void TestFileMonitor::keepsNothingOfWhatForgottenDirectoriesReport()
+{
+    start();
+    // Nothing but the table would grow by this.
+    FakeResponse::protectionOn = false;
+    const auto report = [this](int first) {
+        for (int i = first; i < first + 10000; ++i) {
+            pauses.clear();
+            deliver(FakeInotify::record(i, IN_MODIFY, "f") +
+                    FakeInotify::record(i, IN_ATTRIB | IN_ISDIR, "d"));
+        }
+    };
+    report(10000);
+    const size_t before = ::mallinfo2().uordblks;
+    report(20000);
+    QVERIFY2(::mallinfo2().uordblks < before + 100000, qPrintable(QString::number(::mallinfo2().uordblks)));
 }
 
 void TestFileMonitor::appendsTheNameOfAFileAsItIs()
