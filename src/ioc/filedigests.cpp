@@ -15,7 +15,7 @@
 
 namespace
 {
-constexpr off_t pieceSize = 1024 * 1024;
+constexpr off_t pieceSize = 1024L * 1024;
 
 /// Whether a failure to open speaks of the path itself and not of this moment.
 bool isLasting(int error)

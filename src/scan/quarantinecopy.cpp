@@ -121,7 +121,7 @@ bool hasRoomFor(int file, off_t size)
 /// Copies `size` bytes from where both files stand, fewer when the source ends before.
 bool copyBytes(int from, int to, off_t size)
 {
-    std::array<char, 128 * 1024> buffer;
+    std::array<char, 128UL * 1024> buffer;
     while (size > 0) {
         const size_t wanted = std::min(buffer.size(), static_cast<size_t>(size));
         const ssize_t got = ::read(from, buffer.data(), wanted);

@@ -132,7 +132,7 @@ StoreError Store::inTransaction(const Work& work)
         m_written.start();
         return {};
     }
-    const StoreError error = m_connection->lastError();
+    StoreError error = m_connection->lastError();
     m_connection->execute(QStringLiteral("ROLLBACK"));
     return error;
 }
@@ -220,7 +220,7 @@ StoreError Store::moveAside(const QString& damage)
         return {StoreError::Unavailable, damage};
     }
     QString newPath;
-    const StoreError error = StoreFiles::setAside(m_path, newPath);
+    StoreError error = StoreFiles::setAside(m_path, newPath);
     if (error.fault == StoreError::None) {
         ++m_setAsideCount;
         qCWarning(lcTvcore, "%s is damaged (%s); set aside as %s and started anew", qUtf8Printable(m_path),

@@ -10,7 +10,7 @@ namespace
 {
 /// The whole of a file up to this size is checked when it is opened, which takes a few milliseconds. Damage
 /// in a larger one is noticed by the first statement that meets it.
-constexpr qint64 maxCheckedSize = 4 * 1024 * 1024;
+constexpr qint64 maxCheckedSize = 4LL * 1024 * 1024;
 /// A log that a large change made longer than this is cut back with the next change: the service keeps its
 /// stores open, so the log would stay on the disk for good.
 constexpr int maxIdleLogSize = 4 * 1024 * 1024;

@@ -87,7 +87,7 @@ QByteArray TestFileDigests::path(const char* name) const
 
 QByteArray TestFileDigests::makeFile(const char* name, const QByteArray& content) const
 {
-    const QByteArray where = path(name);
+    QByteArray where = path(name);
     QFile file(QFile::decodeName(where));
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
         qFatal("cannot write %s", where.constData());

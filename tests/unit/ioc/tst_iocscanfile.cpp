@@ -120,7 +120,7 @@ void TestIocScanFile::cleanup()
 
 QString TestIocScanFile::makeFile(const char* name, const QByteArray& data) const
 {
-    const QString path = m_directory->path() + QLatin1Char('/') + QString::fromUtf8(name);
+    QString path = m_directory->path() + QLatin1Char('/') + QString::fromUtf8(name);
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size()) {
         qFatal("cannot write %s", name);

@@ -137,7 +137,7 @@ void TestIocScanManager::cleanup()
 
 QString TestIocScanManager::makeFile(const char* name) const
 {
-    const QString path = m_directory->path() + QLatin1Char('/') + QString::fromUtf8(name);
+    QString path = m_directory->path() + QLatin1Char('/') + QString::fromUtf8(name);
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
         qFatal("cannot write %s", name);

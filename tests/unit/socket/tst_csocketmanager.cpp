@@ -402,7 +402,7 @@ void TestCSocketManager::waitsForTheDatabase()
     timer.start();
     QVERIFY(!ask(peer, request).isEmpty());
     const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= seconds * 1000 && elapsed < seconds * 1000 + 900,
+    QVERIFY2(elapsed >= seconds * 1000LL && elapsed < seconds * 1000LL + 900,
              qPrintable(QString::number(elapsed)));
     QCOMPARE(FakeScanners::calls.size(), 1);
 }

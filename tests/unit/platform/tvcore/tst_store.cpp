@@ -164,7 +164,7 @@ void TestStore::leavesOthersAGapBetweenTransactions()
     for (int i = 0; i < 20; ++i) {
         QVERIFY(add());
     }
-    QVERIFY2(timer.elapsed() >= 20 * 3, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(timer.elapsed() >= 20 * 3LL, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestStore::holdsNothingThatItDidNotRead()
