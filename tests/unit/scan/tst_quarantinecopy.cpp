@@ -224,7 +224,7 @@ void TestQuarantineCopy::copiesWhatALinkLeadsTo()
 void TestQuarantineCopy::takesSourcesOfAnyName()
 {
     write("source", content(50));
-    const QByteArray source = bytePath("") + "\xFF\xE9 %s\n";
+    const QByteArray source = bytePath("") + "/\xFF\xE9 %s\n";
     QCOMPARE(::rename(bytePath("source").constData(), source.constData()), 0);
     QCOMPARE(copyIntoQuarantine(source, path("quarantine/copy.tvq")), 0);
     QCOMPARE(read("quarantine/copy.tvq"), content(50));
