@@ -9,6 +9,6 @@ class QString;
 /// On return with 0 the copy is whole and on disk, the directory entry included, readable by its owner
 /// alone and never executable. Otherwise the result is the errno of the failure and nothing is left behind.
 /// A file that has the name already is never replaced (EEXIST). Only what the source held when it was opened
-/// is copied: a file that grows meanwhile cannot fill the disk. Holes stay holes, and what does not fit on the
-/// disk is not begun (ENOSPC).
+/// is copied: a file that grows meanwhile cannot fill the disk. Holes stay holes, and what does not fit on
+/// the disk is not begun (ENOSPC).
 int copyIntoQuarantine(const QByteArray& source, const QString& destination);
