@@ -93,5 +93,9 @@ FileDigests digestsOfFile(const QByteArray& path, const QVector<QCryptographicHa
     for (Digest& digest : digests) {
         result.hex.append(digest.takeHex());
     }
+    // No digest is empty: libcrypto failed, for want of memory perhaps.
+    if (result.hex.contains(QString())) {
+        return unreadable(count, false);
+    }
     return result;
 }

@@ -9,6 +9,7 @@ IOCScanSettings FakeIocStore::settings;
 int FakeIocStore::settingsRead = 0;
 QStringList FakeIocStore::lists[3];
 QList<int> FakeIocStore::listsRead;
+std::function<void()> FakeIocStore::onListRead;
 QHash<QString, FileIOCInfo> FakeIocStore::records;
 QStringList FakeIocStore::cacheCalls;
 int FakeIocStore::saveError = 0;
@@ -21,6 +22,7 @@ void FakeIocStore::reset()
         list.clear();
     }
     listsRead.clear();
+    onListRead = nullptr;
     records.clear();
     cacheCalls.clear();
     saveError = 0;
@@ -37,6 +39,9 @@ IOCScanSettings IOCScanConfig::getScanSettings() const
 QStringList IOCScanConfig::getHashList(HASH_TYPE type) const
 {
     FakeIocStore::listsRead.append(type);
+    if (FakeIocStore::onListRead) {
+        FakeIocStore::onListRead();
+    }
     return FakeIocStore::lists[type];
 }
 

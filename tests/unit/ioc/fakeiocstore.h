@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 /// Stands in for the configuration store that IOC scanning uses: what it holds is set here, what is asked of
 /// it is noted. Linked into a test in its place.
 struct FakeIocStore
@@ -20,6 +22,8 @@ struct FakeIocStore
     static QStringList lists[3];
     /// The types in the order in which the lists were asked for.
     static QList<int> listsRead;
+    /// Called, if set, whenever a list is asked for.
+    static std::function<void()> onListRead;
 
     static QHash<QString, FileIOCInfo> records;
     /// What was done to the cache, in order: "get PATH", "add PATH", "update PATH".

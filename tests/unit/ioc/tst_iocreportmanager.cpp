@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <cerrno>
+#include <new>
 
 #include <unistd.h>
 
@@ -26,6 +27,7 @@ private Q_SLOTS:
     void reportsADirectoryThatCannotBeMade();
     void reportsAFileThatCannotBeOpened();
     void answersOneAlsoWhenNothingCouldBeWritten();
+    void keepsThePointerAfterRelease();
 };
 
 namespace
@@ -137,6 +139,16 @@ void TestIocReportManager::answersOneAlsoWhenNothingCouldBeWritten()
         QVERIFY(QFile::link(QStringLiteral("/dev/full"), fileOf(moment)));
     }
     QCOMPARE(add("/a"), 1);
+}
+
+void TestIocReportManager::keepsThePointerAfterRelease()
+{
+    IOCReportManager* const released = IOCReportManager::getInstance();
+    IOCReportManager::releaseInstance();
+    // Takes the place that has become free, so that a new manager would lie elsewhere.
+    void* const taken = ::operator new(sizeof(IOCReportManager));
+    QVERIFY(IOCReportManager::getInstance() == released);
+    ::operator delete(taken);
 }
 
 QTEST_GUILESS_MAIN(TestIocReportManager)

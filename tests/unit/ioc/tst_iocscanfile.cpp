@@ -54,6 +54,7 @@ private Q_SLOTS:
     void saysThatSavingFailedAndGoesOn_data();
     void saysThatSavingFailedAndGoesOn();
     void acceptsNamesBeyondAscii();
+    void isLoadingWhileItReadsTheLists();
     void looksThroughAMillionHashesAtOnce();
 
 private:
@@ -495,6 +496,19 @@ void TestIocScanFile::acceptsNamesBeyondAscii()
         QCOMPARE(scan(path), 1);
         QCOMPARE(FakeIocStore::records.value(path).getFileSize(), static_cast<long long>(content.size()));
     }
+}
+
+void TestIocScanFile::isLoadingWhileItReadsTheLists()
+{
+    QVector<bool> loading;
+    FakeIocStore::onListRead = [&loading] {
+        loading.append(scanner()->isDBLoading());
+    };
+    scanner()->loadDatabases();
+    scanner()->reloadDatabases();
+    FakeIocStore::onListRead = nullptr;
+    QCOMPARE(loading, QVector<bool>(6, true));
+    QVERIFY(!scanner()->isDBLoading());
 }
 
 void TestIocScanFile::looksThroughAMillionHashesAtOnce()

@@ -2,6 +2,7 @@
 
 #include "common/common.h"
 #include "fakeiocstore.h"
+#include "ioc/iocscanfile.h"
 #include "logger/clogger.h"
 #include "support/logreader.h"
 
@@ -62,6 +63,7 @@ private Q_SLOTS:
     void readsSettingsWhenMade_data();
     void readsSettingsWhenMade();
     void reloadsSettings();
+    void isLoadingWhileListsAreRead();
     void reloadsListsAlsoWhenOff();
     void keepsListsWhenTurnedOff();
 
@@ -81,6 +83,7 @@ private Q_SLOTS:
     void goesOnWithoutAReport_data();
     void goesOnWithoutAReport();
     void readsTheActionFromTheLastLoadedSettings();
+    void keepsThePointerAfterRelease();
 
 private:
     QString makeFile(const char* name = "a.exe") const;
@@ -201,6 +204,17 @@ void TestIocScanManager::reloadsSettings()
     QVERIFY(!manager()->isDBLoading());
 }
 
+void TestIocScanManager::isLoadingWhileListsAreRead()
+{
+    int loading = 0;
+    FakeIocStore::onListRead = [&loading] {
+        loading += manager()->isDBLoading() ? 1 : 0;
+    };
+    QVERIFY(manager()->reloadDatabase());
+    FakeIocStore::onListRead = nullptr;
+    QCOMPARE(loading, 3);
+}
+
 void TestIocScanManager::reloadsListsAlsoWhenOff()
 {
     use(false, 0);
@@ -216,6 +230,8 @@ void TestIocScanManager::keepsListsWhenTurnedOff()
     use(true, 0);
     use(false, 0);
     QVERIFY(manager()->isDBLoaded());
+    QString hash;
+    QCOMPARE(IOCScanFile::getInstance()->scanFile(makeFile(), hash), 1);
 }
 
 void TestIocScanManager::doesNothingWhenOff()
@@ -450,6 +466,15 @@ void TestIocScanManager::readsTheActionFromTheLastLoadedSettings()
     QCOMPARE(manager()->scanFile(path, hash), 1);
     QVERIFY(manager()->reloadSettings());
     QCOMPARE(manager()->scanFile(path, hash), 3);
+}
+
+void TestIocScanManager::keepsThePointerAfterRelease()
+{
+    IOCScanManager* const released = manager();
+    IOCScanManager::releaseInstance();
+    QVERIFY(manager() == released);
+    // A new manager could lie at the same address, but would have read the store.
+    QCOMPARE(FakeIocStore::settingsRead, 0);
 }
 
 QTEST_GUILESS_MAIN(TestIocScanManager)
