@@ -130,6 +130,9 @@ void TestCSocketManagerStop::endsEverythingAtOnce()
     manager->stop();
     CSocketManager::releaseInstance();
     QCOMPARE(openDescriptors(), descriptors);
+    // The pointer stays as it was; a new manager would hold a descriptor.
+    QVERIFY(CSocketManager::getInstance() == manager);
+    QCOMPARE(openDescriptors(), descriptors);
 }
 
 QTEST_GUILESS_MAIN(TestCSocketManagerStop)
