@@ -8,8 +8,8 @@ usage()
     cat <<'EOF'
 usage: ./test.sh [--quick]
 
-Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit
-tests, also with the address and undefined behaviour sanitizers, the end-to-end tests and the desktop test.
+Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit and
+the end-to-end tests, both also with the address and undefined behaviour sanitizers, and the desktop test.
 
   --quick   neither sanitizers nor checks of the sources
   --help    this text
@@ -120,10 +120,15 @@ unit_tests()
         ctest --preset "$1" --parallel 2 --output-junit "$results/unit-$1.xml"
 }
 
+# run_end_to_end PRESET: through a descriptor, since the tests see other file systems in the place of this one.
+run_end_to_end()
+{
+    tests/e2e/run "build/$1" --junitxml=/proc/self/fd/9 9>"$results/e2e-$1.xml"
+}
+
 end_to_end_tests()
 {
-    # Through a descriptor: the tests see other file systems in the place of this one.
-    tests/e2e/run build/dev --junitxml=/proc/self/fd/9 9>"$results/e2e.xml"
+    suite "end-to-end tests, $1" "$results/e2e-$1.xml" run_end_to_end "$1"
 }
 
 if [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
@@ -143,11 +148,12 @@ fi
 if step "build, dev" build dev; then
     $quick || step "clang-tidy" tests/lint/clang_tidy build/dev || true
     unit_tests dev
-    suite "end-to-end tests" "$results/e2e.xml" end_to_end_tests
+    end_to_end_tests dev
     step "popup on a desktop" tests/desktop/popup_check build/dev "$results/popup.png" || true
 fi
 if ! $quick && step "build, asan" build asan; then
     unit_tests asan
+    end_to_end_tests asan
 fi
 
 echo
