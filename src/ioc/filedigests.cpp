@@ -47,15 +47,9 @@ bool feed(int fd, off_t limit, std::vector<Digest>& digests)
     }
     while (limit > 0) {
         const auto wanted = static_cast<size_t>(std::min(limit, pieceSize));
-        const ssize_t got = ::read(fd, piece.get(), wanted);
-        if (got == 0) {
-            return true;
-        }
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
+        const ssize_t got = TEMP_FAILURE_RETRY(::read(fd, piece.get(), wanted));
+        if (got <= 0) {
+            return got == 0;
         }
         for (Digest& digest : digests) {
             digest.add(piece.get(), static_cast<size_t>(got));

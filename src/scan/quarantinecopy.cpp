@@ -92,11 +92,8 @@ private:
 bool writeAll(int fd, const char* data, size_t size)
 {
     while (size > 0) {
-        const ssize_t written = ::write(fd, data, size);
+        const ssize_t written = TEMP_FAILURE_RETRY(::write(fd, data, size));
         if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
             return false;
         }
         data += written;
@@ -124,15 +121,9 @@ bool copyBytes(int from, int to, off_t size)
     std::array<char, 128UL * 1024> buffer;
     while (size > 0) {
         const size_t wanted = std::min(buffer.size(), static_cast<size_t>(size));
-        const ssize_t got = ::read(from, buffer.data(), wanted);
-        if (got == 0) {
-            return true;
-        }
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
+        const ssize_t got = TEMP_FAILURE_RETRY(::read(from, buffer.data(), wanted));
+        if (got <= 0) {
+            return got == 0;
         }
         if (!writeAll(to, buffer.data(), static_cast<size_t>(got))) {
             return false;
