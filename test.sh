@@ -91,7 +91,7 @@ suite()
 
 own_files()
 {
-    find src tests bench packaging .ci ./*.sh -type f -not -path '*/__pycache__/*' "$@"
+    find src tools tests bench packaging .ci ./*.sh -type f -not -path '*/__pycache__/*' "$@"
 }
 
 check_format()
