@@ -11,6 +11,7 @@ if "TVFILEMON_E2E" not in os.environ:
 
 import commandclient
 import harness
+import tool
 
 LATENCIES = []
 
@@ -46,6 +47,12 @@ def tv(home):
     yield installation
     installation.close()
     installation.check_log()
+
+
+@pytest.fixture
+def tvctl(tv):
+    """The command line tool of the installation."""
+    return tool.Tool(tv)
 
 
 @pytest.fixture

@@ -1,0 +1,64 @@
+"""The command line tool as its users run it."""
+
+import json
+import os
+import subprocess
+from dataclasses import dataclass
+
+from harness import TIMEOUT
+
+
+@dataclass(frozen=True)
+class Result:
+    """What came of one run. The texts may hold names that are no UTF-8, in Python's own escape."""
+
+    status: int
+    output: str
+    errors: str
+
+    def lines(self):
+        return self.output.splitlines()
+
+    def document(self):
+        return json.loads(self.output)
+
+
+class Tool:
+    """`tvctl` of one installation."""
+
+    def __init__(self, installation):
+        self.installation = installation
+
+    def command(self, *arguments):
+        return [self.installation.root / "bin" / "tvctl", *arguments]
+
+    def environment(self, **more):
+        return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0", **more}
+
+    def run(self, *arguments, status=0, environment=None, timeout=TIMEOUT, **options):
+        """Runs it to its end, which has to be `status`, or any with None."""
+        options.setdefault("stdin", subprocess.DEVNULL)
+        result = subprocess.run(self.command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                env=self.environment(**(environment or {})), timeout=timeout, check=False,
+                                **options)
+        result = Result(result.returncode, os.fsdecode(result.stdout), os.fsdecode(result.stderr))
+        assert status is None or result.status == status, (arguments, result)
+        return result
+
+    def json(self, *arguments, **options):
+        """The same with --json; the result is the document."""
+        return self.run("--json", *arguments, **options).document()
+
+    def fails(self, *arguments, says, **options):
+        """It ends with an error that is one line and contains `says`, in text and in JSON."""
+        result = self.run(*arguments, status=2, **options)
+        assert result.output == "" and says in result.errors, result
+        assert result.errors.startswith("tvctl: ") and result.errors.count("\n") == 1, result
+        result = self.run("--json", *arguments, status=2, **options)
+        assert list(result.document()) == ["error"] and says in result.document()["error"], result
+
+    def start(self, *arguments, **options):
+        """Starts it and returns the process."""
+        return subprocess.Popen(self.command(*arguments), env=self.environment(), stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)

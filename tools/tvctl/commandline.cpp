@@ -1,0 +1,130 @@
+#include "tvctl/commandline.h"
+
+#include "common/common.h"
+#include "common/filename.h"
+#include "tvctl/commands/action.h"
+#include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/reloadcommand.h"
+#include "tvctl/commands/session.h"
+#include "tvctl/commands/urlcommand.h"
+#include "tvctl/console/output.h"
+#include "tvctl/console/toolerror.h"
+#include "tvctl/installation/installation.h"
+#include "tvctl/installation/storeaccess.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QJsonObject>
+
+#include <new>
+#include <sstream>
+#include <string>
+
+namespace
+{
+struct GlobalOptions
+{
+    std::string root;
+    bool isJson = false;
+    bool isPlain = false;
+};
+
+void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
+{
+    tool.add_option("--root", options.root, "The root of the installation, when it is not the own one")
+        ->type_name("DIR");
+    tool.add_flag("--json", options.isJson, "One JSON document on standard output");
+    tool.add_flag("--no-color,--no-colour", options.isPlain, "No colours");
+    // So that they may stand behind the command as well.
+    tool.fallthrough();
+    tool.set_version_flag("--version", "tvctl " + Common::getBuildVersion().toStdString());
+}
+
+void addCommands(CLI::App& tool, Action& chosen)
+{
+    tool.require_subcommand(1);
+    addUrlCommand(tool, chosen);
+    addReloadCommand(tool, chosen);
+}
+
+/// The whole path of the subcommand that was meant, for the advice to ask for its help.
+std::string nameOfParsed(const CLI::App& tool)
+{
+    std::string name = "tvctl";
+    const CLI::App* app = &tool;
+    while (!app->get_subcommands().empty()) {
+        app = app->get_subcommands().front();
+        name += ' ' + app->get_name();
+    }
+    return name;
+}
+
+ExitCode explainUsage(const CLI::App& tool, const CLI::ParseError& problem, Output& output)
+{
+    if (problem.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        // Help or the version.
+        std::ostringstream text;
+        tool.exit(problem, text, text);
+        output.raw(QByteArray::fromStdString(text.str()));
+        return ExitCode::Good;
+    }
+    throw ToolError(FileName::toText(QByteArray(problem.what())) + QStringLiteral("; see ") +
+                    QString::fromStdString(nameOfParsed(tool)) + QStringLiteral(" --help"));
+}
+
+ExitCode runChosen(const Action& chosen, const GlobalOptions& options, Output& output)
+{
+    if (options.isPlain) {
+        output.forbidColours();
+    }
+    const Installation installation =
+        options.root.empty() ? Installation::own() : Installation(pathOf(options.root));
+    Session session(output, installation);
+    const ExitCode code = chosen(session);
+    const QString message = StoreAccess::takeMessage();
+    if (!message.isEmpty()) {
+        output.warning(message);
+    }
+    return code;
+}
+
+ExitCode parseAndRun(int argc, char* argv[], Output& output)
+{
+    CLI::App tool("Steers tvfilemon, the real-time file protection, and shows what it found.", "tvctl");
+    GlobalOptions options;
+    Action chosen;
+    addGlobalOptions(tool, options);
+    addCommands(tool, chosen);
+    try {
+        tool.parse(argc, argv);
+    } catch (const CLI::ParseError& problem) {
+        output.setJson(options.isJson);
+        return explainUsage(tool, problem, output);
+    }
+    output.setJson(options.isJson);
+    return runChosen(chosen, options, output);
+}
+} // namespace
+
+ExitCode runCommandLine(int argc, char* argv[])
+{
+    Output output;
+    QString problem;
+    try {
+        return parseAndRun(argc, argv, output);
+    } catch (const ToolError& error) {
+        problem = error.message();
+    } catch (const std::bad_alloc&) {
+        problem = QStringLiteral("memory ran out");
+    }
+    output.error(problem);
+    if (output.isJson()) {
+        try {
+            output.document({{QStringLiteral("error"), FileName::toDisplay(problem)}});
+        } catch (const ToolError&) {
+            // Standard output is what failed; standard error has told.
+            return ExitCode::Error;
+        }
+    }
+    return ExitCode::Error;
+}

@@ -1,0 +1,56 @@
+#include "tvctl/commands/reloadcommand.h"
+
+#include "tvctl/commands/servicereload.h"
+#include "tvctl/console/toolerror.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QJsonObject>
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace
+{
+const std::map<std::string, ReloadPart>& parts()
+{
+    static const std::map<std::string, ReloadPart> table = {
+        {"db", ReloadPart::Databases},
+        {"settings", ReloadPart::Settings},
+        {"ioc-db", ReloadPart::IocLists},
+        {"ioc-settings", ReloadPart::IocSettings},
+    };
+    return table;
+}
+
+ExitCode reload(Session& session, const std::string& name)
+{
+    const QString shown = QString::fromStdString(name);
+    const QByteArray reply = session.ask(makeRequest(commandOf(parts().at(name))));
+    if (ServiceReply::reload(reply) != ServiceReply::Reload::Succeeded) {
+        throw ToolError(QStringLiteral("tvfilemon could not reload %1; its log tells why: %2")
+                            .arg(shown, session.installation().logFile()));
+    }
+    Output& output = session.output();
+    output.line(QStringLiteral("reloaded: %1").arg(shown));
+    if (output.isJson()) {
+        output.document({{QStringLiteral("reloaded"), shown}});
+    }
+    return ExitCode::Good;
+}
+} // namespace
+
+void addReloadCommand(CLI::App& tool, Action& chosen)
+{
+    CLI::App* command = tool.add_subcommand("reload", "Make the running service read something anew");
+    auto part = std::make_shared<std::string>();
+    command->add_option("PART", *part, "db, settings, ioc-db or ioc-settings")
+        ->required()
+        ->check(CLI::IsMember(parts()));
+    command->callback([part, &chosen] {
+        chosen = [part](Session& session) {
+            return reload(session, *part);
+        };
+    });
+}

@@ -1,0 +1,104 @@
+#include "tvctl/console/progress.h"
+
+#include "common/common.h"
+#include "tvctl/console/printable.h"
+#include "tvctl/console/timetext.h"
+
+#include <QLocale>
+#include <QStringList>
+
+#include <cstdio>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr qint64 drawIntervalMs = 100;
+constexpr int usualWidth = 80;
+/// Before that a rate says more about the start than about what is to come.
+constexpr qint64 settledMs = 1000;
+
+int terminalWidth()
+{
+    struct winsize size = {};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usualWidth;
+}
+
+QString amount(qint64 count, const QString& unit)
+{
+    if (unit == QLatin1String("bytes")) {
+        return Common::getSizeInString(static_cast<unsigned long long>(count));
+    }
+    return QLocale::c().toString(count) + QLatin1Char(' ') + unit;
+}
+
+/// The beginning of a path tells where it is, its end what it is.
+QString shortened(const QString& text, int width)
+{
+    if (text.size() <= width) {
+        return text;
+    }
+    constexpr int shortest = 10;
+    if (width < shortest) {
+        return {};
+    }
+    const int head = (width - 3) / 2;
+    return text.left(head) + QStringLiteral("...") + text.right(width - 3 - head);
+}
+} // namespace
+
+QString progressText(qint64 done, qint64 total, const QString& unit, qint64 elapsedMs, const QString& current,
+                     int width)
+{
+    QStringList parts;
+    if (total > 0) {
+        parts << QStringLiteral("%1%").arg(qMin<qint64>(100, done * 100 / total), 3);
+    }
+    parts << amount(done, unit);
+    if (elapsedMs >= settledMs && done > 0) {
+        const double perMs = static_cast<double>(done) / static_cast<double>(elapsedMs);
+        parts << amount(static_cast<qint64>(perMs * 1000), unit) + QStringLiteral("/s");
+        if (total > done) {
+            const double leftMs = static_cast<double>(total - done) / perMs;
+            parts << TimeText::formatSpan(static_cast<qint64>(leftMs / 1000)) + QStringLiteral(" left");
+        }
+    }
+    QString text = parts.join(QStringLiteral("  "));
+    if (!current.isEmpty()) {
+        text += QStringLiteral("  ");
+        text += shortened(printable(current), width - text.size());
+    }
+    return text.left(width).trimmed();
+}
+
+Progress::Progress(bool isShown, const QString& unit) : m_isShown(isShown), m_unit(unit)
+{
+    m_started.start();
+}
+
+Progress::~Progress()
+{
+    clear();
+}
+
+void Progress::update(qint64 done, qint64 total, const QString& current)
+{
+    if (!m_isShown || (m_drawn.isValid() && !m_drawn.hasExpired(drawIntervalMs))) {
+        return;
+    }
+    m_drawn.start();
+    m_isDrawn = true;
+    // One column stays free: a terminal that wraps at the last one would leave a line behind each time.
+    const QString text = progressText(done, total, m_unit, m_started.elapsed(), current, terminalWidth() - 1);
+    std::fprintf(stderr, "\r\033[K%s", text.toUtf8().constData());
+}
+
+void Progress::clear()
+{
+    if (m_isDrawn) {
+        std::fputs("\r\033[K", stderr);
+        m_isDrawn = false;
+        m_drawn.invalidate();
+    }
+}
