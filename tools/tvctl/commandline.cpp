@@ -2,7 +2,6 @@
 
 #include "common/common.h"
 #include "common/filename.h"
-#include "tvctl/commands/action.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/reloadcommand.h"
 #include "tvctl/commands/session.h"
@@ -22,13 +21,6 @@
 
 namespace
 {
-struct GlobalOptions
-{
-    std::string root;
-    bool isJson = false;
-    bool isPlain = false;
-};
-
 void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
 {
     tool.add_option("--root", options.root, "The root of the installation, when it is not the own one")
@@ -93,8 +85,7 @@ ExitCode parseAndRun(int argc, char* argv[], Output& output)
     CLI::App tool("Steers tvfilemon, the real-time file protection, and shows what it found.", "tvctl");
     GlobalOptions options;
     Action chosen;
-    addGlobalOptions(tool, options);
-    addCommands(tool, chosen);
+    declareCommandLine(tool, options, chosen);
     try {
         tool.parse(argc, argv);
     } catch (const CLI::ParseError& problem) {
@@ -105,6 +96,12 @@ ExitCode parseAndRun(int argc, char* argv[], Output& output)
     return runChosen(chosen, options, output);
 }
 } // namespace
+
+void declareCommandLine(CLI::App& tool, GlobalOptions& options, Action& chosen)
+{
+    addGlobalOptions(tool, options);
+    addCommands(tool, chosen);
+}
 
 ExitCode runCommandLine(int argc, char* argv[])
 {
