@@ -1,5 +1,5 @@
 // Prints how fast the three hashes are computed, as the service does it and by Qt alone.
-#include "ioc/digest.h"
+#include "digest/digest.h"
 
 #include <QByteArray>
 #include <QCryptographicHash>

@@ -1,7 +1,7 @@
 #include "ioc/iocscanfile.h"
 
 #include "common/filename.h"
-#include "ioc/filedigests.h"
+#include "digest/filedigests.h"
 #include "logger/clogger.h"
 #include "platform/tvcore/fileiocinfo.h"
 

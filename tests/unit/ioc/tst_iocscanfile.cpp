@@ -1,9 +1,9 @@
 #include "ioc/iocscanfile.h"
 
-#include "fakefiles.h"
 #include "fakeiocstore.h"
 #include "logger/clogger.h"
 #include "support/logreader.h"
+#include "unit/digest/fakefiles.h"
 
 #include <QDateTime>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "ioc/filedigests.h"
+#include "digest/filedigests.h"
 
 #include "fakefiles.h"
 

@@ -1,8 +1,8 @@
-#include "ioc/filedigests.h"
+#include "digest/filedigests.h"
 
 #include "common/checkedfile.h"
 #include "common/uniquefd.h"
-#include "ioc/digest.h"
+#include "digest/digest.h"
 
 #include <algorithm>
 #include <cerrno>

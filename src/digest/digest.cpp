@@ -1,4 +1,4 @@
-#include "ioc/digest.h"
+#include "digest/digest.h"
 
 #include <QByteArray>
 
