@@ -22,6 +22,11 @@ bool IOCScanConfig::setScanSettings(const IOCScanSettings& settings)
     return StoreRegistry::instance().settings().setIOCScanSettings(settings);
 }
 
+bool IOCScanConfig::changeScanSettings(const std::function<void(IOCScanSettings&)>& change)
+{
+    return StoreRegistry::instance().settings().changeIOCScanSettings(change);
+}
+
 QStringList IOCScanConfig::getHashList(HASH_TYPE type) const
 {
     return lists().hashes(type);

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 /// Access to the stored lists of known-bad hashes and to the settings of the scan for them. Thread and
 /// opening: see TvCore.
 ///
@@ -32,6 +34,9 @@ public:
     IOCScanSettings getScanSettings() const;
     /// True when stored for good; false leaves the store as it was.
     bool setScanSettings(const IOCScanSettings& settings);
+    /// Stores what `change` makes of the stored settings; nobody else writes in between, so that no other's
+    /// change is lost. `change` may be called again, on a fresh value. As `setScanSettings`.
+    bool changeScanSettings(const std::function<void(IOCScanSettings&)>& change);
 
     /// The whole list; empty by default, and for any other type.
     QStringList getHashList(HASH_TYPE type) const;

@@ -14,6 +14,11 @@ bool ScanConfig::setScanSetting(const ScanSetting& setting)
     return StoreRegistry::instance().settings().setScanSetting(setting);
 }
 
+bool ScanConfig::changeScanSetting(const std::function<void(ScanSetting&)>& change)
+{
+    return StoreRegistry::instance().settings().changeScanSetting(change);
+}
+
 QSet<QString> ScanConfig::getExcludeList(int list)
 {
     return StoreRegistry::instance().settings().excludeList(list);
@@ -22,4 +27,9 @@ QSet<QString> ScanConfig::getExcludeList(int list)
 bool ScanConfig::setExcludeList(int list, const QSet<QString>& paths)
 {
     return StoreRegistry::instance().settings().setExcludeList(list, paths);
+}
+
+bool ScanConfig::changeExcludeList(int list, const std::function<void(QSet<QString>&)>& change)
+{
+    return StoreRegistry::instance().settings().changeExcludeList(list, change);
 }

@@ -4,6 +4,9 @@
 
 #include <QHash>
 
+#include <algorithm>
+#include <iterator>
+
 namespace
 {
 const QLatin1String actionName("scan.action");
@@ -47,6 +50,145 @@ bool storeSetting(StoreConnection& connection, const QString& name, int value)
                                              "ON CONFLICT(name) DO UPDATE SET value = excluded.value"),
                               {name, value});
 }
+
+bool readScanSetting(StoreConnection& connection, ScanSetting& setting)
+{
+    QHash<QString, int> stored;
+    if (!connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'scan.*'"), {},
+                           [&stored](const QSqlQuery& row) {
+                               stored.insert(row.value(0).toString(), row.value(1).toInt());
+                           })) {
+        return false;
+    }
+    setting.setScanActionSetting(stored.value(actionName, setting.getScanActionSetting()));
+    for (const ScanSwitch& each : scanSwitches) {
+        (setting.*each.set)(stored.value(each.name, (setting.*each.get)() ? 1 : 0) != 0);
+    }
+    return true;
+}
+
+bool writeScanSetting(StoreConnection& connection, const ScanSetting& setting)
+{
+    return storeSetting(connection, actionName, setting.getScanActionSetting()) &&
+           std::all_of(std::begin(scanSwitches), std::end(scanSwitches),
+                       [&connection, &setting](const ScanSwitch& each) {
+                           return storeSetting(connection, each.name, (setting.*each.get)() ? 1 : 0);
+                       });
+}
+
+bool readExcludeList(StoreConnection& connection, int list, QSet<QString>& paths)
+{
+    bool wasEverSet = false;
+    QSet<QString> stored;
+    // One statement, so that the list is not seen half changed. A list without entries gives one row.
+    const bool isRead =
+        connection.select(QStringLiteral("SELECT path IS NOT NULL, CAST(path AS BLOB) FROM exclude_list "
+                                         "LEFT JOIN exclude_entry USING(list) WHERE exclude_list.list = ?"),
+                          {list}, [&wasEverSet, &stored](const QSqlQuery& row) {
+                              wasEverSet = true;
+                              if (row.value(0).toBool()) {
+                                  stored.insert(StoreText::fromFetched(row.value(1).toByteArray()));
+                              }
+                          });
+    if (isRead && wasEverSet) {
+        paths = stored;
+    }
+    return isRead;
+}
+
+bool writeExcludeList(StoreConnection& connection, int list, const QSet<QString>& paths)
+{
+    if (!connection.execute(QStringLiteral("INSERT OR IGNORE INTO exclude_list(list) VALUES(?)"), {list}) ||
+        !connection.execute(QStringLiteral("DELETE FROM exclude_entry WHERE list = ?"), {list})) {
+        return false;
+    }
+    return std::all_of(paths.cbegin(), paths.cend(), [&connection, list](const QString& path) {
+        // Two texts may stand for the same bytes.
+        return connection.execute(
+            QStringLiteral("INSERT OR IGNORE INTO exclude_entry(list, path) VALUES(?, CAST(? AS TEXT))"),
+            {list, StoreText::toBound(path)});
+    });
+}
+
+bool readIOCScanSettings(StoreConnection& connection, IOCScanSettings& settings)
+{
+    return connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'ioc.*'"), {},
+                             [&settings](const QSqlQuery& row) {
+                                 const QString name = row.value(0).toString();
+                                 if (name == iocEnableName) {
+                                     settings.setEnable(row.value(1).toInt() != 0);
+                                 } else if (name == iocActionName) {
+                                     settings.setAction(row.value(1).toInt());
+                                 }
+                             });
+}
+
+bool writeIOCScanSettings(StoreConnection& connection, const IOCScanSettings& settings)
+{
+    return storeSetting(connection, iocEnableName, settings.getEnable() ? 1 : 0) &&
+           storeSetting(connection, iocActionName, settings.getAction());
+}
+
+auto readerOf(int list)
+{
+    return [list](StoreConnection& connection, QSet<QString>& paths) {
+        return readExcludeList(connection, list, paths);
+    };
+}
+
+auto writerOf(int list)
+{
+    return [list](StoreConnection& connection, const QSet<QString>& paths) {
+        return writeExcludeList(connection, list, paths);
+    };
+}
+
+/// `last` with what the file holds of it now; `last` itself when the file cannot be read.
+template <typename Value, typename Read> Value readFrom(Store& store, Value& last, const Read& read)
+{
+    Value value;
+    if (store.read([&last, &value, &read](StoreConnection& connection) {
+            value = last;
+            return read(connection, value);
+        })) {
+        last = value;
+    }
+    return last;
+}
+
+/// Stores what `change` makes of `last` with what the file holds of it. Nobody else writes in between.
+template <typename Value, typename Change, typename Read, typename Write>
+bool changeIn(Store& store, Value& last, const Change& change, const Read& read, const Write& write)
+{
+    Value value;
+    const bool isStored = store.write(
+        [&last, &value, &change, &read, &write](StoreConnection& connection) {
+            value = last;
+            if (!read(connection, value)) {
+                return false;
+            }
+            change(value);
+            return write(connection, value);
+        },
+        Store::Patience::Long);
+    if (isStored) {
+        last = value;
+    }
+    return isStored;
+}
+
+/// Stores `value`, whatever the file holds.
+template <typename Value, typename Write>
+bool writeTo(Store& store, Value& last, const Value& value, const Write& write)
+{
+    const bool isStored =
+        store.write([&value, &write](StoreConnection& connection) { return write(connection, value); },
+                    Store::Patience::Long);
+    if (isStored) {
+        last = value;
+    }
+    return isStored;
+}
 } // namespace
 
 SettingsStore::SettingsStore() : m_store(StoreSchema::settings()), m_hashLists(m_store)
@@ -67,101 +209,43 @@ void SettingsStore::close()
 
 ScanSetting SettingsStore::scanSetting()
 {
-    QHash<QString, int> stored;
-    const bool isRead = m_store.read([&stored](StoreConnection& connection) {
-        stored.clear();
-        return connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'scan.*'"),
-                                 {}, [&stored](const QSqlQuery& row) {
-                                     stored.insert(row.value(0).toString(), row.value(1).toInt());
-                                 });
-    });
-    if (isRead) {
-        ScanSetting& setting = m_last.scanSetting;
-        setting.setScanActionSetting(stored.value(actionName, setting.getScanActionSetting()));
-        for (const ScanSwitch& each : scanSwitches) {
-            (setting.*each.set)(stored.value(each.name, (setting.*each.get)() ? 1 : 0) != 0);
-        }
-    }
-    return m_last.scanSetting;
+    return readFrom(m_store, m_last.scanSetting, readScanSetting);
 }
 
 bool SettingsStore::setScanSetting(const ScanSetting& setting)
 {
-    const bool isStored = m_store.write(
-        [&setting](StoreConnection& connection) {
-            if (!storeSetting(connection, actionName, setting.getScanActionSetting())) {
-                return false;
-            }
-            for (const ScanSwitch& each : scanSwitches) {
-                if (!storeSetting(connection, each.name, (setting.*each.get)() ? 1 : 0)) {
-                    return false;
-                }
-            }
-            return true;
-        },
-        Store::Patience::Long);
-    if (isStored) {
-        m_last.scanSetting = setting;
-    }
-    return isStored;
+    return writeTo(m_store, m_last.scanSetting, setting, writeScanSetting);
+}
+
+bool SettingsStore::changeScanSetting(const std::function<void(ScanSetting&)>& change)
+{
+    return changeIn(m_store, m_last.scanSetting, change, readScanSetting, writeScanSetting);
 }
 
 QSet<QString> SettingsStore::excludeList(int list)
 {
-    if (list < 0 || list >= excludeListCount) {
-        return {};
-    }
-    bool wasEverSet = false;
-    QSet<QString> paths;
-    const bool isRead = m_store.read([list, &wasEverSet, &paths](StoreConnection& connection) {
-        wasEverSet = false;
-        paths.clear();
-        // One statement, so that the list is not seen half changed. A list without entries gives one row.
-        return connection.select(
-            QStringLiteral("SELECT path IS NOT NULL, CAST(path AS BLOB) FROM exclude_list "
-                           "LEFT JOIN exclude_entry USING(list) WHERE exclude_list.list = ?"),
-            {list}, [&wasEverSet, &paths](const QSqlQuery& row) {
-                wasEverSet = true;
-                if (row.value(0).toBool()) {
-                    paths.insert(StoreText::fromFetched(row.value(1).toByteArray()));
-                }
-            });
-    });
-    QSet<QString>& last = m_last.excludeLists[static_cast<std::size_t>(list)];
-    if (isRead && wasEverSet) {
-        last = paths;
-    }
-    return last;
+    return isExcludeList(list) ? readFrom(m_store, lastExcludeList(list), readerOf(list)) : QSet<QString>();
 }
 
 bool SettingsStore::setExcludeList(int list, const QSet<QString>& paths)
 {
-    if (list < 0 || list >= excludeListCount) {
-        return false;
-    }
-    const bool isStored = m_store.write(
-        [list, &paths](StoreConnection& connection) {
-            if (!connection.execute(QStringLiteral("INSERT OR IGNORE INTO exclude_list(list) VALUES(?)"),
-                                    {list}) ||
-                !connection.execute(QStringLiteral("DELETE FROM exclude_entry WHERE list = ?"), {list})) {
-                return false;
-            }
-            for (const QString& path : paths) {
-                // Two texts may stand for the same bytes.
-                if (!connection.execute(
-                        QStringLiteral(
-                            "INSERT OR IGNORE INTO exclude_entry(list, path) VALUES(?, CAST(? AS TEXT))"),
-                        {list, StoreText::toBound(path)})) {
-                    return false;
-                }
-            }
-            return true;
-        },
-        Store::Patience::Long);
-    if (isStored) {
-        m_last.excludeLists[static_cast<std::size_t>(list)] = paths;
-    }
-    return isStored;
+    return isExcludeList(list) && writeTo(m_store, lastExcludeList(list), paths, writerOf(list));
+}
+
+bool SettingsStore::changeExcludeList(int list, const std::function<void(QSet<QString>&)>& change)
+{
+    return isExcludeList(list) &&
+           changeIn(m_store, lastExcludeList(list), change, readerOf(list), writerOf(list));
+}
+
+bool SettingsStore::isExcludeList(int list)
+{
+    return list >= 0 && list < excludeListCount;
+}
+
+QSet<QString>& SettingsStore::lastExcludeList(int list)
+{
+    return m_last.excludeLists[static_cast<std::size_t>(list)];
 }
 
 bool SettingsStore::isOnlineProtectionEnabled()
@@ -176,48 +260,23 @@ bool SettingsStore::isOnlineProtectionEnabled()
 
 bool SettingsStore::setOnlineProtectionEnabled(bool enabled)
 {
-    const bool isStored = m_store.write(
-        [enabled](StoreConnection& connection) {
-            return storeSetting(connection, onlineProtectionName, enabled ? 1 : 0);
-        },
-        Store::Patience::Long);
-    if (isStored) {
-        m_last.isOnlineProtectionEnabled = enabled;
-    }
-    return isStored;
+    return writeTo(m_store, m_last.isOnlineProtectionEnabled, enabled,
+                   [](StoreConnection& connection, bool value) {
+                       return storeSetting(connection, onlineProtectionName, value ? 1 : 0);
+                   });
 }
 
 IOCScanSettings SettingsStore::iocScanSettings()
 {
-    IOCScanSettings settings;
-    const bool isRead = m_store.read([this, &settings](StoreConnection& connection) {
-        settings = m_last.iocScanSettings;
-        return connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'ioc.*'"),
-                                 {}, [&settings](const QSqlQuery& row) {
-                                     const QString name = row.value(0).toString();
-                                     if (name == iocEnableName) {
-                                         settings.setEnable(row.value(1).toInt() != 0);
-                                     } else if (name == iocActionName) {
-                                         settings.setAction(row.value(1).toInt());
-                                     }
-                                 });
-    });
-    if (isRead) {
-        m_last.iocScanSettings = settings;
-    }
-    return m_last.iocScanSettings;
+    return readFrom(m_store, m_last.iocScanSettings, readIOCScanSettings);
 }
 
 bool SettingsStore::setIOCScanSettings(const IOCScanSettings& settings)
 {
-    const bool isStored = m_store.write(
-        [&settings](StoreConnection& connection) {
-            return storeSetting(connection, iocEnableName, settings.getEnable() ? 1 : 0) &&
-                   storeSetting(connection, iocActionName, settings.getAction());
-        },
-        Store::Patience::Long);
-    if (isStored) {
-        m_last.iocScanSettings = settings;
-    }
-    return isStored;
+    return writeTo(m_store, m_last.iocScanSettings, settings, writeIOCScanSettings);
+}
+
+bool SettingsStore::changeIOCScanSettings(const std::function<void(IOCScanSettings&)>& change)
+{
+    return changeIn(m_store, m_last.iocScanSettings, change, readIOCScanSettings, writeIOCScanSettings);
 }

@@ -9,6 +9,7 @@
 #include <QString>
 
 #include <array>
+#include <functional>
 
 /// The settings file, and what was last read from it or written to it.
 ///
@@ -22,15 +23,23 @@ public:
     /// Empty stands for the installation's own; see Store::setDirectory. Forgets what was read.
     void setDirectory(const QString& directory);
     void close();
+    /// See TvCore::couldReadSettings.
+    bool couldRead() const
+    {
+        return m_store.couldRead();
+    }
 
     ScanSetting scanSetting();
     bool setScanSetting(const ScanSetting& setting);
+    bool changeScanSetting(const std::function<void(ScanSetting&)>& change);
     QSet<QString> excludeList(int list);
     bool setExcludeList(int list, const QSet<QString>& paths);
+    bool changeExcludeList(int list, const std::function<void(QSet<QString>&)>& change);
     bool isOnlineProtectionEnabled();
     bool setOnlineProtectionEnabled(bool enabled);
     IOCScanSettings iocScanSettings();
     bool setIOCScanSettings(const IOCScanSettings& settings);
+    bool changeIOCScanSettings(const std::function<void(IOCScanSettings&)>& change);
     HashListStore& hashLists()
     {
         return m_hashLists;
@@ -45,6 +54,9 @@ private:
         bool isOnlineProtectionEnabled = true;
         IOCScanSettings iocScanSettings;
     };
+
+    static bool isExcludeList(int list);
+    QSet<QString>& lastExcludeList(int list);
 
     Store m_store;
     HashListStore m_hashLists;

@@ -49,6 +49,12 @@ public:
     /// Runs `work` in a transaction. False when nothing was changed.
     bool write(const Work& work, Patience patience = Patience::Brief);
 
+    /// What the last `read` answered; true before the first.
+    bool couldRead() const
+    {
+        return m_noted[Read] == StoreError::None;
+    }
+
     void close();
 
 private:

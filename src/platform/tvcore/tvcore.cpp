@@ -6,3 +6,8 @@ void TvCore::setDirectory(const QString& directory)
 {
     StoreRegistry::instance().setDirectory(directory);
 }
+
+bool TvCore::couldReadSettings()
+{
+    return StoreRegistry::instance().settings().couldRead();
+}

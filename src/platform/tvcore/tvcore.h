@@ -24,4 +24,9 @@ public:
     /// default they lie in the settings directory of the installation. Closes what is open and forgets
     /// what was read; to be called before anything else, never by the service. The directory is not created.
     static void setDirectory(const QString& directory);
+
+    /// Whether the last getter of settings, exclusions or hash lists could look into the store. When it could
+    /// not, it has answered what it last read, or the default: for a tool that must not pass that off as what
+    /// is stored.
+    static bool couldReadSettings();
 };

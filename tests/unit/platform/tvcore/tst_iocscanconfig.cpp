@@ -80,6 +80,7 @@ private Q_SLOTS:
     void keepsTheSettings_data();
     void keepsTheSettings();
     void settingsLeaveOthersAlone();
+    void changesTheStoredSettings();
     void keepsTheOrder();
     void holdsAMillionHashes();
     void keepsAnyText_data();
@@ -181,6 +182,25 @@ void TestIOCScanConfig::settingsLeaveOthersAlone()
     startAnew();
     QCOMPARE(config.getHashList(IOCScanConfig::MD5), QStringList({QStringLiteral("a")}));
     QCOMPARE(inStore(QStringLiteral("SELECT count(*) FROM setting")).toInt(), 2);
+}
+
+void TestIOCScanConfig::changesTheStoredSettings()
+{
+    IOCScanConfig config;
+    // Nobody ever set them.
+    QVERIFY(config.changeScanSettings([](IOCScanSettings& settings) { settings.setEnable(true); }));
+    startAnew();
+    QVERIFY(isEqual(config.getScanSettings(), settingsOf(true, 0)));
+    startAnew();
+    QVERIFY(config.changeScanSettings([](IOCScanSettings& settings) { settings.setAction(2); }));
+    startAnew();
+    QVERIFY(isEqual(config.getScanSettings(), settingsOf(true, 2)));
+    {
+        RawDatabase other(path());
+        QVERIFY(other.run(QStringLiteral("BEGIN IMMEDIATE")));
+        QVERIFY(!config.changeScanSettings([](IOCScanSettings& settings) { settings.setEnable(false); }));
+    }
+    QVERIFY(isEqual(config.getScanSettings(), settingsOf(true, 2)));
 }
 
 void TestIOCScanConfig::keepsTheOrder()

@@ -72,6 +72,21 @@ int writeInAnotherProcess(const QString& directory)
     }
     return 0;
 }
+
+/// The other process: adds one path after the other, and switches all but one of the settings.
+int changeInAnotherProcess(const QString& directory)
+{
+    TvCore::setDirectory(directory);
+    ScanConfig config;
+    for (int i = 0; i < roundCount; ++i) {
+        const QString path = QStringLiteral("/other/%1").arg(i);
+        if (!config.changeExcludeList(0, [&path](QSet<QString>& paths) { paths.insert(path); }) ||
+            !config.changeScanSetting([i](ScanSetting& setting) { setting.setScanActionSetting(i); })) {
+            return 1;
+        }
+    }
+    return 0;
+}
 } // namespace
 
 class TestScanConfig : public QObject
@@ -95,6 +110,9 @@ private Q_SLOTS:
     void answersDefaultsWhenNothingWasEverRead();
     void answersWhatItReadLastFromADamagedStore();
     void failedWritesChangeNothing();
+    void changesWhatIsStored();
+    void losesNothingThatAnotherProcessChanges();
+    void failedChangesChangeNothing();
 
 private:
     QString path() const
@@ -313,11 +331,81 @@ void TestScanConfig::failedWritesChangeNothing()
     QCOMPARE(config.getExcludeList(0), wholeList(1));
 }
 
+void TestScanConfig::changesWhatIsStored()
+{
+    const QString notUtf8 = QStringLiteral("/c") + QChar(0xDC80);
+    ScanConfig config;
+    QVERIFY(config.setScanSetting(everythingChanged()));
+    QVERIFY(config.setExcludeList(0, {QStringLiteral("/a"), QStringLiteral("/b")}));
+    // From the file, and not from memory.
+    TvCore::setDirectory(m_directory->path());
+    QVERIFY(config.changeScanSetting([](ScanSetting& setting) { setting.setScanPDFFilesEnabled(true); }));
+    QVERIFY(config.changeExcludeList(0, [&notUtf8](QSet<QString>& paths) {
+        paths.remove(QStringLiteral("/a"));
+        paths.insert(notUtf8);
+    }));
+    // A list that nobody ever set.
+    QVERIFY(config.changeExcludeList(1, [](QSet<QString>& paths) { paths.insert(QStringLiteral("/d")); }));
+    QVERIFY(!config.changeExcludeList(3, [](QSet<QString>&) {}));
+    TvCore::setDirectory(m_directory->path());
+    ScanSetting expected = everythingChanged();
+    expected.setScanPDFFilesEnabled(true);
+    QVERIFY(isEqual(config.getScanSetting(), expected));
+    QCOMPARE(config.getExcludeList(0), QSet<QString>({QStringLiteral("/b"), notUtf8}));
+    QCOMPARE(config.getExcludeList(1), QSet<QString>({QStringLiteral("/d")}));
+}
+
+void TestScanConfig::losesNothingThatAnotherProcessChanges()
+{
+    ScanConfig config;
+    QVERIFY(config.setScanSetting(ScanSetting()));
+    QProcess other;
+    other.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--change"), m_directory->path()});
+    QVERIFY(other.waitForStarted());
+    for (int i = 0; i < roundCount; ++i) {
+        const QString path = QStringLiteral("/own/%1").arg(i);
+        QVERIFY(config.changeExcludeList(0, [&path](QSet<QString>& paths) { paths.insert(path); }));
+        QVERIFY(config.changeScanSetting(
+            [i](ScanSetting& setting) { setting.setScanPDFFilesEnabled(i % 2 == 0); }));
+    }
+    QVERIFY(other.waitForFinished());
+    QCOMPARE(other.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(other.exitCode(), 0);
+    QCOMPARE(config.getExcludeList(0).size(), 2 * roundCount);
+    QCOMPARE(config.getScanSetting().getScanActionSetting(), roundCount - 1);
+    QVERIFY(!config.getScanSetting().isScanPDFFilesEnabled());
+}
+
+void TestScanConfig::failedChangesChangeNothing()
+{
+    ScanConfig config;
+    QVERIFY(config.setScanSetting(everythingChanged()));
+    QVERIFY(config.setExcludeList(0, wholeList(1)));
+    {
+        RawDatabase other(path());
+        QVERIFY(other.run(QStringLiteral("BEGIN IMMEDIATE")));
+        int calls = 0;
+        QVERIFY(!config.changeScanSetting([&calls](ScanSetting&) { ++calls; }));
+        QVERIFY(!config.changeExcludeList(0, [&calls](QSet<QString>&) { ++calls; }));
+        QCOMPARE(calls, 0);
+    }
+    RawDatabase other(path());
+    QVERIFY(
+        other.run(QStringLiteral("CREATE TRIGGER refuse BEFORE INSERT ON exclude_entry WHEN new.path LIKE "
+                                 "'%/7' BEGIN SELECT RAISE(ABORT, 'no'); END")));
+    QVERIFY(!config.changeExcludeList(0, [](QSet<QString>& paths) { paths = wholeList(2); }));
+    QCOMPARE(config.getExcludeList(0), wholeList(1));
+    QVERIFY(isEqual(config.getScanSetting(), everythingChanged()));
+}
+
 int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
     if (argc == 3 && qstrcmp(argv[1], "--write") == 0) {
         return writeInAnotherProcess(QString::fromLocal8Bit(argv[2]));
+    }
+    if (argc == 3 && qstrcmp(argv[1], "--change") == 0) {
+        return changeInAnotherProcess(QString::fromLocal8Bit(argv[2]));
     }
     TestScanConfig test;
     return QTest::qExec(&test, argc, argv);

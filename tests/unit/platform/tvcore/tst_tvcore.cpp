@@ -59,6 +59,7 @@ private Q_SLOTS:
     void forgetsTheOldDirectory();
     void doesNotCreateADirectoryThatWasSet();
     void closesWithTheApplication();
+    void tellsWhetherSettingsCouldBeRead();
 };
 
 void TestTvCore::liesInTheSettingsDirectoryByDefault()
@@ -130,6 +131,30 @@ void TestTvCore::closesWithTheApplication()
     // What was refused after the first application object had gone was stored in the time of the second.
     RawDatabase reports(directory.filePath(QStringLiteral("reports.db")));
     QCOMPARE(reports.value(QStringLiteral("SELECT count(*) FROM virus_report")).toInt(), 3);
+}
+
+void TestTvCore::tellsWhetherSettingsCouldBeRead()
+{
+    const QTemporaryDir directory;
+    TvCore::setDirectory(directory.path());
+    QVERIFY(TvCore::couldReadSettings());
+    QVERIFY(ProtectionConfig().isOnlineProtectionEnabled());
+    QVERIFY(TvCore::couldReadSettings());
+    TvCore::setDirectory(directory.path());
+    {
+        RawDatabase other(directory.filePath(QStringLiteral("tvcore.db")));
+        QVERIFY(other.lockOut());
+        ScanConfig().getScanSetting();
+        QVERIFY(!TvCore::couldReadSettings());
+    }
+    ScanConfig().getExcludeList(0);
+    QVERIFY(TvCore::couldReadSettings());
+    // Another directory, another start.
+    TvCore::setDirectory(QStringLiteral("/nonexistent"));
+    ScanConfig().getExcludeList(0);
+    QVERIFY(!TvCore::couldReadSettings());
+    TvCore::setDirectory(directory.path());
+    QVERIFY(TvCore::couldReadSettings());
 }
 
 int main(int argc, char* argv[])
