@@ -1,0 +1,486 @@
+#include "tvctl/files/treewalker.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace
+{
+/// A directory of this name cannot be opened, a name in one of the second kind not looked at, the third not
+/// read to its end: whoever runs the tests may be root.
+constexpr const char* locked = "locked";
+constexpr const char* unreadable = "unreadable";
+} // namespace
+
+extern "C" int openat(int directory, const char* name, int flags, ...)
+{
+    using Function = int (*)(int, const char*, int, mode_t);
+    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "openat"));
+    if (qstrcmp(name, locked) == 0) {
+        errno = EACCES;
+        return -1;
+    }
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    return real(directory, name, flags, mode);
+}
+
+extern "C" ssize_t getdents64(int directory, void* buffer, size_t size)
+{
+    using Function = ssize_t (*)(int, void*, size_t);
+    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "getdents64"));
+    const ssize_t got = real(directory, buffer, size);
+    if (got == 0) {
+        const QByteArray self = "/proc/self/fd/" + QByteArray::number(directory);
+        char path[4096] = {};
+        if (::readlink(self.constData(), path, sizeof(path) - 1) > 0 &&
+            QByteArray(path).endsWith(unreadable)) {
+            errno = EIO;
+            return -1;
+        }
+    }
+    return got;
+}
+
+using Kind = TreeWalker::Kind;
+
+class TestTreeWalker : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void walksInTheOrderOfBytes();
+    void tellsWhatIsNoFile();
+    void walksARootThatIsAFile();
+    void tellsARootThatIsNotThere();
+    void followsNoLinkToTheRoot();
+    void leavesOutWhatIsSkipped();
+    void tellsWhatCannotBeRead();
+    void resumesBehind_data();
+    void resumesBehind();
+    void resumesBehindTheRoot();
+    void entersNoPseudoFileSystemUnlessNamed();
+    void tellsTheFileSystem();
+    void passesOverWhatVanishes();
+    void isNotLedAstray();
+    void goesOnWhenADirectoryIsMovedAway();
+    void opensTheFile();
+    void opensNothingButAFile();
+    void walksDeepTreesWithFewDescriptors();
+
+private:
+    void make(const QByteArray& name);
+
+    QByteArray m_root;
+};
+
+namespace
+{
+
+QByteArray letterOf(Kind kind)
+{
+    switch (kind) {
+    case Kind::File:
+        return "F ";
+    case Kind::Directory:
+        return "D ";
+    case Kind::Skipped:
+        return "S ";
+    case Kind::Other:
+        return "O ";
+    default:
+        return "U ";
+    }
+}
+
+QByteArray told(const TreeWalker& walker, const QByteArray& root)
+{
+    return letterOf(walker.kind()) + walker.path().mid(root.size());
+}
+
+QList<QByteArray> rest(TreeWalker& walker, const QByteArray& root)
+{
+    QList<QByteArray> seen;
+    while (walker.next()) {
+        seen += told(walker, root);
+    }
+    return seen;
+}
+
+void skipTo(TreeWalker& walker, const QByteArray& path)
+{
+    while (walker.next() && walker.path() != path) {
+    }
+}
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+}
+} // namespace
+
+void TestTreeWalker::init()
+{
+    QTemporaryDir directory;
+    directory.setAutoRemove(false);
+    m_root = QFile::encodeName(directory.path());
+}
+
+void TestTreeWalker::cleanup()
+{
+    // Qt removes neither names that are no UTF-8 nor paths that no call takes.
+    QCOMPARE(QProcess::execute(QStringLiteral("rm"), {QStringLiteral("-rf"), QFile::decodeName(m_root)}), 0);
+}
+
+/// A file at `name` below the root; a directory when it ends in a slash.
+void TestTreeWalker::make(const QByteArray& name)
+{
+    const QByteArray path = m_root + '/' + name;
+    for (int slash = path.indexOf('/', m_root.size() + 1); slash > 0; slash = path.indexOf('/', slash + 1)) {
+        ::mkdir(path.left(slash).constData(), 0700);
+    }
+    if (!path.endsWith('/')) {
+        const UniqueFd file(::open(path.constData(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        QVERIFY(file.isValid());
+    }
+}
+
+void TestTreeWalker::walksInTheOrderOfBytes()
+{
+    for (const char* name :
+         {"b", "B", ".hidden/x", "a/z", "a/a/a", "a.b", "a-b", "\xff", "\xc3\xa4", "empty/", "a\nb"}) {
+        make(name);
+    }
+    TreeWalker walker(m_root);
+    const QList<QByteArray> expected = {"D ",     "D /.hidden", "F /.hidden/x", "F /B",        "D /a",
+                                        "D /a/a", "F /a/a/a",   "F /a/z",       "F /a\nb",     "F /a-b",
+                                        "F /a.b", "F /b",       "D /empty",     "F /\xc3\xa4", "F /\xff"};
+    QCOMPARE(rest(walker, m_root), expected);
+    QVERIFY(!walker.next());
+}
+
+void TestTreeWalker::tellsWhatIsNoFile()
+{
+    make("d/f");
+    QCOMPARE(::mkfifo((m_root + "/fifo").constData(), 0600), 0);
+    QCOMPARE(::symlink("d", (m_root + "/link").constData()), 0);
+    QCOMPARE(::symlink("nowhere", (m_root + "/broken").constData()), 0);
+    TreeWalker walker(m_root);
+    const QList<QByteArray> expected = {"D ", "O /broken", "D /d", "F /d/f", "O /fifo", "O /link"};
+    QCOMPARE(rest(walker, m_root), expected);
+    TreeWalker again(m_root);
+    skipTo(again, m_root + "/fifo");
+    QVERIFY(S_ISFIFO(again.status().st_mode));
+}
+
+void TestTreeWalker::walksARootThatIsAFile()
+{
+    make("f");
+    TreeWalker walker(m_root + "/f");
+    QVERIFY(walker.next());
+    QCOMPARE(told(walker, m_root), QByteArray("F /f"));
+    QCOMPARE(walker.status().st_size, 0);
+    QVERIFY(walker.openFile().isValid());
+    QVERIFY(!walker.next());
+}
+
+void TestTreeWalker::tellsARootThatIsNotThere()
+{
+    make("f");
+    for (const QByteArray& root : {m_root + "/none", m_root + "/none/deeper"}) {
+        TreeWalker walker(root);
+        QVERIFY(walker.next());
+        QCOMPARE(walker.kind(), Kind::Unreadable);
+        QCOMPARE(walker.error(), ENOENT);
+        QCOMPARE(walker.path(), root);
+        QVERIFY(!walker.next());
+    }
+    TreeWalker walker(m_root + "/f/below");
+    QVERIFY(walker.next());
+    QCOMPARE(walker.error(), ENOTDIR);
+}
+
+void TestTreeWalker::followsNoLinkToTheRoot()
+{
+    make("d/f");
+    QCOMPARE(::symlink("d", (m_root + "/link").constData()), 0);
+    TreeWalker walker(m_root + "/link");
+    QCOMPARE(rest(walker, m_root), QList<QByteArray>{"O /link"});
+    // On the way to the root links are followed.
+    TreeWalker below(m_root + "/link/f");
+    QCOMPARE(rest(below, m_root), QList<QByteArray>{"F /link/f"});
+}
+
+void TestTreeWalker::leavesOutWhatIsSkipped()
+{
+    for (const char* name : {"a/f", "ab/f", "b/a/f", "f"}) {
+        make(name);
+    }
+    const QByteArray root = m_root;
+    const auto rule = [root](const QByteArray& path) {
+        return path == root + "/a" || path == root + "/b/a" || path == root + "/f";
+    };
+    TreeWalker walker(m_root, rule);
+    const QList<QByteArray> expected = {"D ", "S /a", "D /ab", "F /ab/f", "D /b", "S /b/a", "F /f"};
+    QCOMPARE(rest(walker, m_root), expected);
+    TreeWalker skipped(m_root + "/a", rule);
+    QCOMPARE(rest(skipped, m_root), QList<QByteArray>{"S /a"});
+}
+
+void TestTreeWalker::tellsWhatCannotBeRead()
+{
+    for (const char* name : {"a/locked/f", "a/x", "unreadable/f", "z"}) {
+        make(name);
+    }
+    TreeWalker walker(m_root);
+    const QList<QByteArray> expected = {
+        "D ", "D /a", "U /a/locked", "F /a/x", "D /unreadable", "U /unreadable", "F /unreadable/f", "F /z"};
+    QCOMPARE(rest(walker, m_root), expected);
+    TreeWalker errors(m_root);
+    skipTo(errors, m_root + "/a/locked");
+    QCOMPARE(errors.error(), EACCES);
+    skipTo(errors, m_root + "/unreadable");
+    QVERIFY(errors.next());
+    QCOMPARE(errors.error(), EIO);
+}
+
+void TestTreeWalker::resumesBehind_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QList<QByteArray>>("expected");
+    using List = QList<QByteArray>;
+    QTest::newRow("file") << QByteArray("/b/d/2")
+                          << List{"D ", "D /b", "D /b/d", "F /b/d/3", "F /b/e", "F /c"};
+    QTest::newRow("last file") << QByteArray("/b/d/3") << List{"D ", "D /b", "D /b/d", "F /b/e", "F /c"};
+    QTest::newRow("directory") << QByteArray("/b/d")
+                               << List{"D ", "D /b", "D /b/d", "F /b/d/2", "F /b/d/3", "F /b/e", "F /c"};
+    QTest::newRow("very last") << QByteArray("/c") << List{"D "};
+    QTest::newRow("file that went") << QByteArray("/b/d/2a")
+                                    << List{"D ", "D /b", "D /b/d", "F /b/d/3", "F /b/e", "F /c"};
+    QTest::newRow("directory that went")
+        << QByteArray("/aa/x/y") << List{"D ", "D /b", "D /b/d", "F /b/d/2", "F /b/d/3", "F /b/e", "F /c"};
+    QTest::newRow("directory that became a file")
+        << QByteArray("/b/e/1") << List{"D ", "D /b", "F /b/e", "F /c"};
+    QTest::newRow("file that became a directory")
+        << QByteArray("/b") << List{"D ", "D /b", "D /b/d", "F /b/d/2", "F /b/d/3", "F /b/e", "F /c"};
+    QTest::newRow("behind all") << QByteArray("/zz") << List{"D "};
+}
+
+void TestTreeWalker::resumesBehind()
+{
+    QFETCH(QByteArray, path);
+    for (const char* name : {"a", "b/d/2", "b/d/3", "b/e", "c"}) {
+        make(name);
+    }
+    TreeWalker walker(m_root);
+    walker.resumeBehind(m_root + path);
+    QTEST(rest(walker, m_root), "expected");
+}
+
+void TestTreeWalker::resumesBehindTheRoot()
+{
+    make("f");
+    TreeWalker directory(m_root);
+    directory.resumeBehind(m_root);
+    const QList<QByteArray> all = {"D ", "F /f"};
+    QCOMPARE(rest(directory, m_root), all);
+    TreeWalker file(m_root + "/f");
+    file.resumeBehind(m_root + "/f");
+    QVERIFY(!file.next());
+}
+
+void TestTreeWalker::entersNoPseudoFileSystemUnlessNamed()
+{
+    const auto skipTop = [](const QByteArray& path) {
+        return path.count('/') == 1 && path != "/" && path != "/proc";
+    };
+    TreeWalker walker("/", skipTop);
+    bool isPassed = false;
+    while (walker.next()) {
+        QVERIFY2(!walker.path().startsWith("/proc/"), walker.path().constData());
+        isPassed = isPassed || (walker.path() == "/proc" && walker.kind() == Kind::Other);
+    }
+    QVERIFY(isPassed);
+    TreeWalker named("/proc/self/attr");
+    QVERIFY(named.next());
+    QCOMPARE(named.kind(), Kind::Directory);
+    QVERIFY(named.next());
+    TreeWalker proc("/proc");
+    QVERIFY(proc.next() && proc.next());
+    QVERIFY(proc.path().startsWith("/proc/"));
+}
+
+void TestTreeWalker::tellsTheFileSystem()
+{
+    TreeWalker walker("/proc/self/attr");
+    QVERIFY(walker.next());
+    QCOMPARE(walker.fileSystem(), long(PROC_SUPER_MAGIC));
+    QVERIFY(walker.next());
+    QCOMPARE(walker.fileSystem(), long(PROC_SUPER_MAGIC));
+}
+
+void TestTreeWalker::passesOverWhatVanishes()
+{
+    for (const char* name : {"a", "b/f", "c"}) {
+        make(name);
+    }
+    TreeWalker walker(m_root);
+    QVERIFY(walker.next());
+    QCOMPARE(::unlink((m_root + "/a").constData()), 0);
+    QVERIFY(QDir(QFile::decodeName(m_root + "/b")).removeRecursively());
+    QCOMPARE(rest(walker, m_root), QList<QByteArray>{"F /c"});
+}
+
+void TestTreeWalker::isNotLedAstray()
+{
+    for (const char* name : {"outside/secret", "top/a/f", "top/b", "top/c"}) {
+        make(name);
+    }
+    TreeWalker walker(m_root + "/top");
+    QVERIFY(walker.next());
+    // A directory becomes a link, a file a FIFO, another a link: after the names were read.
+    QVERIFY(QDir(QFile::decodeName(m_root + "/top/a")).removeRecursively());
+    QCOMPARE(::symlink("../outside", (m_root + "/top/a").constData()), 0);
+    QCOMPARE(::unlink((m_root + "/top/b").constData()), 0);
+    QCOMPARE(::mkfifo((m_root + "/top/b").constData(), 0600), 0);
+    QCOMPARE(::unlink((m_root + "/top/c").constData()), 0);
+    QCOMPARE(::symlink("../outside/secret", (m_root + "/top/c").constData()), 0);
+    const QList<QByteArray> expected = {"O /top/b", "O /top/c"};
+    QCOMPARE(rest(walker, m_root), expected);
+}
+
+void TestTreeWalker::goesOnWhenADirectoryIsMovedAway()
+{
+    // So deep that the one that is moved has been closed meanwhile.
+    QByteArray deep = "top/moved/";
+    for (size_t i = 0; i < 2 * TreeWalker::openDirectories; ++i) {
+        deep += "d/";
+    }
+    make(deep);
+    make("top/moved/z");
+    make("top/z");
+    TreeWalker walker(m_root + "/top");
+    skipTo(walker, m_root + '/' + deep.left(deep.size() - 1));
+    QCOMPARE(std::rename((m_root + "/top/moved").constData(), (m_root + "/elsewhere").constData()), 0);
+    // Others that look the same in their place.
+    make(deep);
+    make("top/moved/z");
+    QVERIFY(walker.next());
+    // As far as descriptors are open the way back is known; then what is left is told and left.
+    QCOMPARE(walker.kind(), Kind::Unreadable);
+    QCOMPARE(walker.error(), ESTALE);
+    QList<QByteArray> seen = rest(walker, m_root);
+    QCOMPARE(seen.takeLast(), QByteArray("F /top/z"));
+    for (const QByteArray& entry : qAsConst(seen)) {
+        QVERIFY2(entry.startsWith("U /top/moved"), entry.constData());
+    }
+}
+
+void TestTreeWalker::opensTheFile()
+{
+    make("d/f");
+    QFile file(QFile::decodeName(m_root + "/d/f"));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("content") == 7);
+    file.close();
+    TreeWalker walker(m_root);
+    skipTo(walker, m_root + "/d/f");
+    const UniqueFd opened = walker.openFile();
+    QVERIFY(opened.isValid());
+    char content[16] = {};
+    QCOMPARE(::read(opened.get(), content, sizeof(content)), ssize_t(7));
+    QCOMPARE(content, "content");
+}
+
+void TestTreeWalker::opensNothingButAFile()
+{
+    make("f");
+    const QByteArray path = m_root + "/f";
+    TreeWalker walker(m_root);
+    skipTo(walker, path);
+    QCOMPARE(::unlink(path.constData()), 0);
+    QVERIFY(!walker.openFile().isValid());
+    QCOMPARE(errno, ENOENT);
+    QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+    QVERIFY(!walker.openFile().isValid());
+    QCOMPARE(errno, EINVAL);
+    QCOMPARE(::unlink(path.constData()), 0);
+    QCOMPARE(::symlink("/etc/passwd", path.constData()), 0);
+    QVERIFY(!walker.openFile().isValid());
+    QCOMPARE(errno, EINVAL);
+}
+
+void TestTreeWalker::walksDeepTreesWithFewDescriptors()
+{
+    // Names of a length that brings the path far beyond what any call takes.
+    make("deep/");
+    const QByteArray name(200, 'd');
+    constexpr int depth = 400;
+    UniqueFd directory(::open((m_root + "/deep").constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int i = 0; i < depth; ++i) {
+        QCOMPARE(::mkdirat(directory.get(), name.constData(), 0700), 0);
+        const UniqueFd file(::openat(directory.get(), "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        QVERIFY(file.isValid());
+        directory = UniqueFd(::openat(directory.get(), name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        QVERIFY(directory.isValid());
+    }
+    directory.reset();
+
+    const int before = openDescriptors();
+    int files = 0;
+    int directories = 0;
+    int most = 0;
+    int longest = 0;
+    bool isOpened = true;
+    QByteArray inTheMiddle;
+    {
+        TreeWalker walker(m_root + "/deep");
+        while (walker.next()) {
+            QVERIFY2(walker.kind() == Kind::File || walker.kind() == Kind::Directory, "no errors");
+            files += walker.kind() == Kind::File ? 1 : 0;
+            directories += walker.kind() == Kind::Directory ? 1 : 0;
+            isOpened = isOpened && (walker.kind() != Kind::File || walker.openFile().isValid());
+            most = qMax(most, openDescriptors() - before);
+            longest = qMax(longest, walker.path().size());
+            if (files == depth / 2 && walker.kind() == Kind::File) {
+                inTheMiddle = walker.path();
+            }
+        }
+    }
+    QCOMPARE(files, depth);
+    QCOMPARE(directories, depth + 1);
+    QVERIFY(isOpened);
+    QVERIFY2(most <= int(TreeWalker::openDirectories), QByteArray::number(most).constData());
+    QVERIFY(longest > depth * 200);
+    QCOMPARE(openDescriptors(), before);
+
+    TreeWalker resumed(m_root + "/deep");
+    resumed.resumeBehind(inTheMiddle);
+    int left = 0;
+    while (resumed.next()) {
+        left += resumed.kind() == Kind::File ? 1 : 0;
+    }
+    QCOMPARE(left, depth / 2);
+}
+
+QTEST_GUILESS_MAIN(TestTreeWalker)
+#include "tst_treewalker.moc"

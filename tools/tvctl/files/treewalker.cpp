@@ -1,0 +1,248 @@
+#include "tvctl/files/treewalker.h"
+
+#include "tvctl/files/filesystems.h"
+
+#include <cerrno>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/statfs.h>
+
+namespace
+{
+/// The directories that stay open: the first, this many of the deepest, and the one that is being entered.
+constexpr size_t openLevels = TreeWalker::openDirectories - 2;
+
+QList<QByteArray> namesOf(const QByteArray& path)
+{
+    QList<QByteArray> names = path.split('/');
+    names.removeAll(QByteArray());
+    return names;
+}
+
+/// The directory that `path` lies in. Links on the way are followed: this part is named by whoever calls.
+UniqueFd openParent(const QByteArray& path)
+{
+    constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    QList<QByteArray> names = namesOf(path);
+    UniqueFd directory(::open("/", flags));
+    while (names.size() > 1 && directory.isValid()) {
+        directory = UniqueFd(::openat(directory.get(), names.takeFirst().constData(), flags));
+    }
+    return directory;
+}
+
+UniqueFd openDirectory(int parent, const char* name, int linkFlag)
+{
+    return UniqueFd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | linkFlag));
+}
+} // namespace
+
+TreeWalker::TreeWalker(const QByteArray& root, SkipRule isSkipped)
+    : m_root(root),
+      m_isSkipped(std::move(isSkipped)),
+      m_isBelowSlash(namesOf(root).size() <= 1)
+{
+    const QList<QByteArray> names = namesOf(root);
+    Level above;
+    above.directory = openParent(root);
+    above.error = above.directory.isValid() ? 0 : errno;
+    above.names = DirectoryNames(names.isEmpty() ? QByteArray(".") : names.last());
+    m_levels.push_back(std::move(above));
+}
+
+void TreeWalker::resumeBehind(const QByteArray& path)
+{
+    m_resume = namesOf(path.mid(m_root.size()));
+    m_levels.front().isResumed = true;
+}
+
+bool TreeWalker::next()
+{
+    while (!m_levels.empty()) {
+        Level& level = m_levels.back();
+        if (level.error != 0) {
+            const int error = std::exchange(level.error, 0);
+            if (isRoot()) {
+                // Without the directory that it lies in there is no root either.
+                level.next = level.names.size();
+                m_path = m_root;
+            } else {
+                m_path.truncate(level.pathSize);
+                m_path = m_path.isEmpty() ? QByteArray("/") : m_path;
+            }
+            return report(Kind::Unreadable, error);
+        }
+        if (level.next == level.names.size()) {
+            m_levels.pop_back();
+            continue;
+        }
+        if (reopened(m_levels.size() - 1) < 0) {
+            // Somebody has moved it away, or another in its place.
+            level.error = ESTALE;
+            level.next = level.names.size();
+            continue;
+        }
+        if (look()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool TreeWalker::look()
+{
+    Level& level = m_levels.back();
+    const size_t index = level.next++;
+    const char* name = level.names.name(index);
+    if (isRoot()) {
+        m_path = m_root;
+    } else {
+        m_path.truncate(level.pathSize);
+        m_path += '/';
+        m_path += name;
+    }
+    const bool isResumed = std::exchange(level.isResumed, false);
+    const bool isSeen = isResumed && m_resume.isEmpty();
+    const size_t depth = m_levels.size();
+    const bool isFound = lookAt(name, level.names.type(index));
+    if (isResumed && m_levels.size() == depth) {
+        // No directory any more that leads to the place.
+        m_resume.clear();
+        return isFound && !isSeen;
+    }
+    return isFound;
+}
+
+bool TreeWalker::lookAt(const char* name, unsigned char type)
+{
+    if (type != DT_DIR && type != DT_REG && type != DT_UNKNOWN) {
+        m_status = {};
+        m_status.st_mode = DTTOIF(type);
+        return report(Kind::Other);
+    }
+    if (type == DT_DIR && m_isSkipped && m_isSkipped(m_path)) {
+        return report(Kind::Skipped);
+    }
+    if (type == DT_DIR) {
+        return enter(name);
+    }
+    const int flags = AT_NO_AUTOMOUNT | (linkFlag() != 0 ? AT_SYMLINK_NOFOLLOW : 0);
+    if (::fstatat(m_levels.back().directory.get(), name, &m_status, flags) != 0) {
+        return passOver(errno);
+    }
+    if (S_ISDIR(m_status.st_mode)) {
+        return m_isSkipped && m_isSkipped(m_path) ? report(Kind::Skipped) : enter(name);
+    }
+    return report(S_ISREG(m_status.st_mode) ? Kind::File : Kind::Other);
+}
+
+bool TreeWalker::enter(const char* name)
+{
+    const Level& parent = m_levels.back();
+    Level level;
+    level.directory = openDirectory(parent.directory.get(), name, linkFlag());
+    if (!level.directory.isValid()) {
+        return passOver(errno);
+    }
+    if (::fstat(level.directory.get(), &m_status) != 0) {
+        return passOver(errno);
+    }
+    level.device = m_status.st_dev;
+    level.inode = m_status.st_ino;
+    level.fileSystem = parent.fileSystem;
+    if (isRoot() || level.device != parent.device) {
+        struct statfs about = {};
+        if (::fstatfs(level.directory.get(), &about) != 0) {
+            return passOver(errno);
+        }
+        level.fileSystem = about.f_type;
+        if (!isRoot() && FileSystems::isPseudo(level.fileSystem)) {
+            return report(Kind::Other);
+        }
+    }
+    level.pathSize = m_path == "/" ? 0 : m_path.size();
+    level.error = level.names.read(level.directory.get());
+    if (!m_resume.isEmpty()) {
+        const QByteArray wanted = m_resume.takeFirst();
+        level.next = level.names.lowerBound(wanted);
+        level.isResumed = level.next < level.names.size() && wanted == level.names.name(level.next);
+        if (!level.isResumed) {
+            m_resume.clear();
+        }
+    }
+    m_levels.push_back(std::move(level));
+    if (m_levels.size() > openLevels + 1) {
+        m_levels[m_levels.size() - 1 - openLevels].directory.reset();
+    }
+    return report(Kind::Directory);
+}
+
+bool TreeWalker::report(Kind kind, int error)
+{
+    m_kind = kind;
+    m_error = error;
+    return true;
+}
+
+bool TreeWalker::passOver(int error)
+{
+    // What is no longer there, or no longer what it was, is not worth a word, unless it was asked for.
+    const bool isGone = error == ENOENT || error == ENOTDIR || error == ELOOP;
+    return (isRoot() || !isGone) && report(Kind::Unreadable, error);
+}
+
+int TreeWalker::reopened(size_t level)
+{
+    size_t open = level;
+    while (open > 0 && !m_levels[open].directory.isValid()) {
+        --open;
+    }
+    for (; open < level; ++open) {
+        Level& parent = m_levels[open];
+        Level& child = m_levels[open + 1];
+        const char* name = parent.names.name(parent.next - 1);
+        // Of the root a link may be followed, as it was at first.
+        UniqueFd directory =
+            openDirectory(parent.directory.get(), name, open == 0 && m_isBelowSlash ? 0 : O_NOFOLLOW);
+        if (open > 0 && open + openLevels <= level) {
+            parent.directory.reset();
+        }
+        struct stat status = {};
+        if (!directory.isValid() || ::fstat(directory.get(), &status) != 0 || status.st_dev != child.device ||
+            status.st_ino != child.inode) {
+            return -1;
+        }
+        child.directory = std::move(directory);
+    }
+    return m_levels[level].directory.get();
+}
+
+bool TreeWalker::isRoot() const
+{
+    return m_levels.size() == 1;
+}
+
+int TreeWalker::linkFlag() const
+{
+    return isRoot() && m_isBelowSlash ? 0 : O_NOFOLLOW;
+}
+
+UniqueFd TreeWalker::openFile() const
+{
+    const Level& level = m_levels.back();
+    // Held first, without being opened: by now it could be a FIFO, which nobody may open.
+    const UniqueFd held(
+        ::openat(level.directory.get(), level.names.name(level.next - 1), O_PATH | O_CLOEXEC | linkFlag()));
+    struct stat status = {};
+    if (!held.isValid() || ::fstat(held.get(), &status) != 0) {
+        return UniqueFd();
+    }
+    if (!S_ISREG(status.st_mode)) {
+        errno = EINVAL;
+        return UniqueFd();
+    }
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(held.get());
+    return UniqueFd(::open(self.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
