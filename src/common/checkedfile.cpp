@@ -1,6 +1,7 @@
 #include "common/checkedfile.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -23,7 +24,17 @@ CheckedFile::Kind kindOf(mode_t mode)
 }
 } // namespace
 
-CheckedFile::CheckedFile(const QByteArray& path) : m_handle(::open(path.constData(), O_PATH | O_CLOEXEC))
+CheckedFile::CheckedFile(const QByteArray& path)
+    : CheckedFile(UniqueFd(::open(path.constData(), O_PATH | O_CLOEXEC)))
+{
+}
+
+CheckedFile::CheckedFile(const UniqueFd& directory, const QByteArray& name)
+    : CheckedFile(UniqueFd(::openat(directory.get(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC)))
+{
+}
+
+CheckedFile::CheckedFile(UniqueFd handle) : m_handle(std::move(handle))
 {
     if (m_handle.isValid() && ::fstat(m_handle.get(), &m_status) == 0) {
         m_kind = kindOf(m_status.st_mode);

@@ -10,7 +10,7 @@
 ///
 /// Opening what a user made can hang for good (a FIFO) or set off a device. So the object is first taken
 /// hold of by a descriptor that opens nothing, its kind is read from that, and only then is the very same
-/// object opened: swapping the path in between gains nothing. Links are followed.
+/// object opened: swapping the path in between gains nothing.
 class CheckedFile
 {
 public:
@@ -22,12 +22,17 @@ public:
         Directory,
         /// A FIFO or a device: never to be opened.
         Special,
-        /// A socket, which cannot be opened.
+        /// A socket or a link that is not followed, neither of which can be opened.
         Other
     };
 
-    /// Takes hold of what is at `path`. When there is nothing, `kind` is Missing and errno tells why.
+    /// Takes hold of what is at `path`, links followed. When there is nothing, `kind` is Missing and errno
+    /// tells why.
     explicit CheckedFile(const QByteArray& path);
+
+    /// The same for what has the `name` in the open `directory`. A link there is not followed but held
+    /// itself.
+    CheckedFile(const UniqueFd& directory, const QByteArray& name);
 
     Kind kind() const
     {
@@ -45,6 +50,8 @@ public:
     UniqueFd openForReading() const;
 
 private:
+    explicit CheckedFile(UniqueFd handle);
+
     UniqueFd m_handle;
     Kind m_kind = Kind::Missing;
     struct stat m_status = {};

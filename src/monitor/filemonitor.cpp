@@ -2,9 +2,9 @@
 
 #include "common/common.h"
 #include "common/filename.h"
+#include "common/opendirectory.h"
 #include "logger/clogger.h"
 #include "monitor/inotifyrecords.h"
-#include "monitor/opendirectory.h"
 #include "monitor/subdirectories.h"
 #include "platform/tvcore/virusreport.h"
 #include "scan/cscanmanager.h"

@@ -11,4 +11,7 @@ class QString;
 /// A file that has the name already is never replaced (EEXIST). Only what the source held when it was opened
 /// is copied: a file that grows meanwhile cannot fill the disk. Holes stay holes, and what does not fit on
 /// the disk is not begun (ENOSPC).
+///
+/// What the source was besides its content goes with the copy as OriginalState, where the file system has
+/// room for that.
 int copyIntoQuarantine(const QByteArray& source, const QString& destination);

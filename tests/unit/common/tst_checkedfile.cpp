@@ -37,6 +37,7 @@ private Q_SLOTS:
     void opensWhatItLookedAt_data();
     void opensWhatItLookedAt();
     void opensAFileThatIsGone();
+    void holdsALinkInADirectoryItself();
     void refusesAFileUnderLeaseAtOnce();
     void closesWhatItHolds();
 
@@ -264,6 +265,30 @@ void TestCheckedFile::closesWhatItHolds()
         QVERIFY((::fcntl(before, F_GETFL) & O_PATH) != 0);
     }
     QCOMPARE(UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get(), before);
+}
+
+void TestCheckedFile::holdsALinkInADirectoryItself()
+{
+    const QTemporaryDir place;
+    QFile file(place.filePath(QStringLiteral("file")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write("abc"), qint64(3));
+    file.close();
+    QVERIFY(QFile::link(QStringLiteral("file"), place.filePath(QStringLiteral("link"))));
+    const UniqueFd directory(::open(QFile::encodeName(place.path()).constData(), O_DIRECTORY | O_CLOEXEC));
+
+    const CheckedFile regular(directory, "file");
+    QCOMPARE(regular.kind(), Kind::Regular);
+    QCOMPARE(regular.status().st_size, off_t(3));
+    QVERIFY(regular.openForReading().isValid());
+
+    const CheckedFile link(directory, "link");
+    QCOMPARE(link.kind(), Kind::Other);
+    QVERIFY(!link.openForReading().isValid());
+    QCOMPARE(errno, ELOOP);
+
+    QCOMPARE(CheckedFile(directory, "missing").kind(), Kind::Missing);
+    QCOMPARE(errno, ENOENT);
 }
 
 QTEST_GUILESS_MAIN(TestCheckedFile)

@@ -2,6 +2,7 @@
 
 #include "common/filename.h"
 #include "common/uniquefd.h"
+#include "support/fakeattributes.h"
 #include "support/fakefiles.h"
 
 #include <QDir>
@@ -62,6 +63,10 @@ private Q_SLOTS:
     void isReadableByItsOwnerAlone_data();
     void isReadableByItsOwnerAlone();
     void isOnDiskBeforeItReturns();
+    void remembersWhatTheSourceWas_data();
+    void remembersWhatTheSourceWas();
+    void needsNoAttributes_data();
+    void needsNoAttributes();
     void copiesWhatALinkLeadsTo();
     void takesSourcesOfAnyName();
     void neverReplaces_data();
@@ -128,6 +133,7 @@ private:
 void TestQuarantineCopy::init()
 {
     FakeFiles::reset();
+    FakeAttributes::reset();
     m_directory.reset(new QTemporaryDir);
     QVERIFY(m_directory->isValid());
     m_directory->setAutoRemove(false);
@@ -209,6 +215,67 @@ void TestQuarantineCopy::isOnDiskBeforeItReturns()
     // The name comes after the bytes, and the directory that holds the name last.
     QCOMPARE(FakeFiles::calls, steps);
     QVERIFY(!wasVisible);
+}
+
+void TestQuarantineCopy::remembersWhatTheSourceWas_data()
+{
+    QTest::addColumn<uint>("mode");
+    QTest::addColumn<bool>("isLink");
+    QTest::newRow("plain") << 0640U << false;
+    QTest::newRow("program that changes user") << 06755U << false;
+    QTest::newRow("unreadable") << 0U << false;
+    QTest::newRow("what a link leads to") << 0604U << true;
+}
+
+void TestQuarantineCopy::remembersWhatTheSourceWas()
+{
+    QFETCH(uint, mode);
+    QFETCH(bool, isLink);
+    write(isLink ? "target" : "source", content(100));
+    if (isLink) {
+        QVERIFY(QFile::link(QStringLiteral("target"), path("source")));
+    }
+    QCOMPARE(::chmod(bytePath("source").constData(), mode), 0);
+    const timespec times[] = {{1000000000, 5}, {1234567890, 12345678}};
+    QCOMPARE(::utimensat(AT_FDCWD, bytePath("source").constData(), times, 0), 0);
+    struct stat passing = {};
+    QByteArray whenSynced;
+    FakeFiles::onCall = [&](const QByteArray& call) {
+        if (call == "fsync file") {
+            const QByteArray name = path("quarantine/").toUtf8() + quarantined().value(0).toUtf8();
+            QCOMPARE(::stat(name.constData(), &passing), 0);
+            whenSynced = FakeAttributes::value(passing, "user.tvfilemon.original");
+        }
+    };
+    QCOMPARE(copy(), 0);
+    const QByteArray expected = "mode=" + QByteArray::number(mode, 8).rightJustified(4, '0') +
+                                " uid=" + QByteArray::number(::getuid()) +
+                                " gid=" + QByteArray::number(::getgid()) + " mtime=1234567890.012345678";
+    QCOMPARE(whenSynced, expected);
+    struct stat status = {};
+    QCOMPARE(::stat(bytePath("quarantine/copy.tvq").constData(), &status), 0);
+    QCOMPARE(FakeAttributes::value(status, "user.tvfilemon.original"), expected);
+    // The copy itself is nobody's but the service's.
+    QCOMPARE(status.st_mode, static_cast<mode_t>(S_IFREG | 0400));
+    QVERIFY(status.st_mtime > 1234567890);
+}
+
+void TestQuarantineCopy::needsNoAttributes_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::newRow("none on this file system") << ENOTSUP;
+    QTest::newRow("no room for one") << ENOSPC;
+    QTest::newRow("not allowed") << EPERM;
+}
+
+void TestQuarantineCopy::needsNoAttributes()
+{
+    QFETCH(int, error);
+    write("source", content(100));
+    FakeAttributes::error = error;
+    QCOMPARE(copy(), 0);
+    QCOMPARE(read("quarantine/copy.tvq"), content(100));
+    QCOMPARE(FakeFiles::calls, steps);
 }
 
 void TestQuarantineCopy::copiesWhatALinkLeadsTo()

@@ -1,4 +1,4 @@
-#include "monitor/opendirectory.h"
+#include "common/opendirectory.h"
 
 #include <QList>
 
