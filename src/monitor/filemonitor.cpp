@@ -3,9 +3,9 @@
 #include "common/common.h"
 #include "common/filename.h"
 #include "common/opendirectory.h"
+#include "common/subdirectories.h"
 #include "logger/clogger.h"
 #include "monitor/inotifyrecords.h"
-#include "monitor/subdirectories.h"
 #include "platform/tvcore/virusreport.h"
 #include "scan/cscanmanager.h"
 

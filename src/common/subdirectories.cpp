@@ -1,4 +1,4 @@
-#include "monitor/subdirectories.h"
+#include "common/subdirectories.h"
 
 #include "common/uniquefd.h"
 
