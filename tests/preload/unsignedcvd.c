@@ -1,9 +1,9 @@
 /* Lets libclamav take the unsigned databases of tests/support/make_signatures.py.
  *
- * Loaded by LD_PRELOAD in front of libclamav. A .cvd file whose first line is the marker holds the texts of
- * signature files, each after a line with its extension in brackets. They are written to a directory of their
- * own, which the real cl_load then loads. Every other file goes to it as it is, so that a corrupt database
- * is refused as ever.
+ * Loaded by LD_PRELOAD in front of libclamav. A .cvd file with the marker as the line behind its head holds
+ * the texts of signature files, each after a line with its extension in brackets. They are written to a
+ * directory of their own, which the real cl_load then loads. Every other file goes to it as it is, so that a
+ * corrupt database is refused as ever.
  */
 
 #define _GNU_SOURCE
@@ -17,6 +17,8 @@
 #include <string.h>
 #include <unistd.h>
 
+/* Of a signed file as well. */
+static const long head_size = 512;
 static const char marker[] = "# unsigned signatures for tests\n";
 
 typedef cl_error_t (*load_function)(const char*, struct cl_engine*, unsigned int*, unsigned int);
@@ -25,7 +27,8 @@ static FILE* open_unsigned(const char* path)
 {
     char first[sizeof marker];
     FILE* database = fopen(path, "re");
-    if (database != NULL && (fgets(first, sizeof first, database) == NULL || strcmp(first, marker) != 0)) {
+    if (database != NULL && (fseek(database, head_size, SEEK_SET) != 0 ||
+                             fgets(first, sizeof first, database) == NULL || strcmp(first, marker) != 0)) {
         fclose(database);
         return NULL;
     }

@@ -4,8 +4,8 @@
     make_signatures.py OUTDIR
 
 writes OUTDIR/test-5.cvd and OUTDIR/test-6.cvd. libclamav refuses them as they are, because they carry no
-signature of the ClamAV project; the preload library of tests/preload lets it take them. Their first line
-is what that library looks for, then each "[ndb]" or "[hdb]" line opens the lines of a file of that kind.
+signature of the ClamAV project; the preload library of tests/preload lets it take them. The line behind the
+head is what that library looks for, then each "[ndb]" or "[hdb]" line opens the lines of a file of that kind.
 
 Both find the EICAR file and clam.exe of clamav-testfiles; only test-6 finds KLEZ_PATTERN.
 """
@@ -30,7 +30,14 @@ KLEZ_PATTERN = bytes.fromhex(
 )
 KLEZ_NAME = "Win.Worm.Klez-1"
 
+HEAD_SIZE = 512
 MARKER = "# unsigned signatures for tests"
+
+
+def _head(version):
+    """What a signed file begins with, as far as somebody reads it who does not load it."""
+    text = f"ClamAV-VDB:22 Jun 2021 21-31 -0400:{version}:{version - 3}:81:none:none:tests:1624411902"
+    return text.ljust(HEAD_SIZE)
 
 
 def _database(with_klez):
@@ -42,7 +49,7 @@ def _database(with_klez):
     ]
     if with_klez:
         lines += ["[ndb]", f"{KLEZ_NAME}:0:*:{KLEZ_PATTERN.hex()}"]
-    return "\n".join(lines) + "\n"
+    return _head(6 if with_klez else 5) + "\n".join(lines) + "\n"
 
 
 def make(directory):
