@@ -2,8 +2,10 @@
 
 #include "common/common.h"
 #include "common/filename.h"
+#include "tvctl/commands/cleancommand.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/reloadcommand.h"
+#include "tvctl/commands/scancommand.h"
 #include "tvctl/commands/session.h"
 #include "tvctl/commands/urlcommand.h"
 #include "tvctl/console/output.h"
@@ -35,7 +37,9 @@ void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
 void addCommands(CLI::App& tool, Action& chosen)
 {
     tool.require_subcommand(1);
+    addScanCommand(tool, chosen);
     addUrlCommand(tool, chosen);
+    addCleanCommand(tool, chosen);
     addReloadCommand(tool, chosen);
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -130,10 +131,11 @@ bool ServiceConnection::waitFor(short events, const Deadline& deadline)
             // One more, so that it does not spin through the last fraction.
             waitMs = static_cast<int>(std::chrono::duration_cast<milliseconds>(next - now).count()) + 1;
         }
-        struct pollfd poll = {m_socket.get(), events, 0};
-        const int ready = ::poll(&poll, 1, waitMs);
+        // A descriptor below zero is passed over.
+        struct pollfd polled[] = {{m_socket.get(), events, 0}, {m_interruption, POLLIN, 0}};
+        const int ready = ::poll(polled, std::size(polled), waitMs);
         if (ready > 0) {
-            return true;
+            return polled[0].revents != 0 || fail(State::Interrupted, QStringLiteral("interrupted"));
         }
         if (ready < 0 && errno != EINTR) {
             return fail(State::Broken, QStringLiteral("cannot wait: %1").arg(qt_error_string(errno)));

@@ -29,6 +29,8 @@ public:
         Untrusted,
         /// There was no answer in time.
         TimedOut,
+        /// Somebody did not want to wait any longer; see `setInterruption`.
+        Interrupted,
         /// Anything else; see `problem`.
         Broken
     };
@@ -58,6 +60,12 @@ public:
         m_slowNotice = std::move(notice);
     }
 
+    /// A descriptor that ends a wait when it becomes readable, at once and for good; it has to stay open.
+    void setInterruption(int descriptor)
+    {
+        m_interruption = descriptor;
+    }
+
 private:
     using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
@@ -72,4 +80,5 @@ private:
     State m_state = State::Closed;
     QString m_problem;
     std::function<void()> m_slowNotice;
+    int m_interruption = -1;
 };

@@ -1,0 +1,466 @@
+"""`tvctl scan` and `tvctl clean`."""
+
+import base64
+import fcntl
+import json
+import os
+import pty
+import signal
+import socket
+import struct
+import subprocess
+import threading
+
+import pytest
+
+from harness import EICAR, EICAR_NAME, TIMEOUT, exists, quarantine_name, wait_until, write_once
+from tool import Tool
+
+CLEAN = b"nothing in here"
+
+
+class PlainUser(Tool):
+    """The tool without what root may do beyond others: what its owner may not read, it cannot read."""
+
+    def command(self, *arguments):
+        return ["setpriv", "--bounding-set=-all", "--inh-caps=-all", *super().command(*arguments)]
+
+
+@pytest.fixture
+def plain_tvctl(tv):
+    return PlainUser(tv)
+
+
+@pytest.fixture
+def tree(files):
+    """Infected and clean files, and what is no file."""
+    root = files / "tree"
+    for path in ("a/deep/.hidden/bad", "a/good", "b/bad", ".top"):
+        (root / path).parent.mkdir(parents=True, exist_ok=True)
+        write_once(root / path, CLEAN if path == "a/good" else EICAR)
+    os.mkfifo(root / "fifo")
+    os.symlink("b", root / "link")
+    os.symlink("b/bad", root / "link-to-bad")
+    return root
+
+
+def infected(tree):
+    return [str(tree / path) for path in (".top", "a/deep/.hidden/bad", "b/bad")]
+
+
+def numbers(document):
+    return {key: value for key, value in document.items()
+            if key in ("files", "infected", "removed", "failed", "unreadable", "skipped", "passed_over")
+            and value}
+
+
+def summary(result):
+    return dict(map(str.strip, line.split(":")) for line in result.lines()[result.lines().index("") + 1:])
+
+
+# ------------------------------------------------------------------------------------------------------- scan
+
+
+def test_a_tree(tv, tvctl, tree):
+    tv.start()
+    result = tvctl.run("scan", tree, status=1)
+    assert result.lines()[:4] == [*(f"{path}: {EICAR_NAME}" for path in infected(tree)), ""]
+    assert result.errors == ""
+    shown = summary(result)
+    assert shown.pop("time").endswith(" files/s")
+    assert shown == {"files scanned": "4", "infected": "3", "removed": "0", "not scanned": "0",
+                     "unreadable": "0", "skipped": "0 excluded folders, 3 links and devices"}
+    document = tvctl.json("scan", tree, status=1)
+    assert document["detections"] == [{"path": path, "virus": EICAR_NAME, "action": "none"}
+                                      for path in infected(tree)]
+    assert document["errors"] == [] and document["stopped"] is None and document["seconds"] > 0
+    assert numbers(document) == {"files": 4, "infected": 3, "passed_over": 3}
+    assert all(map(exists, infected(tree)))
+
+
+def test_clean_files(tv, tvctl, tree):
+    tv.start()
+    result = tvctl.run("scan", tree / "a/good")
+    assert summary(result)["files scanned"] == "1" and summary(result)["infected"] == "0"
+    assert numbers(tvctl.json("scan", tree / "a/good")) == {"files": 1}
+
+
+def test_a_relative_path(tv, tvctl, tree):
+    tv.start()
+    assert tvctl.run("scan", "b/../b//bad", cwd=tree, status=1).lines()[0] == f"{tree}/b/bad: {EICAR_NAME}"
+
+
+def test_cleaning(tv, tvctl, tree):
+    tv.start()
+    result = tvctl.run("scan", "--clean", tree, status=1)
+    assert result.lines()[:3] == [f"{path}: {EICAR_NAME} - removed; its copy is in the quarantine"
+                                  for path in infected(tree)]
+    assert summary(result)["removed"] == "3"
+    assert not any(map(exists, infected(tree))) and exists(tree / "a/good")
+    assert len(tv.quarantined()) == 3
+    write_once(tree / ".top")
+    document = tvctl.json("scan", "--clean", tree, status=1)
+    assert document["detections"] == [{"path": str(tree / ".top"), "virus": EICAR_NAME, "action": "removed",
+                                       "detail": "removed; its copy is in the quarantine"}]
+    assert numbers(document) == {"files": 2, "infected": 1, "removed": 1, "passed_over": 3}
+
+
+def test_cleaning_without_a_copy(tv, tvctl, tree):
+    tv.start()
+    tv.quarantine.write_text("in the way")
+    result = tvctl.run("scan", "--clean", tree / ".top", status=1)
+    assert result.lines()[0].endswith(" - removed; there is no copy of it in the quarantine")
+    assert not exists(tree / ".top")
+
+
+def test_cleaning_under_report_only(tv, tvctl, tree):
+    tv.configure(action=0)
+    tv.start()
+    says = "not removed: the settings only allow reports"
+    result = tvctl.run("scan", "--clean", tree / "b", status=1)
+    assert result.lines()[0] == f"{tree}/b/bad: {EICAR_NAME} - {says}"
+    document = tvctl.json("scan", "--clean", tree / "b", status=1)
+    assert [(found["action"], found["detail"]) for found in document["detections"]] == [("report only", says)]
+    assert exists(tree / "b/bad")
+
+
+def test_cleaning_that_fails(tv, tvctl, tree, mounts):
+    tv.start()
+    mounts.bind(tree / "b/bad", tree / "b/bad")
+    says = f"not removed: tvfilemon could not do it; its log tells why: {tv.log_file}"
+    assert tvctl.run("scan", "--clean", tree / "b", status=1).lines()[0].endswith(says)
+    document = tvctl.json("scan", "--clean", tree / "b", status=1)
+    assert (document["detections"][0]["action"], document["removed"]) == ("not removed", 0)
+
+
+def test_excluded_folders_and_files(tv, tvctl, tree):
+    tv.configure(exclude={"0": [str(tree / "b/bad")], "1": [str(tree / "a/deep")]})
+    tv.start()
+    document = tvctl.json("scan", tree, status=1)
+    assert [found["path"] for found in document["detections"]] == [str(tree / ".top")]
+    # The excluded file is asked for, and answered as clean.
+    assert numbers(document) == {"files": 3, "infected": 1, "skipped": 1, "passed_over": 3}
+    assert tvctl.run("scan", tree / "a/deep").errors == f"tvctl: {tree}/a/deep is excluded\n"
+    # By the whole path.
+    assert tvctl.json("scan", tree / "a/deep/.hidden", status=1)["infected"] == 1
+
+
+def test_settings_that_cannot_be_read_are_told(tv, tvctl, plain_tvctl, tree):
+    tv.start()
+    os.chmod(tv.settings, 0)
+    result = plain_tvctl.run("scan", tree / "b", status=1)
+    assert result.errors.startswith("tvctl: no folder is left out: ") and "Permission denied" in result.errors
+    assert plain_tvctl.json("scan", tree / "b", status=1)["infected"] == 1
+    cleaned = plain_tvctl.run("scan", "--clean", tree / "b", status=1)
+    assert cleaned.lines()[0] == f"{tree}/b/bad: {EICAR_NAME} - removed; its copy is in the quarantine"
+
+
+def test_settings_that_cannot_be_read_and_nothing_removed(tv, tvctl, plain_tvctl, tree):
+    tv.configure(action=0)
+    tv.start()
+    os.chmod(tv.settings, 0)
+    says = "not removed: the settings only allow reports, or tvfilemon could not do it"
+    assert plain_tvctl.run("scan", "--clean", tree / "b", status=1).lines()[0].endswith(says)
+
+
+def test_unreadable_folders(tv, tvctl, plain_tvctl, tree):
+    tv.start()
+    os.chmod(tree / "b", 0)
+    document = plain_tvctl.json("scan", tree, status=1)
+    assert document["errors"] == [{"path": str(tree / "b"), "reason": "Permission denied"}]
+    assert numbers(document) == {"files": 3, "infected": 2, "unreadable": 1, "passed_over": 3}
+    result = plain_tvctl.run("scan", tree / "b", status=2)
+    assert result.errors.endswith(f"tvctl: {tree}/b: Permission denied\n")
+    assert summary(result)["unreadable"] == "1"
+
+
+@pytest.mark.parametrize("name, says, kind", [
+    ("none", "No such file or directory", "unreadable"),
+    ("link", "it is a symbolic link, which is not followed", "failed"),
+    ("fifo", "it is neither a file nor a folder", "failed"),
+])
+def test_what_is_no_file(tv, tvctl, tree, name, says, kind):
+    tv.start()
+    result = tvctl.run("scan", tree / name, status=2)
+    assert result.errors == f"tvctl: {tree}/{name}: {says}\n"
+    document = tvctl.json("scan", tree / name, tree / "a/good", status=2)
+    assert document["errors"] == [{"path": str(tree / name), "reason": says}]
+    assert numbers(document) == {kind: 1, "files": 1}
+
+
+ODD_NAMES = [b"not-utf8-\xff", b"line\nend", b"return\rin it", b"\xed\xa0\x80 surrogate"]
+
+
+@pytest.mark.parametrize("name", ODD_NAMES)
+def test_names_that_the_protocol_does_not_carry(tv, tvctl, files, name):
+    tv.start()
+    path = os.path.join(os.fsencode(files), name)
+    write_once(path)
+    write_once(path + b"2", CLEAN)
+    document = tvctl.json("scan", files, status=1)
+    assert numbers(document) == {"files": 2, "infected": 1}
+    found = document["detections"][0]
+    assert "\n" not in tvctl.run("scan", files, status=1).lines()[0]
+    if "path_base64" in found:
+        assert base64.b64decode(found["path_base64"]) == path
+    else:
+        assert os.fsencode(found["path"]) == path
+    cleaned = tvctl.json("scan", "--clean", files, status=1)["detections"][0]
+    assert cleaned["action"] == "not removed" and "protocol cannot carry" in cleaned["detail"]
+    assert exists(path)
+
+
+def test_odd_names_are_shown_escaped(tv, tvctl, files):
+    tv.start()
+    write_once(os.path.join(os.fsencode(files), b"\xff\x1b[2J\n"))
+    line = tvctl.run("scan", files, status=1).lines()[0]
+    assert line == f"{files}/\\xff\\x1b[2J\\x0a: {EICAR_NAME}"
+
+
+def test_odd_names_that_are_excluded(tv, tvctl, files):
+    tv.configure(exclude={"0": [f"{files}/line\nend"]})
+    tv.start()
+    write_once(files / "line\nend")
+    write_once(files / "quarantined\n.tvq")
+    assert numbers(tvctl.json("scan", files)) == {"files": 2}
+
+
+def test_paths_longer_than_any_call_takes(tv, tvctl, files):
+    tv.start()
+    here = os.getcwd()
+    try:
+        os.chdir(files)
+        for _ in range(60):
+            os.mkdir("d" * 200)
+            os.chdir("d" * 200)
+        write_once("bad")
+    finally:
+        os.chdir(here)
+    document = tvctl.json("scan", files, status=1)
+    assert numbers(document) == {"files": 1, "infected": 1}
+    assert document["detections"][0]["path"] == f"{files}{('/' + 'd' * 200) * 60}/bad"
+
+
+def test_a_file_that_cannot_be_handed_over(tv, plain_tvctl, files):
+    tv.start()
+    path = os.path.join(os.fsencode(files), b"\xff")
+    write_once(path)
+    os.chmod(path, 0)
+    document = plain_tvctl.json("scan", files, status=2)
+    assert "cannot be opened to hand it over: Permission denied" in document["errors"][0]["reason"]
+
+
+def test_a_file_that_the_service_cannot_open(tv, tvctl, files):
+    tv.start()
+    write_once(files / "leased")
+    lease = os.open(files / "leased", os.O_WRONLY)
+    signal.signal(signal.SIGIO, signal.SIG_IGN)
+    fcntl.fcntl(lease, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+    document = tvctl.json("scan", files, status=2)
+    os.close(lease)
+    assert numbers(document) == {"failed": 1}
+    assert document["errors"] == [{"path": str(files / "leased"), "reason": "it could not be opened"}]
+
+
+def test_a_service_without_an_engine_finds_nothing(tv, tvctl, tree):
+    # What `tvctl status` and `tvctl doctor` tell.
+    tv.start()
+    for database in tv.db.iterdir():
+        database.write_bytes(b"broken")
+    tvctl.run("reload", "db", status=2)
+    assert numbers(tvctl.json("scan", tree)) == {"files": 4, "passed_over": 3}
+
+
+@pytest.mark.parametrize("command", ["scan", "clean"])
+def test_the_service_is_down(tvctl, tree, command):
+    tvctl.fails(command, tree / ".top", says="tvfilemon does not run: nobody listens on port 8889")
+
+
+@pytest.mark.parametrize("command", ["scan", "clean"])
+def test_usage(tvctl, command):
+    tvctl.fails(command, says=f"PATH is required; see tvctl {command} --help")
+    assert "excluded" in tvctl.run("scan", "--help").output
+    assert "Nobody looks whether a file is infected" in tvctl.run("clean", "--help").output
+
+
+class FakeService:
+    """Answers on the service's port, one reply a request, then goes. A reply may be a function of the request."""
+
+    def __init__(self, *replies):
+        self.requests = []
+        self._listener = socket.create_server(("127.0.0.1", 8889))
+        self._is_closed = threading.Event()
+        self._thread = threading.Thread(target=self._serve, args=(replies,))
+        self._thread.start()
+
+    def _serve(self, replies):
+        connection = self._listener.accept()[0]
+        with connection:
+            # So that the port is free at once.
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            for reply in (b"REGISTERED!", *replies):
+                self.requests.append(connection.recv(4096))
+                connection.sendall(reply(self.requests[-1]) if callable(reply) else reply)
+            self.requests.append(connection.recv(4096))
+
+    def hang(self, _request):
+        """For a reply: none, until the end of the test."""
+        self._is_closed.wait(TIMEOUT)
+        return b"CLEAN"
+
+    def close(self):
+        self._is_closed.set()
+        self._thread.join()
+        self._listener.close()
+
+
+@pytest.fixture
+def fake_service(tv):
+    tv.configure()
+    services = []
+
+    def make(*replies):
+        services.append(FakeService(*replies))
+        return services[-1]
+
+    yield make
+    for service in services:
+        service.close()
+
+
+@pytest.mark.parametrize("is_json", [False, True])
+def test_a_service_that_goes_away(tvctl, tree, fake_service, is_json):
+    service = fake_service(b"INFECTED X", b"CLEAN")
+    if is_json:
+        document = tvctl.json("scan", tree, status=2)
+        assert document["stopped"] == "the service ended the connection"
+        assert (document["files"], document["infected"]) == (2, 1)
+    else:
+        result = tvctl.run("scan", tree, status=2)
+        assert result.errors == "tvctl: the service ended the connection; 2 files were scanned until then\n"
+        assert result.lines()[0] == f"{tree}/.top: X" and summary(result)["files scanned"] == "2"
+    assert service.requests[1] == os.fsencode(f"SCAN {tree}/.top")
+
+
+def test_a_reply_that_is_none(tvctl, tree, fake_service):
+    fake_service(b"INVALID COMMAND!")
+    document = tvctl.json("scan", tree / ".top", status=2)
+    assert document["errors"][0]["reason"] == 'the service answered "INVALID COMMAND!"'
+
+
+def test_a_file_that_vanishes_meanwhile(tvctl, tree, fake_service):
+    def remove(request):
+        os.unlink(request.partition(b" ")[2])
+        return b"ERROR 8"
+
+    fake_service(remove)
+    document = tvctl.json("scan", tree / ".top")
+    assert numbers(document) == {} and document["errors"] == []
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+def test_an_interruption_ends_with_the_summary(tvctl, tree, fake_service, number):
+    service = fake_service(b"INFECTED X", b"CLEAN", lambda request: service.hang(request))
+    process = tvctl.start("scan", tree)
+    wait_until(lambda: len(service.requests) == 4, "the request that is not answered")
+    process.send_signal(number)
+    output, errors = process.communicate(timeout=TIMEOUT)
+    assert process.returncode == 2
+    assert errors == b"tvctl: interrupted; 2 files were scanned until then\n"
+    assert output.startswith(os.fsencode(f"{tree}/.top: X\n\n")) and b"\nfiles scanned:  2\n" in output
+
+
+def test_an_interruption_in_json(tvctl, tree, fake_service):
+    service = fake_service(lambda request: service.hang(request))
+    process = tvctl.start("--json", "scan", tree)
+    wait_until(lambda: len(service.requests) == 2, "the request that is not answered")
+    process.send_signal(signal.SIGINT)
+    document = json.loads(process.communicate(timeout=TIMEOUT)[0])
+    assert process.returncode == 2 and document["stopped"] == "interrupted" and document["files"] == 0
+
+
+def test_progress_on_a_terminal(tv, tvctl, tree):
+    tv.start()
+    master, slave = pty.openpty()
+    process = subprocess.Popen(tvctl.command("scan", tree), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                               stderr=slave, env=tvctl.environment(TERM="xterm"))
+    os.close(slave)
+    output = process.communicate()[0]
+    shown = b""
+    try:
+        while True:
+            shown += os.read(master, 4096)
+    except OSError:
+        pass
+    os.close(master)
+    assert process.returncode == 1
+    assert b"0 files" in shown and b"tree" in shown and shown.endswith(b"\r\033[K")
+    assert output.count(EICAR_NAME.encode()) == 3 and b"\033" not in output
+
+
+# ------------------------------------------------------------------------------------------------------ clean
+
+
+def test_clean(tv, tvctl, tree):
+    tv.start()
+    # Whatever is in it.
+    path = tree / "a/good"
+    result = tvctl.run("clean", path)
+    assert result.output == f"{path}: removed; its copy is in the quarantine\n"
+    assert not exists(path)
+    names = list(tv.quarantined())
+    assert len(names) == 1 and quarantine_name(path).fullmatch(names[0])
+    write_once(path)
+    assert tvctl.json("clean", path, tree / ".top") == {"results": [
+        {"path": str(name), "action": "removed", "detail": "removed; its copy is in the quarantine"}
+        for name in (path, tree / ".top")]}
+
+
+def test_clean_under_report_only(tv, tvctl, tree):
+    tv.configure(action=0)
+    tv.start()
+    says = "not removed: the settings only allow reports"
+    result = tvctl.run("clean", tree / ".top", status=2)
+    assert (result.output, result.errors) == ("", f"tvctl: {tree}/.top: {says}\n")
+    assert tvctl.json("clean", tree / ".top", status=2) == {
+        "results": [{"path": str(tree / ".top"), "action": "report only", "detail": says}]}
+    assert exists(tree / ".top")
+
+
+@pytest.mark.parametrize("name, says", [
+    ("none", "No such file or directory"),
+    ("a", "it is a folder"),
+    ("link-to-bad", "it is a symbolic link"),
+    ("fifo", "it is no regular file"),
+])
+def test_clean_refuses(tv, tvctl, tree, name, says):
+    tv.start()
+    result = tvctl.run("clean", tree / name, tree / ".top", status=2)
+    assert result.errors == f"tvctl: {tree}/{name}: not removed: {says}\n"
+    assert not exists(tree / ".top") and exists(tree / "b/bad")
+    document = tvctl.json("clean", tree / name, status=2)
+    assert document["results"] == [{"path": str(tree / name), "action": "not removed",
+                                    "detail": f"not removed: {says}"}]
+
+
+@pytest.mark.parametrize("name", ODD_NAMES)
+def test_clean_says_what_the_protocol_does_not_carry(tv, tvctl, files, name):
+    tv.start()
+    path = os.path.join(os.fsencode(files), name)
+    write_once(path)
+    result = tvctl.run("clean", path, status=2)
+    assert "which the service's protocol cannot carry" in result.errors and result.errors.count("\n") == 1
+    assert exists(path)
+
+
+def test_clean_when_the_service_goes_away(tvctl, tree, fake_service):
+    fake_service(b"FAILED 0")
+    result = tvctl.run("clean", tree / ".top", tree / "b/bad", tree / "a/good", status=2)
+    assert result.errors == (f"tvctl: {tree}/b/bad: the service ended the connection: "
+                             "nobody knows whether it was removed\n")
+
+
+def test_a_copy_that_is_missing_is_told(tvctl, tree, fake_service):
+    tvctl.installation.quarantine.mkdir()
+    fake_service(b"FAILED 0")
+    assert tvctl.run("clean", tree / ".top").output.endswith(": removed; there is no copy of it in the quarantine\n")
