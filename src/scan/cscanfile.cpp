@@ -12,12 +12,13 @@
 #include <QStringList>
 
 #include <cerrno>
+#include <cstring>
 
 using LOGGER::CLogger;
 
 // The field's number is not the same in every release of libclamav, so its name is used below. The numbers
 // here are what the suite relies on; a release that moves one of them must not compile.
-static_assert(CL_CLEAN == 0 && CL_VIRUS == 1 && CL_ENULLARG == 2 && CL_EOPEN == 8);
+static_assert(CL_CLEAN == 0 && CL_VIRUS == 1 && CL_ENULLARG == 2 && CL_EOPEN == 8 && CL_ETMPDIR == 18);
 static_assert(CL_INIT_DEFAULT == 0);
 static_assert(CL_DB_PHISHING == 0x2 && CL_DB_PHISHING_URLS == 0x8 && CL_DB_BYTECODE == 0x2000);
 static_assert(CL_DB_STDOPT == 0x200a);
@@ -29,13 +30,10 @@ static_assert(CL_SCAN_HEURISTIC_BROKEN == 0x2);
 
 namespace
 {
-/// What a scan hands back: libclamav's code, and the name with a match only.
-int resultOf(int code, const char* name, QString& virusName)
+/// What libclamav answers, from some unpackers, when there was no room for what they unpacked.
+bool isAboutTemporaryFiles(int code)
 {
-    if (code == CL_VIRUS) {
-        virusName = QString::fromUtf8(name);
-    }
-    return code;
+    return code == CL_ETMPDIR || code == CL_ETMPFILE || code == CL_ECREAT || code == CL_EWRITE;
 }
 
 /// libclamav's code for a file that cannot be opened, as its own open gives it.
@@ -46,6 +44,7 @@ int openFailure(int error)
 } // namespace
 
 CScanFile* CScanFile::_instance = nullptr;
+CScanFile::ScanNotes* CScanFile::_notes = nullptr;
 
 CScanFile* CScanFile::getInstance()
 {
@@ -71,8 +70,14 @@ CScanFile::~CScanFile()
     releaseEngine();
 }
 
-void CScanFile::clcb_msg_fn(cl_msg, const char*, const char*, void*)
+void CScanFile::clcb_msg_fn(cl_msg severity, const char* fullmsg, const char*, void*)
 {
+    // An archive may hold a name that looks like the directory's: its owner then gets an error for a file
+    // that is clean, and nothing else.
+    if (_notes != nullptr && severity >= CL_MSG_WARN && fullmsg != nullptr &&
+        std::strstr(fullmsg, _notes->directory.constData()) != nullptr) {
+        _notes->isDirectoryUnusable = true;
+    }
 }
 
 bool CScanFile::initEngine()
@@ -92,6 +97,7 @@ bool CScanFile::initEngine()
     }
     m_engineReady = true;
     cl_engine_set_num(m_engine, CL_ENGINE_DISABLE_CACHE, 1);
+    provideDirectory();
     CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Successfully Scan Engine Initialize.");
     return true;
 }
@@ -171,6 +177,41 @@ bool CScanFile::canScan() const
     return m_engineReady && m_engine != nullptr;
 }
 
+bool CScanFile::provideDirectory() const
+{
+    if (m_directory.path().isEmpty()) {
+        m_directory = EngineDirectory(EngineDirectory::places());
+    }
+    cl_engine_set_str(m_engine, CL_ENGINE_TMPDIR, m_directory.path().constData());
+    return !m_directory.path().isEmpty();
+}
+
+int CScanFile::scan(const EngineCall& call, QString& virusName) const
+{
+    int code = CL_ETMPDIR;
+    constexpr int maxTries = 2;
+    for (int tries = 0; tries < maxTries; ++tries) {
+        if (m_directory.path().isEmpty() && !provideDirectory()) {
+            break;
+        }
+        ScanNotes notes{m_directory.path()};
+        const char* name = nullptr;
+        _notes = &notes;
+        code = call(&name);
+        _notes = nullptr;
+        if (code == CL_VIRUS) {
+            virusName = QString::fromUtf8(name);
+            return code;
+        }
+        if (!notes.isDirectoryUnusable && !isAboutTemporaryFiles(code)) {
+            return code;
+        }
+        m_directory = EngineDirectory();
+    }
+    // Clean is what libclamav says of a file that it could not look into.
+    return code == CL_CLEAN ? CL_ETMPDIR : code;
+}
+
 cl_scan_options CScanFile::scanOptions() const
 {
     cl_scan_options options = {};
@@ -218,10 +259,12 @@ int CScanFile::scanFile(const QString& path, QString& virusName) const
     // Some unpackers open the file once more, by the name given here: this one cannot be swapped.
     const QByteArray self = "/proc/self/fd/" + QByteArray::number(opened.get());
     cl_scan_options options = scanOptions();
-    const char* name = nullptr;
-    const int result =
-        cl_scandesc_callback(opened.get(), self.constData(), &name, nullptr, m_engine, &options, nullptr);
-    return resultOf(result, name, virusName);
+    return scan(
+        [&](const char** name) {
+            return cl_scandesc_callback(opened.get(), self.constData(), name, nullptr, m_engine, &options,
+                                        nullptr);
+        },
+        virusName);
 }
 
 int CScanFile::scanUrl(const QString& url, QString& virusName) const
@@ -231,14 +274,16 @@ int CScanFile::scanUrl(const QString& url, QString& virusName) const
     }
     const QByteArray text = url.toUtf8();
     cl_scan_options options = scanOptions();
-    const char* name = nullptr;
     // As many bytes as the text has UTF-16 units: beyond ASCII the tail is left out, and stays so.
     cl_fmap_t* map = cl_fmap_open_memory(text.constData(), static_cast<size_t>(url.length()));
     if (map == nullptr) {
         return CL_EMEM;
     }
-    const int result = cl_scanmap_callback(map, nullptr, &name, nullptr, m_engine, &options, nullptr);
-    const int mapped = resultOf(result, name, virusName);
+    const int result = scan(
+        [&](const char** name) {
+            return cl_scanmap_callback(map, nullptr, name, nullptr, m_engine, &options, nullptr);
+        },
+        virusName);
     cl_fmap_close(map);
-    return mapped;
+    return result;
 }

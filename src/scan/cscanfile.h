@@ -1,6 +1,10 @@
 #pragma once
 
+#include "scan/enginedirectory.h"
+
 #include <QString>
+
+#include <functional>
 
 #include <clamav.h>
 
@@ -11,7 +15,9 @@ class ScanSettings;
 /// Lives on the main thread; takes no lock. A scan answers libclamav's code: 0 clean, 1 a signature matched
 /// (only then `virusName` is replaced), any other value an error. Scans are refused in no state: without an
 /// engine they answer libclamav's null-argument error, and an engine that was created but never compiled
-/// (a database failed to load) finds nothing and answers 0 for everything. Callers look at `isDBLoaded`.
+/// (a database failed to load) finds nothing and answers 0 for everything. Callers look at `isDBLoaded`. A
+/// scan that found nothing because the engine could not make its temporary files answers libclamav's error
+/// for that, 18.
 class CScanFile
 {
 public:
@@ -41,18 +47,38 @@ public:
     /// Scans the text `url` itself; nothing is fetched.
     int scanUrl(const QString& url, QString& virusName) const;
 
-    /// Swallows whatever libclamav would print: failures are told by the log lines of this class.
+    /// Swallows whatever libclamav would print: failures are told by the log lines of this class. Only notes
+    /// during a scan that temporary files failed.
     static void clcb_msg_fn(cl_msg severity, const char* fullmsg, const char* msg, void* context);
 
 private:
     CScanFile();
     ~CScanFile();
 
+    /// What a scan learns from libclamav's messages.
+    struct ScanNotes
+    {
+        /// Messages that name it are about temporary files.
+        QByteArray directory;
+        bool isDirectoryUnusable = false;
+    };
+
     /// False when libclamav would be handed an engine that is not there, which crashes it.
     bool canScan() const;
+    /// Gives the engine a directory for its temporary files, if it has none that works. False when there is
+    /// no place for one.
+    bool provideDirectory() const;
+    /// One call of libclamav: its code, and the name of what it found.
+    using EngineCall = std::function<int(const char** name)>;
+    /// The code of `call`, `virusName` with a match only. Once more, with another directory, when that
+    /// failed.
+    int scan(const EngineCall& call, QString& virusName) const;
     cl_scan_options scanOptions() const;
 
     static CScanFile* _instance;
+    /// Of the present scan. The context that libclamav takes for its callback does not reach the message
+    /// about the directory of the scan, which it makes first.
+    static ScanNotes* _notes;
 
     bool m_engineReady = false;
     bool m_dbLoading = false;
@@ -60,6 +86,7 @@ private:
     cl_engine* m_engine = nullptr;
     unsigned m_signatureTotal = 0;
     ScanSettings* m_settings;
+    mutable EngineDirectory m_directory;
     // Compiling an engine a second time crashes libclamav.
     bool m_compiled = false;
 };

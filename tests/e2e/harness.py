@@ -322,8 +322,10 @@ class Installation:
         device = self.root.parent
         device.mkdir(parents=True, exist_ok=True)
         same = os.stat(device).st_dev == os.stat(STAGED).st_dev
+        # The machine's own, in the root /usr of a Chroot.
+        is_foreign = (self.root / "share").is_mount()
         shutil.copytree(STAGED, self.root, symlinks=True, copy_function=os.link if same else shutil.copy2,
-                        dirs_exist_ok=True)
+                        dirs_exist_ok=True, ignore=shutil.ignore_patterns("share") if is_foreign else None)
         self.db.mkdir(exist_ok=True)
         for name in databases:
             shutil.copy(SIGNATURES / name, self.db)
