@@ -12,6 +12,7 @@ if "TVFILEMON_E2E" not in os.environ:
 import commandclient
 import harness
 import tool
+from impostor import Impostor
 
 LATENCIES = []
 
@@ -73,6 +74,20 @@ def connect(tv):
     yield make
     for client in clients:
         client.reset()
+
+
+@pytest.fixture
+def impostor():
+    """Puts another program on the port; its arguments are the replies that it gives."""
+    impostors = []
+
+    def make(*replies):
+        impostors.append(Impostor(*replies))
+        return impostors[-1]
+
+    yield make
+    for each in impostors:
+        each.close()
 
 
 @pytest.fixture(scope="session")

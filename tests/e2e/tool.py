@@ -29,19 +29,20 @@ class Tool:
     def __init__(self, installation):
         self.installation = installation
 
-    def command(self, *arguments):
-        return [self.installation.root / "bin" / "tvctl", *arguments]
+    def command(self, *arguments, wrapper=()):
+        return [*wrapper, self.installation.root / "bin" / "tvctl", *arguments]
 
     def environment(self, **more):
         return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
                 "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0", **more}
 
-    def run(self, *arguments, status=0, environment=None, timeout=TIMEOUT, **options):
-        """Runs it to its end, which has to be `status`, or any with None."""
-        options.setdefault("stdin", subprocess.DEVNULL)
-        result = subprocess.run(self.command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env=self.environment(**(environment or {})), timeout=timeout, check=False,
-                                **options)
+    def run(self, *arguments, status=0, environment=None, timeout=TIMEOUT, wrapper=(), **options):
+        """Runs it to its end, which has to be `status`, or any with None. `wrapper` is a command that starts it."""
+        if "input" not in options:
+            options.setdefault("stdin", subprocess.DEVNULL)
+        result = subprocess.run(self.command(*arguments, wrapper=wrapper), stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, env=self.environment(**(environment or {})),
+                                timeout=timeout, check=False, **options)
         result = Result(result.returncode, os.fsdecode(result.stdout), os.fsdecode(result.stderr))
         assert status is None or result.status == status, (arguments, result)
         return result

@@ -4,6 +4,9 @@
 #include "common/filename.h"
 #include "tvctl/commands/cleancommand.h"
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/configcommand.h"
+#include "tvctl/commands/excludecommand.h"
+#include "tvctl/commands/ioccommand.h"
 #include "tvctl/commands/reloadcommand.h"
 #include "tvctl/commands/scancommand.h"
 #include "tvctl/commands/session.h"
@@ -37,6 +40,9 @@ void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
 void addCommands(CLI::App& tool, Action& chosen)
 {
     tool.require_subcommand(1);
+    addConfigCommand(tool, chosen);
+    addExcludeCommand(tool, chosen);
+    addIocCommand(tool, chosen);
     addScanCommand(tool, chosen);
     addUrlCommand(tool, chosen);
     addCleanCommand(tool, chosen);

@@ -1,5 +1,7 @@
 #include "tvctl/commands/servicereload.h"
 
+#include <CLI/CLI.hpp>
+
 QByteArray commandOf(ReloadPart part)
 {
     switch (part) {
@@ -30,7 +32,8 @@ ExitCode ServiceReload::run(const QVector<ReloadPart>& parts, QJsonObject& docum
             QStringLiteral("tvfilemon was not told; it reads this when it starts or is told to reload"));
     } else if (what == QLatin1String("failed")) {
         output.error(
-            QStringLiteral("stored, but tvfilemon did not reload: try tvctl reload, or tvctl doctor"));
+            QStringLiteral("stored, but tvfilemon did not reload: %1; try tvctl reload, or tvctl doctor")
+                .arg(m_problem));
         return ExitCode::Error;
     }
     return ExitCode::Good;
@@ -38,19 +41,39 @@ ExitCode ServiceReload::run(const QVector<ReloadPart>& parts, QJsonObject& docum
 
 QString ServiceReload::result(const QVector<ReloadPart>& parts)
 {
+    if (parts.isEmpty()) {
+        return QStringLiteral("not needed");
+    }
     if (!m_isWanted) {
         return QStringLiteral("not asked");
     }
     ServiceConnection connection;
+    connection.setSlowNotice([this] {
+        m_session.output().note(QStringLiteral("stored; waiting for tvfilemon, which is busy ..."));
+    });
     if (!connection.open()) {
         return connection.state() == ServiceConnection::State::Refused ? QStringLiteral("service down")
-                                                                       : QStringLiteral("failed");
+                                                                       : failed(connection.problem());
     }
     for (const ReloadPart part : parts) {
         const auto reply = connection.ask(makeRequest(commandOf(part)));
-        if (!reply || ServiceReply::reload(*reply) != ServiceReply::Reload::Succeeded) {
-            return QStringLiteral("failed");
+        if (!reply) {
+            return failed(connection.problem());
+        }
+        if (ServiceReply::reload(*reply) != ServiceReply::Reload::Succeeded) {
+            return failed(QStringLiteral("its log tells why (%1)").arg(m_session.installation().logFile()));
         }
     }
     return QStringLiteral("done");
+}
+
+QString ServiceReload::failed(const QString& reason)
+{
+    m_problem = reason;
+    return QStringLiteral("failed");
+}
+
+void addNoReloadFlag(CLI::App& command, bool& isWithoutReload)
+{
+    command.add_flag("--no-reload", isWithoutReload, "Do not tell a running service");
 }

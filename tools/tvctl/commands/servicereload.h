@@ -8,6 +8,11 @@
 #include <QJsonObject>
 #include <QVector>
 
+namespace CLI
+{
+class App;
+}
+
 /// What the running service can read anew.
 enum class ReloadPart
 {
@@ -21,20 +26,26 @@ enum class ReloadPart
 QByteArray commandOf(ReloadPart part);
 
 /// Lets a running service know that the store has changed, and says what came of it: on standard output,
-/// in JSON under "reload" as "done", "failed", "service down" or "not asked". A service that does not run
-/// reads the change when it starts, which is no failure. Returns ExitCode::Error when the service could not
-/// do it.
+/// in JSON under "reload" as "done", "failed", "service down", "not asked" or "not needed". A service that
+/// does not run reads the change when it starts, which is no failure.
 class ServiceReload
 {
 public:
     /// `isWanted` false for `--no-reload`.
     ServiceReload(Session& session, bool isWanted);
 
+    /// `parts` is empty for a change that the service sees by itself. ExitCode::Error when the service runs
+    /// and could not do it; the reason was told.
     ExitCode run(const QVector<ReloadPart>& parts, QJsonObject& document);
 
 private:
     QString result(const QVector<ReloadPart>& parts);
+    QString failed(const QString& reason);
 
     Session& m_session;
     const bool m_isWanted;
+    QString m_problem;
 };
+
+/// Adds `--no-reload` to a command that changes the store.
+void addNoReloadFlag(CLI::App& command, bool& isWithoutReload);

@@ -50,15 +50,6 @@ void requireDirectory(const Installation& installation)
                             .arg(installation.settings(), qt_error_string(errno), privilegeHint()));
     }
 }
-
-[[noreturn]] void failReading(const QString& what)
-{
-    const QString reason = StoreAccess::takeMessage();
-    throw ToolError(QStringLiteral("%1 cannot be read%2%3")
-                        .arg(what, reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason),
-                             ::geteuid() == 0 ? QStringLiteral("; try again when nobody else uses the store")
-                                              : privilegeHint()));
-}
 } // namespace
 
 void StoreAccess::begin(const Installation& installation)
@@ -71,7 +62,16 @@ void StoreAccess::requireSettings(const Installation& installation)
 {
     requireDirectory(installation);
     if (IOCScanConfig().getHashCount(IOCScanConfig::MD5) < 0) {
-        failReading(QStringLiteral("the settings"));
+        throw ToolError(notRead(QStringLiteral("the settings")));
+    }
+}
+
+void StoreAccess::confirmSettings(const Installation& installation)
+{
+    if (!TvCore::couldReadSettings()) {
+        // Says what is wrong, unless that has just passed.
+        requireSettings(installation);
+        throw ToolError(notRead(QStringLiteral("the settings")));
     }
 }
 
@@ -79,7 +79,7 @@ void StoreAccess::requireReports(const Installation& installation)
 {
     requireDirectory(installation);
     if (VirusConfig().getVirusReportCount(QDateTime(), QDateTime()) < 0) {
-        failReading(QStringLiteral("the detection records"));
+        throw ToolError(notRead(QStringLiteral("the detection records")));
     }
 }
 
@@ -88,6 +88,15 @@ QString StoreAccess::takeMessage()
     QString message;
     message.swap(lastMessage);
     return message;
+}
+
+QString StoreAccess::notRead(const QString& what)
+{
+    const QString reason = takeMessage();
+    return QStringLiteral("%1 cannot be read%2%3")
+        .arg(what, reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason),
+             ::geteuid() == 0 ? QStringLiteral("; try again when nobody else uses the store")
+                              : privilegeHint());
 }
 
 QString StoreAccess::notWritten(const QString& what)

@@ -17,12 +17,18 @@ void begin(const Installation& installation);
 /// The settings, exclusions and hash lists can be read.
 void requireSettings(const Installation& installation);
 
+/// What was read from the settings just now is what is stored, and not what the library answers instead.
+void confirmSettings(const Installation& installation);
+
 /// The detection records can be read.
 void requireReports(const Installation& installation);
 
 /// What the store library said last and nobody has been told yet ("... is damaged; set aside as ...");
 /// empty when there is nothing.
 QString takeMessage();
+
+/// The error for what could not be read.
+QString notRead(const QString& what);
 
 /// The error for a change that could not be written.
 QString notWritten(const QString& what);

@@ -1,0 +1,26 @@
+#include "tvctl/commands/hashtypeoption.h"
+
+#include <CLI/CLI.hpp>
+
+CLI::Option* HashTypeOption::addTo(CLI::App& command, const char* description)
+{
+    std::vector<std::string> names;
+    for (const IOCScanConfig::HASH_TYPE type : HashPages::types()) {
+        names.push_back(HashPages::nameOf(type).toStdString());
+    }
+    return command.add_option("--type", m_name, description)->check(CLI::IsMember(names));
+}
+
+std::vector<IOCScanConfig::HASH_TYPE> HashTypeOption::types() const
+{
+    if (!isGiven()) {
+        return HashPages::types();
+    }
+    std::vector<IOCScanConfig::HASH_TYPE> named;
+    for (const IOCScanConfig::HASH_TYPE type : HashPages::types()) {
+        if (HashPages::nameOf(type).toStdString() == m_name) {
+            named.push_back(type);
+        }
+    }
+    return named;
+}

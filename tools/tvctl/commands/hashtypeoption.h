@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tvctl/commands/hashpages.h"
+
+#include <string>
+#include <vector>
+
+namespace CLI
+{
+class App;
+class Option;
+} // namespace CLI
+
+/// The option `--type` of a command that works on one of the lists of hashes or on all.
+class HashTypeOption
+{
+public:
+    /// Declares it; this object must outlive the parsing.
+    CLI::Option* addTo(CLI::App& command, const char* description);
+
+    bool isGiven() const
+    {
+        return !m_name.empty();
+    }
+    /// The one that was named, or all.
+    std::vector<IOCScanConfig::HASH_TYPE> types() const;
+
+private:
+    std::string m_name;
+};

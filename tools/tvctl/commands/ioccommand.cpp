@@ -1,0 +1,14 @@
+#include "tvctl/commands/ioccommand.h"
+
+#include "tvctl/commands/iocchangecommands.h"
+#include "tvctl/commands/ioclistcommand.h"
+
+#include <CLI/CLI.hpp>
+
+void addIocCommand(CLI::App& tool, Action& chosen)
+{
+    CLI::App* ioc = tool.add_subcommand("ioc", "Lists of known-bad hashes, and files that are on them");
+    ioc->require_subcommand(1);
+    addIocListCommand(*ioc, chosen);
+    addIocChangeCommands(*ioc, chosen);
+}
