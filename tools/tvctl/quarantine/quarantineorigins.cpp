@@ -119,21 +119,18 @@ void QuarantineOrigins::identify(QuarantineEntry& entry)
                   });
         origin->isSorted = true;
     }
-    const Record* best = nullptr;
-    qint64 bestDistance = 0;
+    const Record* found = nullptr;
     for (const qint64 moment : name->moments()) {
-        const Record* record = recordAfter(*origin, moment);
-        const qint64 distance = record == nullptr ? 0 : record->time - moment * millisecondsOfASecond;
-        if (record != nullptr && (best == nullptr || distance < bestDistance)) {
-            best = record;
-            bestDistance = distance;
+        // Clocks are put back by more than the tolerance: of two moments only one can have a record.
+        if (const Record* record = recordAfter(*origin, moment)) {
+            found = record;
             entry.time = QDateTime::fromSecsSinceEpoch(moment);
         }
     }
-    if (best != nullptr) {
-        entry.originalPath = best->path;
-        entry.virusName = best->virusName;
-        entry.recordId = best->id;
+    if (found != nullptr) {
+        entry.originalPath = found->path;
+        entry.virusName = found->virusName;
+        entry.recordId = found->id;
     } else if (!origin->candidate.isEmpty()) {
         entry.originalPath = origin->candidate;
     } else if (!origin->isAmbiguous) {
