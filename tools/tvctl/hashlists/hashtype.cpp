@@ -1,19 +1,25 @@
 #include "tvctl/hashlists/hashtype.h"
 
+#include <QByteArray>
+
 #include <algorithm>
 
 namespace
 {
-bool isHexDigit(QChar digit)
+bool isHexDigit(char digit)
 {
-    const ushort code = digit.unicode();
-    return (code >= '0' && code <= '9') || (code >= 'a' && code <= 'f') || (code >= 'A' && code <= 'F');
+    return (digit >= '0' && digit <= '9') || (digit >= 'a' && digit <= 'f') || (digit >= 'A' && digit <= 'F');
 }
 } // namespace
 
-std::optional<IOCScanConfig::HASH_TYPE> hashTypeOf(const QString& hash)
+bool isHexadecimal(std::string_view text)
 {
-    if (!std::all_of(hash.begin(), hash.end(), isHexDigit)) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), isHexDigit);
+}
+
+std::optional<IOCScanConfig::HASH_TYPE> hashTypeOf(std::string_view hash)
+{
+    if (!isHexadecimal(hash)) {
         return std::nullopt;
     }
     switch (hash.size()) {
@@ -26,4 +32,11 @@ std::optional<IOCScanConfig::HASH_TYPE> hashTypeOf(const QString& hash)
     default:
         return std::nullopt;
     }
+}
+
+std::optional<IOCScanConfig::HASH_TYPE> hashTypeOf(const QString& hash)
+{
+    // Any character beyond ASCII takes a byte that is no digit.
+    const QByteArray bytes = hash.toUtf8();
+    return hashTypeOf(std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())));
 }
