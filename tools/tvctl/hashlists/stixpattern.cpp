@@ -75,16 +75,22 @@ private:
     std::string word()
     {
         std::string word;
+        bool isPath = false;
+        bool isIndex = false;
+        char last = '\0';
         while (!m_rest.empty()) {
             const char letter = m_rest.front();
-            const bool isPath = word.find(':') != std::string::npos;
-            if (isWordLetter(letter) || (isPath && letter == ']' && word.find('[') != std::string::npos) ||
-                (isPath && letter == '[')) {
-                word += letter;
+            if (isWordLetter(letter) || (isPath && letter == '[') || (isIndex && letter == ']')) {
+                isPath = isPath || letter == ':';
+                isIndex = letter == '[' || (isIndex && letter != ']');
+                last = letter;
+                append(word, letter);
                 m_rest.remove_prefix(1);
-            } else if (isPath && (letter == '\'' || letter == '"') &&
-                       (word.back() == '.' || word.back() == ':')) {
-                word += quoted();
+            } else if (isPath && (letter == '\'' || letter == '"') && (last == '.' || last == ':')) {
+                last = letter;
+                for (const char quotedLetter : quoted()) {
+                    append(word, quotedLetter);
+                }
             } else {
                 break;
             }
@@ -99,10 +105,19 @@ private:
         std::size_t i = 1;
         for (; i < m_rest.size() && m_rest[i] != quote; ++i) {
             i += m_rest[i] == '\\' && i + 1 < m_rest.size() ? 1 : 0;
-            text += m_rest[i];
+            append(text, m_rest[i]);
         }
         m_rest.remove_prefix(std::min(i + 1, m_rest.size()));
         return text;
+    }
+
+    /// No path to a hash, and no hash, is longer. A path is looked at again for each of its values.
+    static void append(std::string& text, char letter)
+    {
+        constexpr std::size_t longest = 256;
+        if (text.size() < longest) {
+            text += letter;
+        }
     }
 
     std::string_view m_rest;

@@ -27,9 +27,7 @@ GeneratedDevice::GeneratedDevice(QByteArray beginning, const QByteArray& middle,
 
 qint64 GeneratedDevice::readData(char* data, qint64 size)
 {
-    const qint64 heap = liveHeapSize();
-    m_firstHeap = m_firstHeap < 0 ? heap : m_firstHeap;
-    m_mostHeap = std::max(m_mostHeap, heap);
+    watchHeap();
     const qint64 middleEnd = m_beginning.size() + m_middleSize;
     qint64 done = 0;
     while (done < size && m_position < middleEnd + m_end.size()) {
@@ -50,6 +48,19 @@ qint64 GeneratedDevice::readData(char* data, qint64 size)
         m_position += count;
     }
     return done > 0 ? done : -1;
+}
+
+void GeneratedDevice::watchHeap()
+{
+    // Counting walks over all that was freed, which takes longer than the reading between.
+    constexpr qint64 step = 1024 * 1024;
+    if (m_position < m_nextLook) {
+        return;
+    }
+    m_nextLook = m_position + step;
+    const qint64 heap = liveHeapSize();
+    m_firstHeap = m_firstHeap < 0 ? heap : m_firstHeap;
+    m_mostHeap = std::max(m_mostHeap, heap);
 }
 
 qint64 GeneratedDevice::writeData(const char*, qint64)

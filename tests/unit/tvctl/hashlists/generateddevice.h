@@ -17,7 +17,7 @@ public:
         return true;
     }
 
-    /// The most bytes of the heap that were in use at any read, above those before the first.
+    /// The most bytes of the heap that were in use at one of the reads, above those before the first.
     qint64 heapGrowth() const
     {
         return m_mostHeap - m_firstHeap;
@@ -28,11 +28,14 @@ protected:
     qint64 writeData(const char* data, qint64 size) override;
 
 private:
+    void watchHeap();
+
     const QByteArray m_beginning;
     const QByteArray m_middle;
     const qint64 m_middleSize;
     const QByteArray m_end;
     qint64 m_position = 0;
+    qint64 m_nextLook = 0;
     qint64 m_firstHeap = -1;
     qint64 m_mostHeap = 0;
 };

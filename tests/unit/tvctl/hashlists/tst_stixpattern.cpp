@@ -11,6 +11,8 @@ private Q_SLOTS:
     void findsHashes_data();
     void findsHashes();
     void bearsAnyBeginning();
+    void takesNoTimeForLongWords_data();
+    void takesNoTimeForLongWords();
 };
 
 void TestStixPattern::findsHashes_data()
@@ -100,6 +102,30 @@ void TestStixPattern::bearsAnyBeginning()
         // What the quote of the value has not ended yet may be taken for shorter; never for another hash.
         QVERIFY(sink.accepted.size() <= 1);
     }
+}
+
+void TestStixPattern::takesNoTimeForLongWords_data()
+{
+    QTest::addColumn<QByteArray>("pattern");
+    const QByteArray word(2 * 1024 * 1024, 'x');
+    QTest::newRow("a word") << "[" + word + word + "]";
+    QTest::newRow("a path") << "[x:" + word + word + " = 'x']";
+    QTest::newRow("a path with indices") << "[x:" + QByteArray(word).fill('[') + word + "]]] = 'x']";
+    QTest::newRow("many values of a path")
+        << "[x:" + word + " IN (" + QByteArray("'',").repeated(600000) + ")]";
+    QTest::newRow("a value") << "[file:name = '" + word + word + "']";
+    QTest::newRow("a value that does not end") << "[file:name = '" + word + word;
+    QTest::newRow("groups") << QByteArray(4 * 1024 * 1024, '(');
+}
+
+void TestStixPattern::takesNoTimeForLongWords()
+{
+    QFETCH(QByteArray, pattern);
+    // Looking at all of a word for each of its letters would take hours, far more than a test may.
+    RecordingSink sink;
+    readStixPattern((pattern + "]] OR [file:hashes.MD5 = '" + md5Of('a') + "']").toStdString(), 1, sink);
+    QVERIFY(sink.accepted.size() <= 1);
+    QCOMPARE(sink.rejected, QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestStixPattern)
