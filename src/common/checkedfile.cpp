@@ -41,12 +41,16 @@ CheckedFile::CheckedFile(UniqueFd handle) : m_handle(std::move(handle))
     }
 }
 
+QByteArray CheckedFile::path() const
+{
+    return "/proc/self/fd/" + QByteArray::number(m_handle.get());
+}
+
 UniqueFd CheckedFile::openForReading() const
 {
     if (m_kind == Kind::Missing || m_kind == Kind::Special) {
         errno = m_kind == Kind::Missing ? ENOENT : EINVAL;
         return UniqueFd();
     }
-    const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_handle.get());
-    return UniqueFd(::open(self.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return UniqueFd(::open(path().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
 }

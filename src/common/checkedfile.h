@@ -26,6 +26,9 @@ public:
         Other
     };
 
+    /// Nothing.
+    CheckedFile() = default;
+
     /// Takes hold of what is at `path`, links followed. When there is nothing, `kind` is Missing and errno
     /// tells why.
     explicit CheckedFile(const QByteArray& path);
@@ -44,6 +47,10 @@ public:
     {
         return m_status;
     }
+
+    /// Leads to the object for as long as this one lives, whatever becomes of its name. Only for this
+    /// process.
+    QByteArray path() const;
 
     /// Opens the object for reading, never waiting (a file under another process's lease is refused).
     /// Invalid with errno set when that fails or the object is one that is never opened.

@@ -1,6 +1,7 @@
 #include "ioc/iocscanfile.h"
 
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "digest/filedigests.h"
 #include "logger/clogger.h"
 #include "platform/tvcore/fileiocinfo.h"
@@ -89,15 +90,23 @@ bool IOCScanFile::readFile(const QString& path, FileIOCInfo& info)
 
 int IOCScanFile::scanFile(const QString& path, QString& hash)
 {
-    const QFileInfo file(path);
+    return scanFile(path, HeldFile(FileName::toBytes(path)), hash);
+}
+
+int IOCScanFile::scanFile(const QString& path, const HeldFile& held, QString& hash)
+{
+    // By way of its descriptor: the path may lead to another file by now.
+    const bool isMissing = held.object().kind() == CheckedFile::Kind::Missing;
+    const QString object = isMissing ? path : FileName::toText(held.object().path());
+    const QFileInfo file(object);
     FileIOCInfo info;
-    info.setFilePath(file.absoluteFilePath());
+    info.setFilePath(QFileInfo(path).absoluteFilePath());
     // By the path as it came: one that is not absolute and clean is never found, and hashed every time.
     const bool known = m_hashCache.getFileIOCInfo(path, info);
     const bool unchanged =
         known && info.getFileModDate() == file.lastModified() && info.getFileSize() == file.size();
     // An answer that holds for this moment only must not be kept: a listed file would be clean for ever.
-    const bool worthKeeping = unchanged || readFile(path, info);
+    const bool worthKeeping = unchanged || readFile(object, info);
     info.setFileSign(QStringLiteral("-"));
     if (worthKeeping) {
         const bool saved = known ? m_hashCache.updateFileIOCInfo(info) : m_hashCache.addFileIOCInfo(info);

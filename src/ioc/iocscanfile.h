@@ -9,6 +9,7 @@
 #include <QStringList>
 
 class FileIOCInfo;
+class HeldFile;
 
 /// Tells whether a file's content is on the lists of known-bad hashes.
 ///
@@ -39,13 +40,15 @@ public:
     /// 1, 2 or 3: the file's MD5, SHA-1 or SHA-256 is listed and put into `hash`; the first in this order
     /// counts. 0: none is, `hash` is unchanged. A file that cannot be read has empty hashes.
     int scanFile(const QString& path, QString& hash);
+    /// The same for the `file` at `path` that is held already.
+    int scanFile(const QString& path, const HeldFile& file, QString& hash);
 
 private:
     IOCScanFile() = default;
     ~IOCScanFile() = default;
 
-    /// Fills in size, dates and hashes of what is at `path` now. False when it could not be read for a reason
-    /// that passes.
+    /// Fills in size, dates and hashes of the file that can be reached at `path`. False when it could not be
+    /// read for a reason that passes.
     static bool readFile(const QString& path, FileIOCInfo& info);
 
     static IOCScanFile* _instance;

@@ -1,6 +1,7 @@
 #include "ioc/iocscanmanager.h"
 
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "ioc/iocreportmanager.h"
 #include "ioc/iocscanfile.h"
 #include "logger/clogger.h"
@@ -8,11 +9,6 @@
 #include <QByteArray>
 
 #include <cerrno>
-#include <cstdio>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 using LOGGER::CLogger;
 
@@ -47,24 +43,6 @@ int hashKindOf(const QString& hash)
     default:
         return 4;
     }
-}
-
-/// Never replaces what has the new name already. False with errno set on failure.
-bool renameWithoutReplacing(const QByteArray& from, const QByteArray& to)
-{
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0) {
-        return true;
-    }
-    // A file system that cannot do it in one step.
-    if (errno != EINVAL && errno != ENOSYS) {
-        return false;
-    }
-    struct stat existing = {};
-    if (::lstat(to.constData(), &existing) == 0) {
-        errno = EEXIST;
-        return false;
-    }
-    return ::rename(from.constData(), to.constData()) == 0;
 }
 } // namespace
 
@@ -127,17 +105,22 @@ bool IOCScanManager::isDBLoading()
 
 int IOCScanManager::scanFile(const QString& path, QString& hash)
 {
-    if (!m_settings.getEnable() || m_scanFile->scanFile(path, hash) == 0) {
+    if (!m_settings.getEnable()) {
+        return RESULT_NONE;
+    }
+    const QByteArray pathBytes = FileName::toBytes(path);
+    // Held until the action is carried out: the path may lead to another file by then.
+    const HeldFile file(pathBytes);
+    if (m_scanFile->scanFile(path, file, hash) == 0) {
         return RESULT_NONE;
     }
 
-    const QByteArray pathBytes = FileName::toBytes(path);
     QString letters;
     int result = RESULT_NONE;
     switch (m_settings.getAction()) {
     case ACTION_RENAME: {
         const QByteArray newName = pathBytes + ".IOCOFF";
-        const bool renamed = renameWithoutReplacing(pathBytes, newName);
+        const bool renamed = file.rename(newName.mid(newName.lastIndexOf('/') + 1));
         const int error = errno;
         letters = QStringLiteral("IR");
         result = renamed ? RESULT_RENAMED : RESULT_FAILED;
@@ -150,7 +133,7 @@ int IOCScanManager::scanFile(const QString& path, QString& hash)
         break;
     }
     case ACTION_DELETE: {
-        const bool removed = ::unlink(pathBytes.constData()) == 0;
+        const bool removed = file.remove();
         const int error = errno;
         letters = QStringLiteral("ID");
         result = removed ? RESULT_DELETED : RESULT_FAILED;

@@ -2,6 +2,7 @@
 
 #include "common/common.h"
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "common/opendirectory.h"
 #include "common/subdirectories.h"
 #include "logger/clogger.h"
@@ -211,7 +212,9 @@ void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
     CLogger::getInstance()->Debug(__PRETTY_FUNCTION__, "Scanning file %s", pathBytes.constData());
 
     QString virusName;
-    const int result = m_scanManager->scanFile(filePath, virusName);
+    // Held until the answer is carried out: the path may lead to another file by then.
+    const HeldFile file(pathBytes);
+    const int result = m_scanManager->scanFile(filePath, file, virusName);
     const int error = errno;
     if (result == 0) {
         return;
@@ -223,7 +226,7 @@ void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
     }
     CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Found infected file | Status:%d | %s", infected,
                                   pathBytes.constData());
-    const int status = m_scanManager->cleanFile(filePath);
+    const int status = m_scanManager->cleanFile(filePath, file);
     CLogger::getInstance()->Trace(__PRETTY_FUNCTION__, "Cleaned infected file | Status:%d | %s", status,
                                   pathBytes.constData());
     recordDetection(filePath, fileName, virusName, status);

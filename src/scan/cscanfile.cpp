@@ -1,8 +1,8 @@
 #include "scan/cscanfile.h"
 
-#include "common/checkedfile.h"
 #include "common/common.h"
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "common/uniquefd.h"
 #include "logger/clogger.h"
 #include "scan/scansettings.h"
@@ -242,17 +242,22 @@ cl_scan_options CScanFile::scanOptions() const
 
 int CScanFile::scanFile(const QString& path, QString& virusName) const
 {
+    return scanFile(HeldFile(FileName::toBytes(path)), virusName);
+}
+
+int CScanFile::scanFile(const HeldFile& file, QString& virusName) const
+{
     if (!canScan()) {
         return CL_ENULLARG;
     }
-    const CheckedFile file(FileName::toBytes(path));
-    if (file.kind() == CheckedFile::Kind::Missing) {
-        return openFailure(errno);
+    if (file.object().kind() == CheckedFile::Kind::Missing) {
+        errno = file.error();
+        return openFailure(file.error());
     }
-    if (file.kind() == CheckedFile::Kind::Special) {
+    if (file.object().kind() == CheckedFile::Kind::Special) {
         return CL_CLEAN;
     }
-    const UniqueFd opened = file.openForReading();
+    const UniqueFd opened = file.object().openForReading();
     if (!opened.isValid()) {
         return openFailure(errno);
     }

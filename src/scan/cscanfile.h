@@ -8,6 +8,7 @@
 
 #include <clamav.h>
 
+class HeldFile;
 class ScanSettings;
 
 /// The one libclamav engine of the process: loads the signature databases, scans files and texts.
@@ -44,6 +45,8 @@ public:
 
     /// Scans the file at `path`, links followed. A FIFO or a device is never opened and answers 0.
     int scanFile(const QString& path, QString& virusName) const;
+    /// The same for a file that is held already. For an open error errno tells why.
+    int scanFile(const HeldFile& file, QString& virusName) const;
     /// Scans the text `url` itself; nothing is fetched.
     int scanUrl(const QString& url, QString& virusName) const;
 

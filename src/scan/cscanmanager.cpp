@@ -2,6 +2,7 @@
 
 #include "common/common.h"
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "logger/clogger.h"
 #include "platform/tvcore/scansetting.h"
 #include "scan/cscanfile.h"
@@ -16,8 +17,6 @@
 #include <QLocale>
 
 #include <cerrno>
-
-#include <unistd.h>
 
 using LOGGER::CLogger;
 
@@ -97,6 +96,11 @@ int CScanManager::scanFile(const QString& path, QString& virusName)
     return m_excludes->isFileExcluded(path) ? 0 : m_scanFile->scanFile(path, virusName);
 }
 
+int CScanManager::scanFile(const QString& path, const HeldFile& file, QString& virusName)
+{
+    return m_excludes->isFileExcluded(path) ? 0 : m_scanFile->scanFile(file, virusName);
+}
+
 int CScanManager::scanUrl(const QString& url, QString& virusName)
 {
     return m_scanFile->scanUrl(url, virusName);
@@ -104,14 +108,19 @@ int CScanManager::scanUrl(const QString& url, QString& virusName)
 
 bool CScanManager::takebackupOfFile(const QString& path) const
 {
-    const QByteArray source = FileName::toBytes(path);
+    return takeBackup(path, HeldFile(FileName::toBytes(path)));
+}
+
+bool CScanManager::takeBackup(const QString& path, const HeldFile& file)
+{
     const QString stamp =
         QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("yyyy-MM-dd_hh-mm-ss_"));
-    const QByteArray digest = QCryptographicHash::hash(source, QCryptographicHash::Md5).toHex();
+    const QByteArray digest =
+        QCryptographicHash::hash(FileName::toBytes(path), QCryptographicHash::Md5).toHex();
     // The file's own name stays out of the quarantine: it is the attacker's text.
     const QString destination = Common::getQuarantinePath() + QLatin1Char('/') + stamp +
                                 QString::fromLatin1(digest) + QStringLiteral(".tvq");
-    const int error = copyIntoQuarantine(source, destination);
+    const int error = copyIntoQuarantine(file, destination);
     if (error != 0) {
         errno = error;
     }
@@ -120,17 +129,22 @@ bool CScanManager::takebackupOfFile(const QString& path) const
 
 int CScanManager::cleanFile(const QString& path)
 {
+    return cleanFile(path, HeldFile(FileName::toBytes(path)));
+}
+
+int CScanManager::cleanFile(const QString& path, const HeldFile& file)
+{
     if (m_settings->ScanActionSetting() == ScanSettings::SCAN_ACTION_REPORT_ONLY) {
         return -1;
     }
     const QByteArray name = FileName::toBytes(path);
-    if (!takebackupOfFile(path)) {
+    if (!takeBackup(path, file)) {
         const int error = errno;
         // An infected file without a copy is still better gone.
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to take backup of file: %s",
                                       name.constData());
     }
-    if (::unlink(name.constData()) == 0) {
+    if (file.remove()) {
         return 0;
     }
     const int error = errno;

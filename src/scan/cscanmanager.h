@@ -6,6 +6,7 @@
 
 class CScanFile;
 class ExcludeSettings;
+class HeldFile;
 class ScanSettings;
 
 /// The front door of signature scanning: settings, exclusions, scans, and the clean of an infected file.
@@ -34,6 +35,8 @@ public:
 
     /// 0 clean or excluded, 1 a signature matched (`virusName` is set), else libclamav's error code.
     int scanFile(const QString& path, QString& virusName);
+    /// The same for the `file` at `path` that is held already.
+    int scanFile(const QString& path, const HeldFile& file, QString& virusName);
     /// The same for a text; nothing is excluded.
     int scanUrl(const QString& url, QString& virusName);
 
@@ -44,12 +47,16 @@ public:
     /// Quarantines and removes the file. -1: report-only, nothing done; 0: removed, whatever became of the
     /// copy; 1: not removed, `getLastError` tells why.
     int cleanFile(const QString& path);
+    /// The same for the `file` at `path` that was held and scanned before: no other is copied or removed,
+    /// whatever the path leads to by now.
+    int cleanFile(const QString& path, const HeldFile& file);
 
     /// The QFileDevice::FileError of the last failed removal; 0 when none failed yet.
     int getLastError();
 
 private:
     CScanManager();
+    static bool takeBackup(const QString& path, const HeldFile& file);
     ~CScanManager() = default;
 
     static CScanManager* _instance;

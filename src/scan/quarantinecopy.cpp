@@ -1,8 +1,8 @@
 #include "scan/quarantinecopy.h"
 
-#include "common/checkedfile.h"
 #include "common/filecopy.h"
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "common/originalstate.h"
 #include "common/pendingfile.h"
 #include "common/uniquefd.h"
@@ -21,11 +21,11 @@ namespace
 constexpr mode_t copyMode = S_IRUSR;
 } // namespace
 
-int copyIntoQuarantine(const QByteArray& source, const QString& destination)
+int copyIntoQuarantine(const HeldFile& source, const QString& destination)
 {
-    const CheckedFile checked(source);
+    const CheckedFile& checked = source.object();
     if (checked.kind() == CheckedFile::Kind::Missing) {
-        return errno;
+        return source.error();
     }
     if (checked.kind() != CheckedFile::Kind::Regular) {
         return checked.kind() == CheckedFile::Kind::Directory ? EISDIR : EINVAL;

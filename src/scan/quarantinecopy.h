@@ -1,9 +1,9 @@
 #pragma once
 
-class QByteArray;
+class HeldFile;
 class QString;
 
-/// Copies the regular file that `source` leads to (links are followed) to `destination`, a path whose
+/// Copies the regular file that `source` leads to, to `destination`, a path whose
 /// name ends in ".tvq".
 ///
 /// On return with 0 the copy is whole and on disk, the directory entry included, readable by its owner
@@ -14,4 +14,4 @@ class QString;
 ///
 /// What the source was besides its content goes with the copy as OriginalState, where the file system has
 /// room for that.
-int copyIntoQuarantine(const QByteArray& source, const QString& destination);
+int copyIntoQuarantine(const HeldFile& source, const QString& destination);

@@ -67,8 +67,7 @@ int openat(int directory, const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = va_arg(arguments, mode_t);
     va_end(arguments);
-    const QByteArray call = (flags & O_CREAT) != 0 ? "openat create" : "openat";
-    if (recordedFails(call)) {
+    if ((flags & O_CREAT) != 0 ? recordedFails("openat create") : fails("openat")) {
         return -1;
     }
     static const auto next = real<int(int, const char*, int, ...)>("openat");
@@ -126,15 +125,6 @@ int unlinkat(int directory, const char* path, int flags) noexcept
     }
     static const auto next = real<int(int, const char*, int)>("unlinkat");
     return next(directory, path, flags);
-}
-
-int unlink(const char* path) noexcept
-{
-    if (recordedFails("unlink")) {
-        return -1;
-    }
-    static const auto next = real<int(const char*)>("unlink");
-    return next(path);
 }
 
 } // extern "C"

@@ -11,8 +11,8 @@
 ///
 /// Linked into a test it takes the place of these functions for the code under test alone; the shared
 /// libraries keep the real ones. Known are "openat", "read", "write", "fsync", "linkat", "renameat2",
-/// "unlinkat" and "unlink". A call is recorded as its name and what tells it from others of the name: "openat
-/// create", "fsync file", "fsync directory".
+/// "unlinkat". A call that changes something is recorded, as its name and what tells it from others of the
+/// name: "openat create", "fsync file", "fsync directory".
 struct FakeFiles
 {
     struct Failure

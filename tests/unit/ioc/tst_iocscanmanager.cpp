@@ -39,15 +39,15 @@ extern "C" int renameat2(int fromDirectory, const char* from, int toDirectory, c
     return real(fromDirectory, from, toDirectory, to, flags);
 }
 
-extern "C" int unlink(const char* path) noexcept
+extern "C" int unlinkat(int directory, const char* name, int flags) noexcept
 {
-    using Unlink = int (*)(const char*);
-    static const auto real = reinterpret_cast<Unlink>(::dlsym(RTLD_NEXT, "unlink"));
+    using Unlink = int (*)(int, const char*, int);
+    static const auto real = reinterpret_cast<Unlink>(::dlsym(RTLD_NEXT, "unlinkat"));
     if (unlinkError != 0) {
         errno = unlinkError;
         return -1;
     }
-    return real(path);
+    return real(directory, name, flags);
 }
 
 class TestIocScanManager : public QObject

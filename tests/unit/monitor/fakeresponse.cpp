@@ -52,7 +52,7 @@ CScanManager::CScanManager() : m_scanFile(nullptr), m_settings(nullptr), m_exclu
 {
 }
 
-int CScanManager::scanFile(const QString& path, QString& virusName)
+int CScanManager::scanFile(const QString& path, const HeldFile& /*file*/, QString& virusName)
 {
     FakeResponse::calls.append(QStringLiteral("scan ") + path);
     FakeResponse::scanned.append(path);
@@ -64,7 +64,7 @@ int CScanManager::scanFile(const QString& path, QString& virusName)
     return FakeResponse::scanResult;
 }
 
-int CScanManager::cleanFile(const QString& path)
+int CScanManager::cleanFile(const QString& path, const HeldFile& /*file*/)
 {
     FakeResponse::calls.append(QStringLiteral("clean ") + path);
     FakeResponse::cleaned.append(path);

@@ -679,13 +679,13 @@ void TestCScanManager::copiesBeforeItRemoves()
     const QByteArray path = write("file");
     bool copyWasThere = false;
     FakeFiles::onCall = [&](const QByteArray& call) {
-        if (call == "unlink") {
+        if (call == "unlinkat") {
             copyWasThere = copies().size() == 1 && contentOf(copies().constFirst()) == infected;
         }
     };
     QCOMPARE(clean(path), 0);
-    QCOMPARE(FakeFiles::calls,
-             QVector<QByteArray>({"openat create", "fsync file", "renameat2", "fsync directory", "unlink"}));
+    QCOMPARE(FakeFiles::calls, QVector<QByteArray>({"openat create", "fsync file", "renameat2",
+                                                    "fsync directory", "unlinkat"}));
     QVERIFY(copyWasThere);
 }
 
@@ -832,7 +832,7 @@ void TestCScanManager::tellsWhatCannotBeRemoved()
 void TestCScanManager::keepsTheFileThatCannotBeUnlinked()
 {
     const QByteArray path = write("file");
-    FakeFiles::failures.insert("unlink", {EPERM});
+    FakeFiles::failures.insert("unlinkat", {EPERM});
     LogReader log;
     QCOMPARE(clean(path), 1);
     QCOMPARE(log.takeNew(), {cleanFailure(EPERM, path, 9)});

@@ -1,6 +1,7 @@
 #include "scan/quarantinecopy.h"
 
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "common/uniquefd.h"
 #include "support/fakeattributes.h"
 #include "support/fakefiles.h"
@@ -118,7 +119,7 @@ private:
     }
     int copy() const
     {
-        return copyIntoQuarantine(bytePath("source"), path("quarantine/copy.tvq"));
+        return copyIntoQuarantine(HeldFile(bytePath("source")), path("quarantine/copy.tvq"));
     }
     static QStringList openDescriptors()
     {
@@ -293,7 +294,7 @@ void TestQuarantineCopy::takesSourcesOfAnyName()
     write("source", content(50));
     const QByteArray source = bytePath("") + "/\xFF\xE9 %s\n";
     QCOMPARE(::rename(bytePath("source").constData(), source.constData()), 0);
-    QCOMPARE(copyIntoQuarantine(source, path("quarantine/copy.tvq")), 0);
+    QCOMPARE(copyIntoQuarantine(HeldFile(source), path("quarantine/copy.tvq")), 0);
     QCOMPARE(read("quarantine/copy.tvq"), content(50));
 }
 
@@ -360,7 +361,7 @@ void TestQuarantineCopy::refusesWhatIsNoRegularFile()
     QCOMPARE(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
 
     const QByteArray full = source.isEmpty() ? QByteArray() : bytePath(source.constData());
-    QTEST(copyIntoQuarantine(full, path("quarantine/copy.tvq")), "error");
+    QTEST(copyIntoQuarantine(HeldFile(full), path("quarantine/copy.tvq")), "error");
     QCOMPARE(quarantined(), QStringList());
     QVERIFY(FakeFiles::calls.isEmpty());
 }
@@ -392,7 +393,7 @@ void TestQuarantineCopy::needsAQuarantineDirectory()
     write("source", content(10));
     write("file", "in its place");
     QVERIFY(QFile::link(QStringLiteral("file"), path("link")));
-    QTEST(copyIntoQuarantine(bytePath("source"), m_directory->filePath(destination)), "error");
+    QTEST(copyIntoQuarantine(HeldFile(bytePath("source")), m_directory->filePath(destination)), "error");
     QCOMPARE(read("file"), QByteArray("in its place"));
     QVERIFY(!QFile::exists(path("missing")));
 }
