@@ -76,25 +76,13 @@ bool ReportStore::add(const VirusReport& report)
 bool ReportStore::find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
                        qint64 afterId, int limit)
 {
-    QVariantList values;
-    const QString condition = periodCondition(from, to, values);
-    values.append(afterId);
-    values.append(std::max(limit, 0));
-    const QString sql =
-        QStringLiteral(
-            "SELECT id, detected_at, CAST(file_name AS BLOB), CAST(file_path AS BLOB), "
-            "CAST(virus_name AS BLOB), clean_status, CAST(module_name AS BLOB), "
-            "CAST(module_version AS BLOB) FROM virus_report WHERE %1 AND id > ? ORDER BY id LIMIT ?")
-            .arg(condition);
-    const bool isRead = m_store.read([&](StoreConnection& connection) {
-        reports.clear();
-        return connection.select(sql, values,
-                                 [&reports](const QSqlQuery& row) { reports.append(fromRow(row)); });
-    });
-    if (!isRead) {
-        reports.clear();
-    }
-    return isRead;
+    return select(from, to, QStringLiteral("id > ? ORDER BY id"), afterId, limit, reports);
+}
+
+bool ReportStore::findLast(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
+                           qint64 beforeId, int limit)
+{
+    return select(from, to, QStringLiteral("id < ? ORDER BY id DESC"), beforeId, limit, reports);
 }
 
 qint64 ReportStore::count(const QDateTime& from, const QDateTime& to)
@@ -134,6 +122,29 @@ qint64 ReportStore::removeBefore(const QDateTime& before)
         removed += step;
     } while (step == removedPerStep);
     return removed;
+}
+
+bool ReportStore::select(const QDateTime& from, const QDateTime& to, const QString& order, qint64 id,
+                         int limit, QVector<VirusReport>& reports)
+{
+    QVariantList values;
+    const QString condition = periodCondition(from, to, values);
+    values.append(id);
+    values.append(std::max(limit, 0));
+    const QString sql =
+        QStringLiteral("SELECT id, detected_at, CAST(file_name AS BLOB), CAST(file_path AS BLOB), "
+                       "CAST(virus_name AS BLOB), clean_status, CAST(module_name AS BLOB), "
+                       "CAST(module_version AS BLOB) FROM virus_report WHERE %1 AND %2 LIMIT ?")
+            .arg(condition, order);
+    const bool isRead = m_store.read([&](StoreConnection& connection) {
+        reports.clear();
+        return connection.select(sql, values,
+                                 [&reports](const QSqlQuery& row) { reports.append(fromRow(row)); });
+    });
+    if (!isRead) {
+        reports.clear();
+    }
+    return isRead;
 }
 
 bool ReportStore::storePending()

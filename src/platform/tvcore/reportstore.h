@@ -30,10 +30,15 @@ public:
     /// For these see VirusConfig.
     bool find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports, qint64 afterId,
               int limit);
+    bool findLast(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports, qint64 beforeId,
+                  int limit);
     qint64 count(const QDateTime& from, const QDateTime& to);
     qint64 removeBefore(const QDateTime& before);
 
 private:
+    /// `order` is the condition on the number, with one value, and the order.
+    bool select(const QDateTime& from, const QDateTime& to, const QString& order, qint64 id, int limit,
+                QVector<VirusReport>& reports);
     bool storePending();
     void tryAgainLater();
     static bool insert(StoreConnection& connection, const VirusReport& report);

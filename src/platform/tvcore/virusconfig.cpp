@@ -15,6 +15,12 @@ bool VirusConfig::getVirusReports(const QDateTime& from, const QDateTime& to, QV
     return StoreRegistry::instance().reports().find(from, to, reports, afterId, limit);
 }
 
+bool VirusConfig::getLastVirusReports(const QDateTime& from, const QDateTime& to,
+                                      QVector<VirusReport>& reports, qint64 beforeId, int limit) const
+{
+    return StoreRegistry::instance().reports().findLast(from, to, reports, beforeId, limit);
+}
+
 qint64 VirusConfig::getVirusReportCount(const QDateTime& from, const QDateTime& to) const
 {
     return StoreRegistry::instance().reports().count(from, to);

@@ -7,6 +7,8 @@
 #include <QVector>
 #include <QtGlobal>
 
+#include <limits>
+
 /// Access to the detection records. Thread and opening: see TvCore.
 ///
 /// A period is [from, to); an invalid time leaves that end open. A record without a valid time lies
@@ -26,6 +28,10 @@ public:
     /// when the store cannot be read.
     bool getVirusReports(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
                          qint64 afterId = 0, int limit = 1000) const;
+
+    /// The same from the other end: those whose number is below `beforeId`, the one stored last first.
+    bool getLastVirusReports(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
+                             qint64 beforeId = std::numeric_limits<qint64>::max(), int limit = 1000) const;
 
     /// How many records the period has; -1 when the store cannot be read.
     qint64 getVirusReportCount(const QDateTime& from, const QDateTime& to) const;

@@ -93,6 +93,7 @@ private Q_SLOTS:
     void findsByPeriod_data();
     void findsByPeriod();
     void readsInPieces();
+    void readsInPiecesFromTheEnd();
     void removesOlderRecords();
     void removesManyInSteps();
     void recordsSurviveASuddenEnd();
@@ -231,6 +232,12 @@ void TestVirusConfig::findsByPeriod()
         found.append(report.getFileName());
     }
     QCOMPARE(found, names);
+    QVERIFY(config.getLastVirusReports(from, to, reports));
+    QStringList turned;
+    for (const VirusReport& report : qAsConst(reports)) {
+        turned.prepend(report.getFileName());
+    }
+    QCOMPARE(turned, names);
     QCOMPARE(config.getVirusReportCount(from, to), static_cast<qint64>(names.size()));
 }
 
@@ -256,6 +263,29 @@ void TestVirusConfig::readsInPieces()
     QVERIFY(config.getVirusReports({}, {}, reports, 0, 0));
     QVERIFY(reports.isEmpty());
     QVERIFY2(config.getVirusReports({}, {}, reports, 0, -1) && reports.isEmpty(), "no limit by mistake");
+}
+
+void TestVirusConfig::readsInPiecesFromTheEnd()
+{
+    VirusConfig config;
+    for (int i = 0; i < 10; ++i) {
+        QVERIFY(config.addVirusReport(numbered(i)));
+    }
+    QStringList names;
+    QVector<VirusReport> reports;
+    QVERIFY(config.getLastVirusReports({}, {}, reports));
+    QCOMPARE(reports.size(), 10);
+    qint64 firstId = std::numeric_limits<qint64>::max();
+    do {
+        QVERIFY(config.getLastVirusReports({}, {}, reports, firstId, 3));
+        QVERIFY(reports.size() <= 3);
+        for (const VirusReport& report : qAsConst(reports)) {
+            names.prepend(report.getFileName());
+            firstId = report.getId();
+        }
+    } while (!reports.isEmpty());
+    QCOMPARE(names, storedNames(config));
+    QVERIFY(config.getLastVirusReports({}, {}, reports, 4, -1) && reports.isEmpty());
 }
 
 void TestVirusConfig::removesOlderRecords()
@@ -408,6 +438,9 @@ void TestVirusConfig::cannotReadIsNotEmpty()
     VirusConfig config;
     QVector<VirusReport> reports = {numbered(1)};
     QVERIFY(!config.getVirusReports({}, {}, reports));
+    QVERIFY(reports.isEmpty());
+    reports = {numbered(1)};
+    QVERIFY(!config.getLastVirusReports({}, {}, reports));
     QVERIFY(reports.isEmpty());
     QCOMPARE(config.getVirusReportCount({}, {}), -1LL);
     QCOMPARE(config.removeVirusReports(second(1)), -1LL);
