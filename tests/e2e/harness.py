@@ -458,10 +458,10 @@ class Installation:
 
     # The stores
 
-    def store(self, *arguments, check=True):
+    def store(self, *arguments, check=True, data=None):
         self.settings.mkdir(exist_ok=True)
         result = subprocess.run(
-            [BASE / "tools" / "tvstore", self.settings, *arguments], stdout=subprocess.PIPE, check=check,
+            [BASE / "tools" / "tvstore", self.settings, *arguments], stdout=subprocess.PIPE, check=check, input=data,
             env={"LD_LIBRARY_PATH": str(BASE / "installed" / "lib"), "PATH": "/usr/bin",
                  "ASAN_OPTIONS": "detect_leaks=0"})
         return result.stdout
@@ -476,6 +476,10 @@ class Installation:
     def reports(self):
         """The detection records, oldest first."""
         return json.loads(self.store("reports"))
+
+    def add_reports(self, records):
+        """Stores detection records as another module of the suite would; see tvstore.cpp for their fields."""
+        self.store("add", data=json.dumps(list(records)).encode())
 
     def quarantined(self):
         """Name to content of every file in quarantine, temporary ones included."""

@@ -6,11 +6,18 @@
 //                                     "exclude": {"0": ["/home/u/x"]}, "ioc": true, "iocAction": 1,
 //                                     "iocHashes": {"2": ["ab12"]}}; what is left out stays as it is
 //   tvstore SETTINGS_DIR reports     the detection records as a JSON array
+//   tvstore SETTINGS_DIR add         adds the detection records of a JSON array on standard input, in order:
+//                                    [{"path": "/home/u/x", "virus": "Test", "status": 0, "msecs": 17,
+//                                    "module":
+//                                      "tvfilemon", "version": "1"}]; without "msecs" one without a time;
+//                                      with
+//                                    "base64" in the place of "path" one whose path is any bytes
 //   tvstore SETTINGS_DIR cached PATH what the hash cache knows of a file as a JSON object, {} for nothing;
 //                                    a hash or a date that is not there is null
 //
 // Exit status 0 when all was done.
 
+#include "common/filename.h"
 #include "platform/tvcore/fileiocinfo.h"
 #include "platform/tvcore/iocdatabaseconfig.h"
 #include "platform/tvcore/iocscanconfig.h"
@@ -20,6 +27,7 @@
 #include "platform/tvcore/virusconfig.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -137,6 +145,36 @@ bool printCached(const QString& path)
     }));
 }
 
+bool addReports()
+{
+    QFile input;
+    if (!input.open(stdin, QIODevice::ReadOnly)) {
+        return false;
+    }
+    const QJsonDocument document = QJsonDocument::fromJson(input.readAll());
+    VirusConfig config;
+    const QJsonArray array = document.array();
+    bool ok = document.isArray();
+    for (const QJsonValue& value : array) {
+        const QByteArray bytes = QByteArray::fromBase64(value[QLatin1String("base64")].toString().toLatin1());
+        const QString path =
+            bytes.isEmpty() ? value[QLatin1String("path")].toString() : FileName::toText(bytes);
+        VirusReport report;
+        report.setFilePath(path);
+        report.setFileName(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1));
+        report.setVirusName(value[QLatin1String("virus")].toString());
+        report.setCleanStatus(value[QLatin1String("status")].toInt());
+        report.setModuleName(value[QLatin1String("module")].toString());
+        report.setModuleVersion(value[QLatin1String("version")].toString());
+        const QJsonValue time = value[QLatin1String("msecs")];
+        if (time.isDouble()) {
+            report.setDateTime(QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(time.toDouble())));
+        }
+        ok = config.addVirusReport(report) && ok;
+    }
+    return ok;
+}
+
 bool printReports()
 {
     QJsonArray array;
@@ -169,20 +207,24 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() < 3) {
-        std::fputs("usage: tvstore SETTINGS_DIR set JSON | reports | cached PATH\n", stderr);
+        std::fputs("usage: tvstore SETTINGS_DIR set JSON | reports | add | cached PATH\n", stderr);
         return 2;
     }
     TvCore::setDirectory(arguments[1]);
     if (arguments[2] == QLatin1String("reports")) {
         return printReports() ? 0 : 1;
     }
+    if (arguments[2] == QLatin1String("add")) {
+        return addReports() ? 0 : 1;
+    }
     if (arguments[2] == QLatin1String("cached") && arguments.size() == 4) {
         return printCached(arguments[3]) ? 0 : 1;
     }
     const QJsonDocument document = QJsonDocument::fromJson(arguments.value(3).toUtf8());
     if (arguments[2] != QLatin1String("set") || !document.isObject()) {
-        std::fputs("tvstore: neither \"reports\", \"cached\" with a path nor \"set\" with a JSON object\n",
-                   stderr);
+        std::fputs(
+            "tvstore: neither \"reports\", \"add\", \"cached\" with a path nor \"set\" with a JSON object\n",
+            stderr);
         return 2;
     }
     const QJsonObject wanted = document.object();
