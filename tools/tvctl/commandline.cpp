@@ -5,6 +5,7 @@
 #include "tvctl/commands/cleancommand.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/configcommand.h"
+#include "tvctl/commands/detectionscommand.h"
 #include "tvctl/commands/excludecommand.h"
 #include "tvctl/commands/ioccommand.h"
 #include "tvctl/commands/reloadcommand.h"
@@ -47,6 +48,7 @@ void addCommands(CLI::App& tool, Action& chosen)
     addUrlCommand(tool, chosen);
     addCleanCommand(tool, chosen);
     addReloadCommand(tool, chosen);
+    addDetectionsCommand(tool, chosen);
 }
 
 /// The whole path of the subcommand that was meant, for the advice to ask for its help.

@@ -1,0 +1,147 @@
+#include "tvctl/detections/iocreportrecord.h"
+
+#include "ioc/iocreportline.h"
+
+#include <QtTest>
+
+class TestIocReportRecord : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void readsWhatTheServiceWrites_data();
+    void readsWhatTheServiceWrites();
+    void readsAPathWithPlaceholders_data();
+    void readsAPathWithPlaceholders();
+    void refusesAnythingElse_data();
+    void refusesAnythingElse();
+    void putsItIntoWords_data();
+    void putsItIntoWords();
+};
+
+namespace
+{
+const QDateTime& moment()
+{
+    static const QDateTime time(QDate(2026, 11, 3), QTime(4, 5, 6));
+    return time;
+}
+
+QByteArray written(const QString& path, const QString& action = QStringLiteral("ID"), int kind = 6)
+{
+    return iocReportLine(moment(), path, QStringLiteral("abc123"), action, kind).chopped(1);
+}
+} // namespace
+
+void TestIocReportRecord::readsWhatTheServiceWrites_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("action");
+    QTest::newRow("deleted") << "/home/u/x"
+                             << "ID";
+    QTest::newRow("renamed") << "/home/u/x"
+                             << "IR";
+    QTest::newRow("no action") << "/home/u/x"
+                               << "";
+    QTest::newRow("comma") << "/home/u/a, b,c"
+                           << "IA";
+    QTest::newRow("like the end") << "/x,ID,4,ff,NA,NA,NA,NA,NA,NA"
+                                  << "IR";
+    QTest::newRow("line end") << "/x\ny"
+                              << "IR";
+    QTest::newRow("Latin-1") << QStringLiteral("/\u00e4") << "IR";
+    QTest::newRow("placeholder of the reserved") << "/x%12"
+                                                 << "IR";
+    QTest::newRow("empty") << ""
+                           << "IR";
+}
+
+void TestIocReportRecord::readsWhatTheServiceWrites()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, action);
+    const auto record = IocReportRecord::parse(written(path, action));
+    QVERIFY(record.has_value());
+    QCOMPARE(record->time, moment());
+    QCOMPARE(record->path, path);
+    QCOMPARE(record->action, action);
+    QCOMPARE(record->hashKind, 6);
+    QCOMPARE(record->hash, QStringLiteral("abc123"));
+}
+
+void TestIocReportRecord::readsAPathWithPlaceholders_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("hash");
+    // The values went into the path, in this order: action, kind, hash.
+    QTest::newRow("one") << "/a%1b"
+                         << "/aIDb" << 6 << "abc123";
+    QTest::newRow("two") << "/a%1%2b"
+                         << "/aID6b" << 0 << "abc123";
+    QTest::newRow("three") << "/%0/%1/%2"
+                           << "/ID/6/abc123" << 0 << "";
+    QTest::newRow("a column's own") << "/a%3"
+                                    << "/aID" << 6 << "abc123";
+}
+
+void TestIocReportRecord::readsAPathWithPlaceholders()
+{
+    QFETCH(QString, path);
+    const auto record = IocReportRecord::parse(written(path));
+    QVERIFY2(record.has_value(), written(path).constData());
+    QTEST(record->path, "shown");
+    QTEST(record->hashKind, "kind");
+    QTEST(record->hash, "hash");
+}
+
+void TestIocReportRecord::refusesAnythingElse_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    const QByteArray good = written(QStringLiteral("/x"));
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("cut short") << good.chopped(1);
+    QTest::newRow("cut at a comma") << good.chopped(3);
+    QTest::newRow("more behind it") << good + ",x";
+    QTest::newRow("no time") << good.mid(1);
+    QTest::newRow("no such day") << QByteArray(good).replace(0, 2, "32");
+    QTest::newRow("only a time") << good.left(20);
+    QTest::newRow("too few") << good.left(20) + "NA,NA,NA,NA,NA,NA";
+    QTest::newRow("binary") << QByteArray(100, '\xff');
+}
+
+void TestIocReportRecord::refusesAnythingElse()
+{
+    QFETCH(QByteArray, line);
+    QVERIFY(!IocReportRecord::parse(line).has_value());
+}
+
+void TestIocReportRecord::putsItIntoWords_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("result");
+    QTest::addColumn<QString>("hash");
+    QTest::newRow("ID") << "ID" << 4 << "deleted"
+                        << "MD5 abc123";
+    QTest::newRow("IR") << "IR" << 5 << "renamed"
+                        << "SHA-1 abc123";
+    QTest::newRow("IA") << "IA" << 6 << "allowed"
+                        << "SHA-256 abc123";
+    QTest::newRow("none") << "" << 7 << "reported"
+                          << "abc123";
+}
+
+void TestIocReportRecord::putsItIntoWords()
+{
+    QFETCH(QString, action);
+    QFETCH(int, kind);
+    const auto record = IocReportRecord::parse(written(QStringLiteral("/x"), action, kind));
+    QVERIFY(record.has_value());
+    QTEST(record->result(), "result");
+    QTEST(record->hashText(), "hash");
+}
+
+QTEST_GUILESS_MAIN(TestIocReportRecord)
+#include "tst_iocreportrecord.moc"

@@ -1,0 +1,137 @@
+#include "tvctl/commands/detectionsfollow.h"
+
+#include "common/filename.h"
+#include "tvctl/commands/timeargument.h"
+#include "tvctl/console/toolerror.h"
+#include "tvctl/detections/detectionfollower.h"
+#include "tvctl/detections/detectionforms.h"
+#include "tvctl/detections/detectionreader.h"
+#include "tvctl/detections/hostidentity.h"
+#include "tvctl/detections/streamoutput.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+
+namespace
+{
+/// A record has to be out within a second; a look costs some ten microseconds.
+constexpr int pollIntervalMs = 250;
+
+struct Options
+{
+    std::string format = "json";
+    std::string since;
+    std::string afterId;
+};
+
+class Stream
+{
+public:
+    Stream(Session& session, bool isEcs) : m_session(session), m_isEcs(isEcs)
+    {
+    }
+
+    /// False when the command has to end.
+    bool write(const QVector<VirusReport>& reports)
+    {
+        for (const VirusReport& report : reports) {
+            const QJsonObject object =
+                m_isEcs ? DetectionForms::ecs(report, m_host) : DetectionForms::json(report);
+            if (!m_output.write(DetectionForms::line(object))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    void follow(const DetectionId& after)
+    {
+        DetectionFollower follower(after);
+        bool goesOn = true;
+        while (goesOn) {
+            const QVector<VirusReport> reports = follower.next();
+            const QStringList notices = follower.takeNotices();
+            for (const QString& notice : notices) {
+                m_session.output().warning(notice);
+            }
+            goesOn = reports.isEmpty() ? m_output.wait(pollIntervalMs) : write(reports);
+        }
+    }
+
+private:
+    Session& m_session;
+    const bool m_isEcs;
+    const HostIdentity m_host = HostIdentity::own();
+    StreamOutput m_output;
+};
+
+/// What is stored now is old news unless somebody asks for it.
+DetectionId newestOf(const Session& session)
+{
+    const QVector<VirusReport> newest = DetectionReader(session.installation(), {}).newest(1);
+    return newest.isEmpty() ? DetectionId() : DetectionId(newest.constFirst());
+}
+
+ExitCode follow(Session& session, const Options& options)
+{
+    const QDateTime since = timeOf(options.since, "--since");
+    DetectionId after;
+    if (!options.afterId.empty()) {
+        const QString text = FileName::toText(QByteArray::fromStdString(options.afterId));
+        const auto id = DetectionId::parse(text);
+        if (!id) {
+            throw ToolError(
+                QStringLiteral("--after-id takes no \"%1\"; give the event_id of a line that came")
+                    .arg(text));
+        }
+        after = *id;
+    }
+    session.requireReports();
+
+    Stream stream(session, options.format == "ecs");
+    if (options.afterId.empty()) {
+        after = newestOf(session);
+    }
+    if (since.isValid()) {
+        DetectionReader reader(session.installation(), since);
+        QVector<VirusReport> reports = reader.next();
+        while (!reports.isEmpty()) {
+            // What has come in meanwhile is left to the follower.
+            while (!reports.isEmpty() && reports.constLast().getId() > after.number()) {
+                reports.removeLast();
+            }
+            if (!stream.write(reports)) {
+                return ExitCode::Good;
+            }
+            reports = reader.next();
+        }
+    }
+    stream.follow(after);
+    return ExitCode::Good;
+}
+} // namespace
+
+void addDetectionsFollow(CLI::App& detections, Action& chosen)
+{
+    CLI::App* command = detections.add_subcommand(
+        "follow", "Print each new detection as a line of JSON, until it is interrupted");
+    auto options = std::make_shared<Options>();
+    command->add_option("--format", options->format, "json, or ecs: the Elastic Common Schema")
+        ->check(CLI::IsMember({"json", "ecs"}))
+        ->capture_default_str()
+        ->type_name("FORMAT");
+    auto* since = command->add_option("--since", options->since, "Begin with those from this time on")
+                      ->type_name("TIME");
+    command
+        ->add_option("--after-id", options->afterId,
+                     "Begin behind this one: the event_id (in ecs event.id) of the last line that came")
+        ->excludes(since)
+        ->type_name("ID");
+    command->callback([options, &chosen] {
+        chosen = [options](Session& session) {
+            return follow(session, *options);
+        };
+    });
+}

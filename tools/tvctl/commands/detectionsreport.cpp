@@ -1,0 +1,81 @@
+#include "tvctl/commands/detectionsreport.h"
+
+#include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/timeargument.h"
+#include "tvctl/console/jsontext.h"
+#include "tvctl/detections/detectionreader.h"
+#include "tvctl/detections/hostidentity.h"
+#include "tvctl/detections/iocreports.h"
+#include "tvctl/detections/newfile.h"
+#include "tvctl/detections/reportpage.h"
+#include "tvctl/detections/reportsummary.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QJsonObject>
+
+#include <memory>
+#include <string>
+
+namespace
+{
+struct Options
+{
+    std::string since;
+    std::string file;
+};
+
+ExitCode report(Session& session, const Options& options)
+{
+    const QDateTime since = timeOf(options.since, "--since");
+    session.requireReports();
+    const QString path = pathOf(options.file);
+    NewFile file(path);
+
+    ReportSummary summary(since, QDateTime::currentDateTime());
+    DetectionReader reader(session.installation(), since);
+    for (auto page = reader.next(); !page.isEmpty(); page = reader.next()) {
+        for (const VirusReport& detection : qAsConst(page)) {
+            summary.add(detection);
+        }
+    }
+    Output& output = session.output();
+    const IocReports::Outcome outcome =
+        IocReports::read(session.installation().reports(), since,
+                         [&summary](const IocReportRecord& record) { summary.add(record); });
+    summary.setUnreadable(outcome.unreadableLines + outcome.unreadableFiles);
+    if (outcome.unreadableFiles > 0) {
+        output.warning(QStringLiteral("%1 of the reports in %2 cannot be read and are left out")
+                           .arg(QString::number(outcome.unreadableFiles), session.installation().reports()));
+    }
+    file.write(ReportPage::build(summary.toJson(HostIdentity::own().hostname)));
+    file.publish();
+
+    output.line(QStringLiteral("detections: %1, hash list matches: %2")
+                    .arg(summary.detections())
+                    .arg(summary.hashMatches()));
+    if (output.isJson()) {
+        QJsonObject document{{QStringLiteral("detections"), summary.detections()},
+                             {QStringLiteral("hash_matches"), summary.hashMatches()}};
+        JsonText::insertPath(document, QStringLiteral("file"), path);
+        output.document(document);
+    }
+    return ExitCode::Good;
+}
+} // namespace
+
+void addDetectionsReport(CLI::App& detections, Action& chosen)
+{
+    CLI::App* command =
+        detections.add_subcommand("report", "Make one HTML page of the detections, which needs no network");
+    auto options = std::make_shared<Options>();
+    command->add_option("--since", options->since, "Only from this time on")->type_name("TIME");
+    command->add_option("-o,--output", options->file, "The page, which only its owner may read")
+        ->required()
+        ->type_name("FILE.html");
+    command->callback([options, &chosen] {
+        chosen = [options](Session& session) {
+            return report(session, *options);
+        };
+    });
+}

@@ -1,0 +1,97 @@
+#include "tvctl/detections/iocreportrecord.h"
+
+#include <QLocale>
+#include <QStringList>
+
+namespace
+{
+constexpr int timeLength = 19;
+constexpr int fieldCount = 11;
+constexpr int reservedFields = 6;
+/// Action, kind and hash.
+constexpr int knownFields = 3;
+
+QDateTime timeOf(const QByteArray& line)
+{
+    return QLocale::c().toDateTime(QString::fromLatin1(line.left(timeLength)),
+                                   QStringLiteral("dd-MM-yyyy hh:mm:ss"));
+}
+
+/// How many columns at the end kept their placeholder, because as many values went into the path. -1 when
+/// this is no end of a record.
+int shiftOf(const QStringList& fields)
+{
+    int shift = 0;
+    while (shift < knownFields &&
+           fields.at(fields.size() - 1 - shift) == QLatin1Char('%') + QString::number(fieldCount - shift)) {
+        ++shift;
+    }
+    for (int index = 0; index < reservedFields; ++index) {
+        if (fields.at(fields.size() - 1 - shift - index) != QLatin1String("NA")) {
+            return -1;
+        }
+    }
+    return shift;
+}
+} // namespace
+
+std::optional<IocReportRecord> IocReportRecord::parse(const QByteArray& line)
+{
+    if (!canBegin(line)) {
+        return std::nullopt;
+    }
+    const QStringList fields = QString::fromLatin1(line).split(QLatin1Char(','));
+    if (fields.size() < fieldCount) {
+        return std::nullopt;
+    }
+    const int shift = shiftOf(fields);
+    if (shift < 0) {
+        return std::nullopt;
+    }
+    // From the back: a comma in the path moves nothing there.
+    IocReportRecord record;
+    const int behindHash = fields.size() - reservedFields - shift;
+    if (shift < 3) {
+        record.hash = fields.at(behindHash - 1);
+    }
+    if (shift < 2) {
+        record.hashKind = fields.at(behindHash - 2).toInt();
+    }
+    if (shift < 1) {
+        record.action = fields.at(behindHash - knownFields);
+    }
+    record.time = timeOf(line);
+    const int pathEnd = fields.size() - reservedFields - knownFields;
+    record.path = QStringList(fields.mid(1, pathEnd - 1)).join(QLatin1Char(','));
+    return record;
+}
+
+bool IocReportRecord::canBegin(const QByteArray& line)
+{
+    return line.size() > timeLength && line.at(timeLength) == ',' && timeOf(line).isValid();
+}
+
+QString IocReportRecord::result() const
+{
+    if (action == QLatin1String("ID")) {
+        return QStringLiteral("deleted");
+    }
+    if (action == QLatin1String("IR")) {
+        return QStringLiteral("renamed");
+    }
+    return action == QLatin1String("IA") ? QStringLiteral("allowed") : QStringLiteral("reported");
+}
+
+QString IocReportRecord::hashText() const
+{
+    switch (hashKind) {
+    case 4:
+        return QStringLiteral("MD5 ") + hash;
+    case 5:
+        return QStringLiteral("SHA-1 ") + hash;
+    case 6:
+        return QStringLiteral("SHA-256 ") + hash;
+    default:
+        return hash.isEmpty() ? QStringLiteral("hash list") : hash;
+    }
+}
