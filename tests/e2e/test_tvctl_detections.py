@@ -307,7 +307,7 @@ def test_follow_a_locked_store(tv, follow, three):
     follower.wait_told("can be read again")
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_follow_ends_by_a_signal(tv, follow, three, number):
     follower = follow("--after-id", "0")
     follower.wait(3)
@@ -429,6 +429,17 @@ def test_export_onto_a_full_disk(tv, tvctl, files, mounts):
     mounts.tmpfs(files, b"size=64k")
     tvctl.fails("detections", "export", "--format", "csv", "-o", files / "x", says="No space left on device")
     assert os.listdir(files) == []
+
+
+def test_export_that_is_interrupted(tv, tvctl, files):
+    tv.add_reports(record(number) for number in range(20000))
+    (files / "export").write_text("before")
+    process = tvctl.start("detections", "export", "--format", "ecs", "-o", files / "export")
+    wait_until(lambda: len(os.listdir(files)) == 2, "it to begin")
+    process.send_signal(signal.SIGINT)
+    _, errors = process.communicate(timeout=TIMEOUT)
+    assert process.returncode == 2 and errors.decode() == f"tvctl: interrupted; {files}/export is as it was\n"
+    assert os.listdir(files) == ["export"] and (files / "export").read_text() == "before"
 
 
 def test_export_is_one_json_document_or_none(tvctl, three):

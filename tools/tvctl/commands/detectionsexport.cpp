@@ -2,6 +2,7 @@
 
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/timeargument.h"
+#include "tvctl/console/interruption.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/detections/detectionforms.h"
@@ -105,9 +106,14 @@ ExitCode exportDetections(Session& session, const Options& options)
         return ExitCode::Good;
     }
     const QString path = pathOf(options.file);
+    const Interruption interruption;
     NewFile file(path);
-    const qint64 count =
-        writeAll(reader, options.format, [&file](const QByteArray& bytes) { file.write(bytes); });
+    const qint64 count = writeAll(reader, options.format, [&](const QByteArray& bytes) {
+        file.write(bytes);
+        if (interruption.isRequested()) {
+            throw ToolError(QStringLiteral("interrupted; %1 is as it was").arg(path));
+        }
+    });
     file.publish();
     output.line(QStringLiteral("exported: %1").arg(count));
     if (output.isJson()) {

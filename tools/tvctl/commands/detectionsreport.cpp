@@ -2,7 +2,9 @@
 
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/timeargument.h"
+#include "tvctl/console/interruption.h"
 #include "tvctl/console/jsontext.h"
+#include "tvctl/console/toolerror.h"
 #include "tvctl/detections/detectionreader.h"
 #include "tvctl/detections/hostidentity.h"
 #include "tvctl/detections/iocreports.h"
@@ -25,16 +27,25 @@ struct Options
     std::string file;
 };
 
+/// The page goes away again then.
+void failIfRequested(const Interruption& interruption, const QString& path)
+{
+    if (interruption.isRequested()) {
+        throw ToolError(QStringLiteral("interrupted; %1 is as it was").arg(path));
+    }
+}
+
 ExitCode report(Session& session, const Options& options)
 {
     const QDateTime since = timeOf(options.since, "--since");
     session.requireReports();
     const QString path = pathOf(options.file);
+    const Interruption interruption;
     NewFile file(path);
-
     ReportSummary summary(since, QDateTime::currentDateTime());
     DetectionReader reader(session.installation(), since);
     for (auto page = reader.next(); !page.isEmpty(); page = reader.next()) {
+        failIfRequested(interruption, path);
         for (const VirusReport& detection : qAsConst(page)) {
             summary.add(detection);
         }
@@ -48,6 +59,7 @@ ExitCode report(Session& session, const Options& options)
         output.warning(QStringLiteral("%1 of the reports in %2 cannot be read and are left out")
                            .arg(QString::number(outcome.unreadableFiles), session.installation().reports()));
     }
+    failIfRequested(interruption, path);
     file.write(ReportPage::build(summary.toJson(HostIdentity::own().hostname)));
     file.publish();
 

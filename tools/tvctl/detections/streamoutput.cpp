@@ -5,41 +5,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <ctime>
+#include <iterator>
 
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 StreamOutput::StreamOutput()
 {
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::sigaddset(&signals, SIGINT);
-    ::sigaddset(&signals, SIGTERM);
-    sigset_t held = signals;
-    ::sigaddset(&held, SIGPIPE);
-    ::pthread_sigmask(SIG_BLOCK, &held, &m_before);
-    m_signals.reset(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!m_signals.isValid()) {
-        const int error = errno;
-        ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-        throw ToolError(QStringLiteral("cannot wait for signals: %1").arg(qt_error_string(error)));
-    }
+    struct sigaction ignoring = {};
+    ignoring.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &ignoring, &m_brokenPipeBefore);
 }
 
 StreamOutput::~StreamOutput()
 {
-    // What came meanwhile was meant for this, and would end the program the hard way now.
-    sigset_t handled;
-    ::sigemptyset(&handled);
-    ::sigaddset(&handled, SIGINT);
-    ::sigaddset(&handled, SIGTERM);
-    ::sigaddset(&handled, SIGPIPE);
-    const struct timespec noTime = {};
-    while (::sigtimedwait(&handled, nullptr, &noTime) > 0) {
-    }
-    ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    ::sigaction(SIGPIPE, &m_brokenPipeBefore, nullptr);
 }
 
 bool StreamOutput::write(const QByteArray& bytes)
@@ -75,7 +55,7 @@ bool StreamOutput::wait(int milliseconds)
 StreamOutput::Event StreamOutput::waitFor(short events, int milliseconds) const
 {
     // That the reader of a pipe has gone is told whether asked for or not.
-    struct pollfd watched[] = {{m_signals.get(), POLLIN, 0}, {STDOUT_FILENO, events, 0}};
+    struct pollfd watched[] = {{m_interruption.descriptor(), POLLIN, 0}, {STDOUT_FILENO, events, 0}};
     const int count = ::poll(watched, std::size(watched), milliseconds);
     if (count <= 0) {
         return Event::None;

@@ -1,16 +1,13 @@
 #pragma once
 
-#include "common/uniquefd.h"
+#include "tvctl/console/interruption.h"
 
 #include <QByteArray>
 
-#include <signal.h>
-
-/// Standard output of a command that runs until it is told to end: by SIGINT or SIGTERM, or because nobody
+/// Standard output of a command that runs until it is told to end: by an Interruption, or because nobody
 /// reads any more.
 ///
-/// Holds these signals back as long as it lives, also SIGPIPE, and then gives back what was before. A reader
-/// that is slow holds the command up, but never its end.
+/// A reader that is slow holds the command up, but never its end.
 class StreamOutput
 {
 public:
@@ -27,15 +24,15 @@ public:
     bool wait(int milliseconds);
 
 private:
-    /// Waits until output can be taken, with POLLOUT as `events`, or for the time.
     enum class Event
     {
         None,
         Writable,
         End
     };
+    /// Waits that long until one of `events`, of those that poll(2) knows, or the end.
     Event waitFor(short events, int milliseconds) const;
 
-    sigset_t m_before = {};
-    UniqueFd m_signals;
+    const Interruption m_interruption;
+    struct sigaction m_brokenPipeBefore = {};
 };
