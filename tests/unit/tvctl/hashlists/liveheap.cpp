@@ -13,6 +13,6 @@ qint64 liveHeapSize()
 qint64 liveHeapSize()
 {
     const struct mallinfo2 info = mallinfo2();
-    return static_cast<qint64>(info.uordblks + info.hblkhd);
+    return static_cast<qint64>(info.uordblks) + static_cast<qint64>(info.hblkhd);
 }
 #endif

@@ -71,8 +71,8 @@ void TestHashListInput::readsText_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QByteArray>("text");
-    const auto raw = [](const char* bytes, int size) {
-        return QByteArray(bytes, size);
+    const auto hex = [](const char* digits) {
+        return QByteArray::fromHex(digits);
     };
 
     QTest::newRow("nothing") << QByteArray() << QByteArray();
@@ -82,14 +82,11 @@ void TestHashListInput::readsText_data()
                                                      "ab")
                                        << QByteArray("ab");
     QTest::newRow("a mark alone") << QByteArray("\xEF\xBB\xBF") << QByteArray();
-    QTest::newRow("UTF-16 LE with a mark") << raw("\xFF\xFE"
-                                                  "a\0\xE4\0",
-                                                  6)
-                                           << QByteArray("a\xC3\xA4");
-    QTest::newRow("UTF-16 BE with a mark") << raw("\xFE\xFF\0a\0\xE4", 6) << QByteArray("a\xC3\xA4");
-    QTest::newRow("UTF-16 LE without") << raw("a\0b\0c\0", 6) << QByteArray("abc");
-    QTest::newRow("UTF-16 BE without") << raw("\0a\0b\0c", 6) << QByteArray("abc");
-    QTest::newRow("UTF-32 with a mark") << raw("\xFF\xFE\0\0a\0\0\0", 8) << QByteArray("a");
+    QTest::newRow("UTF-16 LE with a mark") << hex("fffe 6100 e400") << QByteArray("a\xC3\xA4");
+    QTest::newRow("UTF-16 BE with a mark") << hex("feff 0061 00e4") << QByteArray("a\xC3\xA4");
+    QTest::newRow("UTF-16 LE without") << hex("6100 6200 6300") << QByteArray("abc");
+    QTest::newRow("UTF-16 BE without") << hex("0061 0062 0063") << QByteArray("abc");
+    QTest::newRow("UTF-32 with a mark") << hex("fffe0000 61000000") << QByteArray("a");
     QTest::newRow("Windows line ends") << QByteArray("a\r\nb\r\n") << QByteArray("a\nb\n");
     QTest::newRow("old line ends") << QByteArray("a\rb\r") << QByteArray("a\nb\n");
     QTest::newRow("mixed line ends") << QByteArray("a\r\rb\n\nc\r\n\r\n") << QByteArray("a\n\nb\n\nc\n\n");
@@ -144,7 +141,8 @@ void TestHashListInput::looksAtTheBeginningFirst()
 
 void TestHashListInput::endsAtAZero()
 {
-    QByteArray bytes("ab\ncdefgh\0ij", 12);
+    QByteArray bytes = "ab\ncdefgh";
+    bytes.append('\0').append("ij");
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::ReadOnly);
     HashListInput input(buffer);
