@@ -20,6 +20,18 @@ def test_reload(tv, tvctl, part, line):
     assert tvctl.json("reload", part) == {"reloaded": part}
 
 
+def test_a_reload_only_if_it_runs(tv, tvctl):
+    assert tvctl.run("reload", "--if-running", "db").output.startswith("tvfilemon does not run")
+    assert tvctl.json("reload", "--if-running", "db") == {"reloaded": None, "reload": "service down"}
+    tv.start()
+    assert tvctl.run("reload", "--if-running", "db").output == "reloaded: db\n"
+    assert tvctl.json("reload", "--if-running", "db") == {"reloaded": "db", "reload": "done"}
+    (tv.db / "broken.cvd").write_bytes(b"no database")
+    result = tvctl.run("reload", "--if-running", "db", status=2)
+    assert result.output == "" and "tvfilemon did not reload" in result.errors
+    assert tvctl.json("reload", "--if-running", "db", status=2) == {"reloaded": None, "reload": "failed"}
+
+
 def test_a_reload_that_fails(tv, tvctl):
     tv.start()
     (tv.db / "broken.cvd").write_bytes(b"no database")

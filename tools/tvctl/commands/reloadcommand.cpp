@@ -24,6 +24,23 @@ const std::map<std::string, ReloadPart>& parts()
     return table;
 }
 
+/// The same, but a service that does not run is no failure.
+ExitCode reloadIfRunning(Session& session, const std::string& name)
+{
+    Output& output = session.output();
+    const QString shown = QString::fromStdString(name);
+    QJsonObject document = {{QStringLiteral("reloaded"), QJsonValue::Null}};
+    const ExitCode code = ServiceReload(session, true).run({parts().at(name)}, document);
+    if (document.value(QStringLiteral("reload")) == QLatin1String("done")) {
+        output.line(QStringLiteral("reloaded: %1").arg(shown));
+        document.insert(QStringLiteral("reloaded"), shown);
+    }
+    if (output.isJson()) {
+        output.document(document);
+    }
+    return code;
+}
+
 ExitCode reload(Session& session, const std::string& name)
 {
     const QString shown = QString::fromStdString(name);
@@ -48,9 +65,11 @@ void addReloadCommand(CLI::App& tool, Action& chosen)
     command->add_option("PART", *part, "db, settings, ioc-db or ioc-settings")
         ->required()
         ->check(CLI::IsMember(parts()));
-    command->callback([part, &chosen] {
-        chosen = [part](Session& session) {
-            return reload(session, *part);
+    auto isOnlyIfRunning = std::make_shared<bool>(false);
+    command->add_flag("--if-running", *isOnlyIfRunning, "A service that does not run is no error");
+    command->callback([part, isOnlyIfRunning, &chosen] {
+        chosen = [part, isOnlyIfRunning](Session& session) {
+            return *isOnlyIfRunning ? reloadIfRunning(session, *part) : reload(session, *part);
         };
     });
 }
