@@ -52,11 +52,20 @@ def _database(with_klez):
     return _head(6 if with_klez else 5) + "\n".join(lines) + "\n"
 
 
+def _sum(data):
+    """FNV-1a, for the last line: a damaged file must be refused as if it were signed."""
+    result = 0xCBF29CE484222325
+    for byte in data:
+        result = (result ^ byte) * 0x100000001B3 & 0xFFFFFFFFFFFFFFFF
+    return result
+
+
 def make(directory):
     os.makedirs(directory, exist_ok=True)
     for name, with_klez in (("test-5.cvd", False), ("test-6.cvd", True)):
+        content = _database(with_klez)
         with open(os.path.join(directory, name), "w", encoding="ascii") as file:
-            file.write(_database(with_klez))
+            file.write(f"{content}# {_sum(content.encode()):016x}\n")
 
 
 if __name__ == "__main__":
