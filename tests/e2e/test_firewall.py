@@ -3,13 +3,14 @@
 import errno
 import json
 import os
+import shutil
 import socket
 import subprocess
 import sys
 
 import pytest
 
-from harness import EICAR, EICAR_NAME, TIMEOUT, fresh_directory, wait_until
+from harness import BASE, EICAR, EICAR_NAME, TIMEOUT, fresh_directory
 
 PORT, OTHER_PORT = 8889, 8890
 LISTED, UNLISTED = 1234, 4321
@@ -385,6 +386,14 @@ def test_what_is_no_file_is_left_out(guard):
     os.mkfifo(guard.config / "port-addresses")
     assert len(guard.run("start")) == 2
     assert in_set("users") == [0]
+
+
+def test_the_files_of_the_package(guard):
+    """Comments only."""
+    for name in ("port-users", "port-addresses"):
+        shutil.copy(BASE / "packaging" / "firewall" / name, guard.config)
+    assert guard.run("start") == []
+    assert (in_set("users"), in_set("addresses")) == ([0], [])
 
 
 def test_again_and_again(guard):

@@ -87,7 +87,7 @@ class Updater:
     def __init__(self, installation, server):
         self.tv = installation
         self.upd = installation.root / "upd"
-        self.upd.mkdir(exist_ok=True)
+        self.upd.mkdir(mode=0o700, exist_ok=True)
         self.config = fresh_directory() / "freshclam.conf"
         self.configure(f"PrivateMirror {server.address}\n")
 
@@ -491,6 +491,18 @@ def test_within_the_profile_of_freshclam(tv, mounts, update, server):
             needed = "w" if writes else "r"
             assert any(pattern.fullmatch(path) and needed in rights for pattern, rights in rules), line
     assert touched > 10
+
+
+def test_where_nothing_is_yet(tv, update):
+    update.upd.rmdir()
+    update.run("current")
+
+
+def test_without_a_configuration(tv, update):
+    """The public mirrors, which are out of reach here."""
+    update.config.unlink()
+    update.run("download-failed", path=FakeFreshclam("grep ^DatabaseMirror ../freshclam.conf; exit 1").path)
+    assert "DatabaseMirror database.clamav.net" in update.output
 
 
 def test_two_at_once(tv, update):
