@@ -14,21 +14,9 @@ import threading
 import pytest
 
 from harness import EICAR, EICAR_NAME, TIMEOUT, exists, quarantine_name, wait_until, write_once
-from tool import Tool
+from tool import WITHOUT_PRIVILEGES
 
 CLEAN = b"nothing in here"
-
-
-class PlainUser(Tool):
-    """The tool without what root may do beyond others: what its owner may not read, it cannot read."""
-
-    def command(self, *arguments):
-        return ["setpriv", "--bounding-set=-all", "--inh-caps=-all", *super().command(*arguments)]
-
-
-@pytest.fixture
-def plain_tvctl(tv):
-    return PlainUser(tv)
 
 
 @pytest.fixture
@@ -145,31 +133,32 @@ def test_excluded_folders_and_files(tv, tvctl, tree):
     assert tvctl.json("scan", tree / "a/deep/.hidden", status=1)["infected"] == 1
 
 
-def test_settings_that_cannot_be_read_are_told(tv, tvctl, plain_tvctl, tree):
+def test_settings_that_cannot_be_read_are_told(tv, tvctl, tree):
     tv.start()
     os.chmod(tv.settings, 0)
-    result = plain_tvctl.run("scan", tree / "b", status=1)
+    result = tvctl.run("scan", tree / "b", status=1, wrapper=WITHOUT_PRIVILEGES)
     assert result.errors.startswith("tvctl: no folder is left out: ") and "Permission denied" in result.errors
-    assert plain_tvctl.json("scan", tree / "b", status=1)["infected"] == 1
-    cleaned = plain_tvctl.run("scan", "--clean", tree / "b", status=1)
+    assert tvctl.json("scan", tree / "b", status=1, wrapper=WITHOUT_PRIVILEGES)["infected"] == 1
+    cleaned = tvctl.run("scan", "--clean", tree / "b", status=1, wrapper=WITHOUT_PRIVILEGES)
     assert cleaned.lines()[0] == f"{tree}/b/bad: {EICAR_NAME} - removed; its copy is in the quarantine"
 
 
-def test_settings_that_cannot_be_read_and_nothing_removed(tv, tvctl, plain_tvctl, tree):
+def test_settings_that_cannot_be_read_and_nothing_removed(tv, tvctl, tree):
     tv.configure(action=0)
     tv.start()
     os.chmod(tv.settings, 0)
     says = "not removed: the settings only allow reports, or tvfilemon could not do it"
-    assert plain_tvctl.run("scan", "--clean", tree / "b", status=1).lines()[0].endswith(says)
+    result = tvctl.run("scan", "--clean", tree / "b", status=1, wrapper=WITHOUT_PRIVILEGES)
+    assert result.lines()[0].endswith(says)
 
 
-def test_unreadable_folders(tv, tvctl, plain_tvctl, tree):
+def test_unreadable_folders(tv, tvctl, tree):
     tv.start()
     os.chmod(tree / "b", 0)
-    document = plain_tvctl.json("scan", tree, status=1)
+    document = tvctl.json("scan", tree, status=1, wrapper=WITHOUT_PRIVILEGES)
     assert document["errors"] == [{"path": str(tree / "b"), "reason": "Permission denied"}]
     assert numbers(document) == {"files": 3, "infected": 2, "unreadable": 1, "passed_over": 3}
-    result = plain_tvctl.run("scan", tree / "b", status=2)
+    result = tvctl.run("scan", tree / "b", status=2, wrapper=WITHOUT_PRIVILEGES)
     assert result.errors.endswith(f"tvctl: {tree}/b: Permission denied\n")
     assert summary(result)["unreadable"] == "1"
 
@@ -241,12 +230,12 @@ def test_paths_longer_than_any_call_takes(tv, tvctl, files):
     assert document["detections"][0]["path"] == f"{files}{('/' + 'd' * 200) * 60}/bad"
 
 
-def test_a_file_that_cannot_be_handed_over(tv, plain_tvctl, files):
+def test_a_file_that_cannot_be_handed_over(tv, tvctl, files):
     tv.start()
     path = os.path.join(os.fsencode(files), b"\xff")
     write_once(path)
     os.chmod(path, 0)
-    document = plain_tvctl.json("scan", files, status=2)
+    document = tvctl.json("scan", files, status=2, wrapper=WITHOUT_PRIVILEGES)
     assert "cannot be opened to hand it over: Permission denied" in document["errors"][0]["reason"]
 
 
@@ -283,54 +272,24 @@ def test_usage(tvctl, command):
     assert "Nobody looks whether a file is infected" in tvctl.run("clean", "--help").output
 
 
-class FakeService:
-    """Answers on the service's port, one reply a request, then goes. A reply may be a function of the request."""
-
-    def __init__(self, *replies):
-        self.requests = []
-        self._listener = socket.create_server(("127.0.0.1", 8889))
-        self._is_closed = threading.Event()
-        self._thread = threading.Thread(target=self._serve, args=(replies,))
-        self._thread.start()
-
-    def _serve(self, replies):
-        connection = self._listener.accept()[0]
-        with connection:
-            # So that the port is free at once.
-            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-            for reply in (b"REGISTERED!", *replies):
-                self.requests.append(connection.recv(4096))
-                connection.sendall(reply(self.requests[-1]) if callable(reply) else reply)
-            self.requests.append(connection.recv(4096))
-
-    def hang(self, _request):
-        """For a reply: none, until the end of the test."""
-        self._is_closed.wait(TIMEOUT)
-        return b"CLEAN"
-
-    def close(self):
-        self._is_closed.set()
-        self._thread.join()
-        self._listener.close()
+@pytest.fixture
+def fake_service(tv, impostor):
+    """Answers on the port in the place of the service, for which there are settings, whoever registers."""
+    tv.configure()
+    return lambda *replies: impostor("REGISTERED!", *replies)
 
 
 @pytest.fixture
-def fake_service(tv):
-    tv.configure()
-    services = []
-
-    def make(*replies):
-        services.append(FakeService(*replies))
-        return services[-1]
-
-    yield make
-    for service in services:
-        service.close()
+def never():
+    """A reply that does not come before the end of the test."""
+    end = threading.Event()
+    yield lambda request: end.wait(TIMEOUT) and None
+    end.set()
 
 
 @pytest.mark.parametrize("is_json", [False, True])
 def test_a_service_that_goes_away(tvctl, tree, fake_service, is_json):
-    service = fake_service(b"INFECTED X", b"CLEAN")
+    service = fake_service("INFECTED X", "CLEAN", None)
     if is_json:
         document = tvctl.json("scan", tree, status=2)
         assert document["stopped"] == "the service ended the connection"
@@ -343,7 +302,7 @@ def test_a_service_that_goes_away(tvctl, tree, fake_service, is_json):
 
 
 def test_a_reply_that_is_none(tvctl, tree, fake_service):
-    fake_service(b"INVALID COMMAND!")
+    fake_service("INVALID COMMAND!")
     document = tvctl.json("scan", tree / ".top", status=2)
     assert document["errors"][0]["reason"] == 'the service answered "INVALID COMMAND!"'
 
@@ -351,7 +310,7 @@ def test_a_reply_that_is_none(tvctl, tree, fake_service):
 def test_a_file_that_vanishes_meanwhile(tvctl, tree, fake_service):
     def remove(request):
         os.unlink(request.partition(b" ")[2])
-        return b"ERROR 8"
+        return "ERROR 8"
 
     fake_service(remove)
     document = tvctl.json("scan", tree / ".top")
@@ -359,8 +318,8 @@ def test_a_file_that_vanishes_meanwhile(tvctl, tree, fake_service):
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
-def test_an_interruption_ends_with_the_summary(tvctl, tree, fake_service, number):
-    service = fake_service(b"INFECTED X", b"CLEAN", lambda request: service.hang(request))
+def test_an_interruption_ends_with_the_summary(tvctl, tree, fake_service, never, number):
+    service = fake_service("INFECTED X", "CLEAN", never)
     process = tvctl.start("scan", tree)
     wait_until(lambda: len(service.requests) == 4, "the request that is not answered")
     process.send_signal(number)
@@ -370,8 +329,8 @@ def test_an_interruption_ends_with_the_summary(tvctl, tree, fake_service, number
     assert output.startswith(os.fsencode(f"{tree}/.top: X\n\n")) and b"\nfiles scanned:  2\n" in output
 
 
-def test_an_interruption_in_json(tvctl, tree, fake_service):
-    service = fake_service(lambda request: service.hang(request))
+def test_an_interruption_in_json(tvctl, tree, fake_service, never):
+    service = fake_service(never)
     process = tvctl.start("--json", "scan", tree)
     wait_until(lambda: len(service.requests) == 2, "the request that is not answered")
     process.send_signal(signal.SIGINT)
@@ -454,7 +413,7 @@ def test_clean_says_what_the_protocol_does_not_carry(tv, tvctl, files, name):
 
 
 def test_clean_when_the_service_goes_away(tvctl, tree, fake_service):
-    fake_service(b"FAILED 0")
+    fake_service("FAILED 0", None)
     result = tvctl.run("clean", tree / ".top", tree / "b/bad", tree / "a/good", status=2)
     assert result.errors == (f"tvctl: {tree}/b/bad: the service ended the connection: "
                              "nobody knows whether it was removed\n")
@@ -462,5 +421,6 @@ def test_clean_when_the_service_goes_away(tvctl, tree, fake_service):
 
 def test_a_copy_that_is_missing_is_told(tvctl, tree, fake_service):
     tvctl.installation.quarantine.mkdir()
-    fake_service(b"FAILED 0")
-    assert tvctl.run("clean", tree / ".top").output.endswith(": removed; there is no copy of it in the quarantine\n")
+    fake_service("FAILED 0")
+    result = tvctl.run("clean", tree / ".top")
+    assert result.output == f"{tree}/.top: removed; there is no copy of it in the quarantine\n"

@@ -8,6 +8,10 @@ from dataclasses import dataclass
 from harness import TIMEOUT
 
 
+# Root without what it may do beyond others: for `wrapper`.
+WITHOUT_PRIVILEGES = ["/usr/bin/setpriv", "--bounding-set=-all", "--inh-caps=-all"]
+
+
 @dataclass(frozen=True)
 class Result:
     """What came of one run. The texts may hold names that are no UTF-8, in Python's own escape."""

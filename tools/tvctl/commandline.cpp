@@ -11,6 +11,7 @@
 #include "tvctl/commands/reloadcommand.h"
 #include "tvctl/commands/scancommand.h"
 #include "tvctl/commands/session.h"
+#include "tvctl/commands/sweepcommand.h"
 #include "tvctl/commands/urlcommand.h"
 #include "tvctl/console/output.h"
 #include "tvctl/console/toolerror.h"
@@ -45,6 +46,7 @@ void addCommands(CLI::App& tool, Action& chosen)
     addExcludeCommand(tool, chosen);
     addIocCommand(tool, chosen);
     addScanCommand(tool, chosen);
+    addSweepCommand(tool, chosen);
     addUrlCommand(tool, chosen);
     addCleanCommand(tool, chosen);
     addReloadCommand(tool, chosen);

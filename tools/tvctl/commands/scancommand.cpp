@@ -2,14 +2,13 @@
 
 #include "common/filename.h"
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/filevisit.h"
 #include "tvctl/commands/scanreport.h"
-#include "tvctl/console/interruption.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/files/filecounter.h"
 #include "tvctl/files/treewalker.h"
 #include "tvctl/scanner/exclusions.h"
 #include "tvctl/scanner/filecleaner.h"
-#include "tvctl/scanner/filescanner.h"
 
 #include <CLI/CLI.hpp>
 
@@ -51,16 +50,14 @@ public:
     ScanRun(Session& session, const ScanOptions& options)
         : m_connection(session.service()),
           m_settings(readSettings(session)),
-          m_scanner(m_connection, m_settings.exclusions),
-          m_report(session.output())
+          m_report(session.output()),
+          m_visit(m_connection, m_settings.exclusions, m_report)
     {
-        m_connection.setInterruption(m_interruption.descriptor());
-        // Any large file takes that long; what is scanned is shown.
-        m_connection.setSlowNotice({});
         if (options.isCleaning) {
-            m_cleaner.emplace(m_connection, session.installation(), m_settings.isReportOnly);
+            m_visit.setCleaner(FileCleaner(m_connection, session.installation(), m_settings.isReportOnly));
         }
-        for (const QString& path : pathsOf(options.paths)) {
+        const QStringList paths = pathsOf(options.paths);
+        for (const QString& path : paths) {
             m_roots += FileName::toBytes(path);
         }
         if (session.output().showsProgress()) {
@@ -92,91 +89,25 @@ private:
     {
         TreeWalker walker(root, skipRule());
         while (walker.next()) {
-            if (m_interruption.isRequested()) {
-                return stop(QStringLiteral("interrupted"));
+            if (m_visit.isInterrupted()) {
+                return false;
             }
-            const QString path = FileName::toText(walker.path());
-            m_report.proceed(path, m_counter ? m_counter->total() : 0);
-            switch (walker.kind()) {
-            case TreeWalker::Kind::File:
-                if (!scanFile(walker, path)) {
-                    return stop(m_connection.problem());
+            m_report.proceed(FileName::toText(walker.path()), m_counter ? m_counter->total() : 0);
+            if (walker.kind() == TreeWalker::Kind::File) {
+                if (m_visit.scan(walker) == FileVisit::Outcome::NoService) {
+                    return false;
                 }
-                break;
-            case TreeWalker::Kind::Unreadable:
-                m_report.unreadable(path, qt_error_string(walker.error()));
-                break;
-            case TreeWalker::Kind::Skipped:
-                m_report.skipped();
-                if (walker.path() == root) {
-                    m_report.note(QStringLiteral("%1 is excluded").arg(path));
-                }
-                break;
-            case TreeWalker::Kind::Other:
-                passOver(walker, path, root);
-                break;
-            case TreeWalker::Kind::Directory:
-                break;
+            } else if (walker.kind() != TreeWalker::Kind::Directory) {
+                m_visit.pass(walker, root);
             }
         }
         return true;
     }
 
-    bool stop(const QString& reason)
-    {
-        m_report.stopped(reason);
-        return false;
-    }
-
-    /// False when the service is no longer there.
-    bool scanFile(const TreeWalker& walker, const QString& path)
-    {
-        using Kind = FileScanner::Result::Kind;
-        const FileScanner::Result result = m_scanner.scan(walker);
-        switch (result.kind) {
-        case Kind::Clean:
-            m_report.scanned();
-            return true;
-        case Kind::Infected:
-            m_report.scanned();
-            return detected(path, result.virusName);
-        case Kind::Failed:
-            m_report.failed(path, result.problem);
-            return true;
-        case Kind::Gone:
-            return true;
-        default:
-            return false;
-        }
-    }
-
-    bool detected(const QString& path, const QString& virusName)
-    {
-        std::optional<FileCleaner::Result> cleaned;
-        if (m_cleaner) {
-            cleaned = m_cleaner->clean(path);
-        }
-        m_report.detected(path, virusName, cleaned);
-        return !cleaned || cleaned->kind != FileCleaner::Result::Kind::NoService;
-    }
-
-    void passOver(const TreeWalker& walker, const QString& path, const QByteArray& root)
-    {
-        if (walker.path() != root) {
-            m_report.passedOver();
-            return;
-        }
-        m_report.failed(path, S_ISLNK(walker.status().st_mode)
-                                  ? QStringLiteral("it is a symbolic link, which is not followed")
-                                  : QStringLiteral("it is neither a file nor a folder"));
-    }
-
     ServiceConnection& m_connection;
     const KnownSettings m_settings;
-    FileScanner m_scanner;
-    std::optional<FileCleaner> m_cleaner;
-    const Interruption m_interruption;
     ScanReport m_report;
+    FileVisit m_visit;
     QVector<QByteArray> m_roots;
     std::unique_ptr<FileCounter> m_counter;
 };

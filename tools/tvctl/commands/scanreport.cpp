@@ -23,7 +23,12 @@ ScanReport::ScanReport(Output& output)
 
 void ScanReport::proceed(const QString& path, qint64 total)
 {
-    m_progress.update(m_scanned, total, path);
+    m_progress.update(m_lookedAt.value_or(m_scanned), total, path);
+}
+
+void ScanReport::lookedAt()
+{
+    m_lookedAt = m_lookedAt.value_or(0) + 1;
 }
 
 void ScanReport::scanned()
@@ -107,6 +112,9 @@ ExitCode ScanReport::finish(const QJsonObject& more)
     QJsonObject document = more;
     document.insert(QStringLiteral("detections"), m_detections);
     document.insert(QStringLiteral("errors"), m_errors);
+    if (m_lookedAt) {
+        document.insert(QStringLiteral("looked_at"), *m_lookedAt);
+    }
     document.insert(QStringLiteral("files"), m_scanned);
     document.insert(QStringLiteral("infected"), m_infected);
     document.insert(QStringLiteral("removed"), m_removed);
@@ -147,6 +155,9 @@ QStringList ScanReport::summary(double seconds) const
         {QStringLiteral("time:"),
          QStringLiteral("%1 s, %2 files/s").arg(seconds, 0, 'f', 1).arg(number(static_cast<qint64>(rate)))},
     };
+    if (m_lookedAt) {
+        rows.prepend({QStringLiteral("files looked at:"), number(*m_lookedAt)});
+    }
     return QStringList{QString()} + alignColumns(rows);
 }
 

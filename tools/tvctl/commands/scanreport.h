@@ -23,6 +23,8 @@ public:
     /// `path` is what is looked at now; `total` 0 when nobody knows how many there are.
     void proceed(const QString& path, qint64 total);
 
+    /// One more file was looked at, which not all are scanned of; to be called for all or none.
+    void lookedAt();
     /// One more file was scanned.
     void scanned();
     /// With `cleaned` when it was to be removed.
@@ -41,10 +43,6 @@ public:
     /// The scan ends here, because of `reason`.
     void stopped(const QString& reason);
 
-    qint64 scannedFiles() const
-    {
-        return m_scanned;
-    }
     /// For what else is to be said meanwhile.
     void note(const QString& text);
 
@@ -59,6 +57,7 @@ private:
     Output& m_output;
     Progress m_progress;
     QElapsedTimer m_elapsed;
+    std::optional<qint64> m_lookedAt;
     qint64 m_scanned = 0;
     qint64 m_infected = 0;
     qint64 m_removed = 0;

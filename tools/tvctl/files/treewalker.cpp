@@ -58,6 +58,13 @@ void TreeWalker::resumeBehind(const QByteArray& path)
     m_levels.front().isResumed = true;
 }
 
+void TreeWalker::restartDirectory()
+{
+    m_resume.clear();
+    m_levels.back().next = 0;
+    m_levels.back().isResumed = false;
+}
+
 bool TreeWalker::next()
 {
     while (!m_levels.empty()) {

@@ -53,6 +53,9 @@ public:
     /// To be called before the first `next`.
     void resumeBehind(const QByteArray& path);
 
+    /// Right behind a Directory: all of it comes, wherever the walk was resumed.
+    void restartDirectory();
+
     /// Goes on to the next object. False when there is none: the functions below then tell nothing.
     bool next();
 

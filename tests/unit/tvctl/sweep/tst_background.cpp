@@ -1,0 +1,27 @@
+#include "tvctl/sweep/background.h"
+
+#include <QTest>
+
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+class TestBackground : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void standsBackForAll();
+};
+
+void TestBackground::standsBackForAll()
+{
+    goToBackground();
+    QCOMPARE(::getpriority(PRIO_PROCESS, 0), 19);
+    QCOMPARE(::sched_getscheduler(0), SCHED_BATCH);
+    QCOMPARE(::syscall(SYS_ioprio_get, 1, 0) >> 13, 3L);
+}
+
+QTEST_GUILESS_MAIN(TestBackground)
+#include "tst_background.moc"

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "tvctl/commands/scanreport.h"
+#include "tvctl/console/interruption.h"
+#include "tvctl/files/treewalker.h"
+#include "tvctl/scanner/exclusions.h"
+#include "tvctl/scanner/filecleaner.h"
+#include "tvctl/scanner/filescanner.h"
+
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+/// What `scan` and `sweep` do with each thing that they come by, told in a report.
+class FileVisit
+{
+public:
+    /// Both have to live as long; `connection` is open.
+    FileVisit(ServiceConnection& connection, const Exclusions& exclusions, ScanReport& report);
+
+    /// Infected files are removed as well.
+    void setCleaner(const FileCleaner& cleaner)
+    {
+        m_cleaner.emplace(cleaner);
+    }
+    /// Whom to tell of each infected file.
+    using Listener =
+        std::function<void(const QString& path, const QString& virusName, FileCleaner::Result::Kind)>;
+    void setListener(Listener listener)
+    {
+        m_listener = std::move(listener);
+    }
+
+    /// Somebody wants to end, which is told.
+    bool isInterrupted();
+
+    enum class Outcome
+    {
+        Done,
+        /// It was not scanned, or is infected and could not be removed.
+        NotDone,
+        /// The service is gone, which is told.
+        NoService
+    };
+    /// Scans the File at which `walker` stands.
+    Outcome scan(const TreeWalker& walker);
+
+    /// Tells of what `walker` stands at, and is no File and no Directory. `root` is the one that was asked
+    /// for.
+    void pass(const TreeWalker& walker, const QByteArray& root);
+
+private:
+    Outcome detected(const QString& path, const QString& virusName);
+
+    ServiceConnection& m_connection;
+    FileScanner m_scanner;
+    ScanReport& m_report;
+    const Interruption m_interruption;
+    std::optional<FileCleaner> m_cleaner;
+    Listener m_listener;
+};

@@ -1,0 +1,213 @@
+#include "tvctl/sweep/sweep.h"
+
+#include "tvctl/files/filesystems.h"
+
+#include <QCryptographicHash>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace
+{
+constexpr qint64 keepEveryMs = 2000;
+
+constexpr const char* stateEnding = ".state";
+constexpr const char* journalEnding = ".progress";
+
+/// In one order, so that the same roots are the same sweep.
+QVector<QByteArray> sortedOnce(QVector<QByteArray> roots)
+{
+    std::sort(roots.begin(), roots.end());
+    roots.erase(std::unique(roots.begin(), roots.end()), roots.end());
+    return roots;
+}
+
+QByteArray nameFor(const QVector<QByteArray>& roots)
+{
+    constexpr int digits = 16;
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    for (const QByteArray& root : roots) {
+        // With the zero byte behind it, which is in no path.
+        hash.addData(root.constData(), root.size() + 1);
+    }
+    return "tvsweep-" + hash.result().toHex().left(digits);
+}
+
+qint64 changeTimeMs(const struct stat& status)
+{
+    constexpr qint64 msecsPerSecond = 1000;
+    constexpr qint64 nsecsPerMsec = 1000000;
+    return status.st_ctim.tv_sec * msecsPerSecond + status.st_ctim.tv_nsec / nsecsPerMsec;
+}
+
+bool isBelow(const QByteArray& path, const QByteArray& directory)
+{
+    return !directory.isEmpty() && path.size() > directory.size() && path.startsWith(directory) &&
+           (directory == "/" || path.at(directory.size()) == '/');
+}
+} // namespace
+
+Sweep::Sweep(const StateDirectory& directory, const QVector<QByteArray>& roots, bool isFull,
+             const TreeWalker::SkipRule& isSkipped, const SweepTime& now)
+    : m_directory(directory),
+      m_roots(sortedOnce(roots)),
+      m_isSkipped(isSkipped),
+      m_name(nameFor(m_roots))
+{
+    const QByteArray state = m_directory.read(m_name + stateEnding);
+    m_last = decodeState(state);
+    m_isStateDamaged = !state.isEmpty() && !m_last;
+    const auto since = m_last && !isFull ? changedSince(m_last->begun, now) : std::nullopt;
+    m_begin = {now, !since};
+    resume(isFull);
+    if (!m_begin.isFull) {
+        m_since = since;
+    }
+}
+
+void Sweep::resume(bool isFull)
+{
+    const auto journal = SweepJournal::decode(m_directory.read(m_name + journalEnding));
+    if (!journal || (isFull && !journal->begin.isFull) || !isBelowRoot(journal->done) ||
+        // It came to its end, and was killed before it could be removed.
+        (m_last && m_last->begun.msecsSinceEpoch == journal->begin.begun.msecsSinceEpoch)) {
+        return;
+    }
+    m_begin = {journal->begin.begun, journal->begin.isFull || m_begin.isFull};
+    m_journalSize = journal->size;
+    m_resume = journal->done;
+    m_done = journal->done;
+    m_seenBefore = Places(m_resume.directories);
+}
+
+bool Sweep::isBelowRoot(const SweepJournal::Step& step) const
+{
+    const QByteArray root = m_roots.value(step.root);
+    return !root.isEmpty() && (step.path == root || isBelow(step.path, root));
+}
+
+bool Sweep::run(Visitor& visitor)
+{
+    m_journal = m_directory.openForAppending(m_name + journalEnding, m_journalSize);
+    if (!m_journal.isValid()) {
+        tellNotKept(visitor, errno);
+    }
+    if (m_journalSize == 0) {
+        append(SweepJournal::encode(m_begin), visitor);
+    }
+    m_lastKept.start();
+    for (int root = m_resume.root; root < m_roots.size(); ++root) {
+        if (!walk(root, visitor)) {
+            keepProgress(visitor);
+            return false;
+        }
+    }
+    keepResult(visitor);
+    return true;
+}
+
+bool Sweep::walk(int root, Visitor& visitor)
+{
+    TreeWalker walker(m_roots.at(root), m_isSkipped);
+    m_isResuming = root == m_resume.root && !m_resume.path.isEmpty();
+    if (m_isResuming) {
+        walker.resumeBehind(m_resume.path);
+    }
+    m_new.clear();
+    while (walker.next()) {
+        if (visitor.isStopped(walker) || !visit(walker, visitor)) {
+            return false;
+        }
+        m_step.root = root;
+        m_step.path = walker.path();
+        if (m_lastKept.hasExpired(keepEveryMs)) {
+            keepProgress(visitor);
+        }
+    }
+    return true;
+}
+
+bool Sweep::visit(TreeWalker& walker, Visitor& visitor)
+{
+    switch (walker.kind()) {
+    case TreeWalker::Kind::Directory:
+        enter(walker);
+        return true;
+    case TreeWalker::Kind::File: {
+        const Visitor::Verdict verdict = isDue(walker) ? visitor.changed(walker) : Visitor::Verdict::Done;
+        if (verdict == Visitor::Verdict::Again) {
+            appendPlace(m_step.again, placeOf(walker.path()));
+        }
+        return verdict != Visitor::Verdict::Stop;
+    }
+    case TreeWalker::Kind::Unreadable:
+        appendPlace(m_step.again, placeOf(walker.path()));
+        visitor.passed(walker);
+        return true;
+    default:
+        visitor.passed(walker);
+        return true;
+    }
+}
+
+void Sweep::enter(TreeWalker& walker)
+{
+    const QByteArray& path = walker.path();
+    const Place place = placeOf(path, walker.status());
+    appendPlace(m_step.directories, place);
+    if (!isBelow(path, m_new)) {
+        m_new.clear();
+    }
+    if (m_new.isEmpty() && m_last &&
+        (!m_last->directories.contains(place) || m_last->again.contains(placeOf(path)))) {
+        m_new = path;
+    }
+    if (m_isResuming && isBelow(m_resume.path, path) && !m_seenBefore.contains(place)) {
+        // Not the directory in which the sweep was interrupted: in this one nothing is done.
+        walker.restartDirectory();
+    }
+}
+
+bool Sweep::isDue(const TreeWalker& walker) const
+{
+    return !m_since || isBelow(walker.path(), m_new) || changeTimeMs(walker.status()) >= *m_since ||
+           !FileSystems::keepsChangeTimes(walker.fileSystem()) ||
+           (!m_last->again.isEmpty() && m_last->again.contains(placeOf(walker.path())));
+}
+
+void Sweep::keepProgress(Visitor& visitor)
+{
+    if (!m_step.path.isEmpty()) {
+        append(SweepJournal::encode(m_step), visitor);
+        m_done.directories += m_step.directories;
+        m_done.again += m_step.again;
+        m_step = {};
+    }
+    m_lastKept.start();
+}
+
+void Sweep::keepResult(Visitor& visitor)
+{
+    const SweepState state = {m_begin.begun, Places(m_done.directories + m_step.directories),
+                              Places(m_done.again + m_step.again)};
+    if (m_directory.replace(m_name + stateEnding, encode(state))) {
+        m_directory.remove(m_name + journalEnding);
+    } else {
+        tellNotKept(visitor, errno);
+    }
+}
+
+void Sweep::append(const QByteArray& block, Visitor& visitor)
+{
+    if (!StateDirectory::write(m_journal, block)) {
+        tellNotKept(visitor, errno);
+    }
+}
+
+void Sweep::tellNotKept(Visitor& visitor, int error)
+{
+    if (!m_isNotKeptTold) {
+        m_isNotKeptTold = true;
+        visitor.notKept(qt_error_string(error));
+    }
+}

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "tvctl/files/treewalker.h"
+#include "tvctl/sweep/statedirectory.h"
+#include "tvctl/sweep/sweepjournal.h"
+#include "tvctl/sweep/sweepstate.h"
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QString>
+#include <QVector>
+
+#include <optional>
+
+/// Finds the files that may have changed since the last finished sweep of the same roots.
+///
+/// That is by their change time, which nobody can set but by the clock, and everything below a directory that
+/// was not at its place then: files keep their change times when a directory above them is moved. Where a
+/// file system has no change times that can be relied on, all files count as changed. Of an unchanged file
+/// nothing but its status is looked at.
+///
+/// A sweep that ends early goes on in the next one. It counts from its first beginning, so that whatever
+/// changed behind its back is due in the sweep after it. For one thread.
+class Sweep
+{
+public:
+    /// What somebody does with what the sweep comes by.
+    class Visitor
+    {
+    public:
+        enum class Verdict
+        {
+            Done,
+            /// It is due again in the next sweep.
+            Again,
+            /// The sweep ends here and has not done this one.
+            Stop
+        };
+
+        virtual ~Visitor() = default;
+
+        /// Called in front of each object; true ends the sweep.
+        virtual bool isStopped(const TreeWalker& walker) = 0;
+        /// A file that may have changed.
+        virtual Verdict changed(const TreeWalker& walker) = 0;
+        /// Anything else but directories and files that are unchanged.
+        virtual void passed(const TreeWalker& walker) = 0;
+        /// The state cannot be kept, which is no reason to end.
+        virtual void notKept(const QString& problem) = 0;
+    };
+
+    /// `directory` has to live as long; the caller holds its lock. With `isFull` everything counts as
+    /// changed.
+    Sweep(const StateDirectory& directory, const QVector<QByteArray>& roots, bool isFull,
+          const TreeWalker::SkipRule& isSkipped, const SweepTime& now = SweepTime::now());
+
+    /// Everything counts as changed.
+    bool isFull() const
+    {
+        return !m_since;
+    }
+    /// From which change time on a file counts as changed, in ms since the epoch; nothing when isFull.
+    std::optional<qint64> since() const
+    {
+        return m_since;
+    }
+    /// It goes on behind this path; empty when it is not one that was interrupted.
+    const QByteArray& resumedBehind() const
+    {
+        return m_resume.path;
+    }
+    /// There is a state, but it makes no sense.
+    bool isStateDamaged() const
+    {
+        return m_isStateDamaged;
+    }
+
+    /// True when it came to its end; the state is then that of the next sweep.
+    bool run(Visitor& visitor);
+
+private:
+    void resume(bool isFull);
+    bool isBelowRoot(const SweepJournal::Step& step) const;
+    bool walk(int root, Visitor& visitor);
+    bool visit(TreeWalker& walker, Visitor& visitor);
+    void enter(TreeWalker& walker);
+    bool isDue(const TreeWalker& walker) const;
+    void keepProgress(Visitor& visitor);
+    void keepResult(Visitor& visitor);
+    void append(const QByteArray& block, Visitor& visitor);
+    void tellNotKept(Visitor& visitor, int error);
+
+    const StateDirectory& m_directory;
+    const QVector<QByteArray> m_roots;
+    const TreeWalker::SkipRule m_isSkipped;
+    /// How the files of the state are called: each set of roots has its own.
+    const QByteArray m_name;
+
+    std::optional<SweepState> m_last;
+    bool m_isStateDamaged = false;
+    SweepJournal::Begin m_begin;
+    std::optional<qint64> m_since;
+    /// What the interrupted sweep had done, and of its journal what can be read.
+    SweepJournal::Step m_resume;
+    Places m_seenBefore;
+    int m_journalSize = 0;
+    bool m_isResuming = false;
+
+    UniqueFd m_journal;
+    bool m_isNotKeptTold = false;
+    QElapsedTimer m_lastKept;
+    /// What has been done since the journal was written last, and before.
+    SweepJournal::Step m_step;
+    SweepJournal::Step m_done;
+    /// Below this directory everything is due; empty when there is none.
+    QByteArray m_new;
+};
