@@ -34,7 +34,9 @@ Place placeOf(const QByteArray& path)
 Places::Places(const QByteArray& packed)
 {
     m_sorted.resize(static_cast<size_t>(packed.size()) / sizeof(Place));
-    std::memcpy(m_sorted.data(), packed.constData(), m_sorted.size() * sizeof(Place));
+    for (size_t i = 0; i < m_sorted.size(); ++i) {
+        std::memcpy(m_sorted[i].data(), packed.constData() + i * sizeof(Place), sizeof(Place));
+    }
     std::sort(m_sorted.begin(), m_sorted.end());
     m_sorted.erase(std::unique(m_sorted.begin(), m_sorted.end()), m_sorted.end());
 }
