@@ -1,7 +1,10 @@
 #include "unit/tvctl/hashlists/liveheap.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/allocator_interface.h>
+#include <cstddef>
+
+// Of the sanitizers' runtime; the compiler comes without the header that declares it.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 
 qint64 liveHeapSize()
 {
