@@ -81,7 +81,7 @@ def column(browser, number):
 # ------------------------------------------------------------------------------------------- what is on the page
 
 
-def test_the_service_and_its_report(tv, home, tvctl, show, browser):
+def test_the_service_and_its_report(tv, home, connect, show, browser):
     """From what really happened to what can be read."""
     unwatched = Unwatched()
     bad = unwatched.file(b"known to be bad, and by no signature")
@@ -90,11 +90,8 @@ def test_the_service_and_its_report(tv, home, tvctl, show, browser):
     wait_gone(unwatched.move_in(home / "a, b"))
     wait_gone(unwatched.move_in(home / "second"))
     tv.settle()
-    from commandclient import Client
-    client = Client("demo")
-    client.send(f"SCANIOC {bad}")
+    connect("demo").send(f"SCANIOC {bad}")
     wait_gone(bad)
-    client.reset()
     show()
     assert cards(browser) == {"all": 2, "cleaned": 2, "reported": 0, "failed": 0, "hash": 1}
     assert sorted(column(browser, 2)) == ["Cleaned", "Cleaned", "Renamed"]
@@ -273,6 +270,11 @@ def test_the_policy_lets_nothing_else_run(tv, files, show, browser):
     assert browser.run("document.title") == "Detection report"
     assert browser.run("getComputedStyle(document.getElementById('styled')).color") != "rgb(255, 0, 0)"
     assert len(browser.complaints()) >= 3
+    tried = {event["params"]["requestId"] for event in browser.events
+             if event["method"] == "Network.requestWillBeSent" and "x.invalid" in event["params"]["request"]["url"]}
+    refused = {event["params"]["requestId"] for event in browser.events
+               if event["method"] == "Network.loadingFailed" and event["params"].get("blockedReason") == "csp"}
+    assert tried <= refused
     assert column(browser, 4) == ["/home/u/x"], "its own script does run"
     browser.events.clear()
     browser.open(page)

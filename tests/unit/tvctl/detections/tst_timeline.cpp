@@ -71,13 +71,14 @@ void TestTimeline::putsEachIntoItsBar()
     QVERIFY(timeline.add(at(11, 17, 0), 0));
     QVERIFY(timeline.add(at(11, 17, 23, 59), 0));
     QVERIFY(timeline.add(at(11, 17, 5), 3));
+    QVERIFY(timeline.add(at(11, 18, 0), 2));
     QVERIFY(timeline.add(at(11, 20, 12), 4));
     QVERIFY(timeline.add(at(11, 21, 12, 30), 1));
     Timeline::Unit unit = Timeline::Unit::Hour;
     const QVector<Timeline::Bar> bars = timeline.bars(at(11, 17, 0), unit);
     QCOMPARE(bars.size(), 5);
     const Timeline::Counts expected[] = {
-        {2, 0, 0, 1, 0}, {}, {}, {0, 0, 0, 0, 1}, {0, 1, 0, 0, 0},
+        {2, 0, 0, 1, 0}, {0, 0, 1, 0, 0}, {}, {0, 0, 0, 0, 1}, {0, 1, 0, 0, 0},
     };
     for (int index = 0; index < bars.size(); ++index) {
         QVERIFY2(bars.at(index).counts == expected[index], qPrintable(bars.at(index).start));
