@@ -7,8 +7,11 @@
 #include "common/uniquefd.h"
 #include "tvctl/quarantine/quarantine.h"
 
+#include <QDateTime>
 #include <QList>
+#include <QLocale>
 #include <QRandomGenerator>
+#include <QThread>
 
 #include <cerrno>
 #include <optional>
@@ -22,6 +25,9 @@ namespace
 {
 constexpr mode_t passingMode = S_IRUSR | S_IWUSR;
 constexpr mode_t givenBackBits = S_IRWXU | S_IRWXG | S_IRWXO;
+/// That a file is found again, after it appeared and before its old copy is removed.
+constexpr int secondsUntilFound = 2;
+constexpr unsigned long pauseMs = 20;
 
 struct Target
 {
@@ -114,6 +120,28 @@ bool hasName(int file, const UniqueFd& directory, const QByteArray& name)
     return mine.st_ino == there.st_ino && mine.st_dev == there.st_dev;
 }
 
+bool hasNameOf(const QByteArray& copy, const QDateTime& time)
+{
+    return copy.startsWith(QLocale::c().toString(time, QStringLiteral("yyyy-MM-dd_hh-mm-ss_")).toLatin1());
+}
+
+/// Waits while a new copy of the file could get the name of this one. The service, finding the file again and
+/// the name taken, would remove it without making a copy, just before this one is removed as well.
+void letNamePass(const QByteArray& copy)
+{
+    bool isNear = true;
+    while (isNear) {
+        const QDateTime now = QDateTime::currentDateTime();
+        isNear = false;
+        for (int seconds = 0; seconds <= secondsUntilFound; ++seconds) {
+            isNear = isNear || hasNameOf(copy, now.addSecs(seconds));
+        }
+        if (isNear) {
+            QThread::msleep(pauseMs);
+        }
+    }
+}
+
 RestoreResult restoreInto(const UniqueFd& directory, const QByteArray& name, const UniqueFd& copy)
 {
     struct stat there = {};
@@ -167,6 +195,7 @@ RestoreResult restoreFromQuarantine(const Quarantine& quarantine, const QByteArr
     if (!directory.isValid()) {
         return failure(RestoreOutcome::NoDirectory, errno);
     }
+    letNamePass(name);
     RestoreResult result = restoreInto(directory, place->name, copy);
     if (result.isRestored() && !options.keepCopy) {
         result.error = quarantine.remove({name}).constFirst();

@@ -73,5 +73,6 @@ struct RestoreOptions
 /// copy is removed last. While it is written it has a passing name beginning with ".tvctl-" and ending in
 /// ".part", which the file monitor leaves alone; under its own it is detected at once, unless it is excluded.
 /// Killed in the middle it leaves the passing name behind, which hinders no later attempt.
+/// For a copy that was made just now it waits until the second is over that the copy is named after.
 RestoreResult restoreFromQuarantine(const Quarantine& quarantine, const QByteArray& name,
                                     const QByteArray& target, const RestoreOptions& options = {});

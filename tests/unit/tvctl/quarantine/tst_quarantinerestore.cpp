@@ -82,6 +82,7 @@ private Q_SLOTS:
     void dropsWhatTheDirectoryGrants();
     void isNobodyElsesWhileItIsWritten();
     void isDurableBeforeTheCopyGoes();
+    void appearsWhenItsNextCopyHasAnotherName();
 
     void takesTargets_data();
     void takesTargets();
@@ -342,6 +343,19 @@ void TestQuarantineRestore::isDurableBeforeTheCopyGoes()
     QCOMPARE(FakeFiles::calls, (QVector<QByteArray>{"openat create", "fsync file", "renameat2",
                                                     "fsync directory", "unlinkat", "fsync directory"}));
     QVERIFY(!isGoneTooEarly);
+}
+
+void TestQuarantineRestore::appearsWhenItsNextCopyHasAnotherName()
+{
+    const auto stamp = [](const QDateTime& time) {
+        return time.toString(QStringLiteral("yyyy-MM-dd_hh-mm-ss_")).toLatin1();
+    };
+    const QByteArray name =
+        stamp(QDateTime::currentDateTime().addSecs(1)) + "0123456789abcdef0123456789abcdef.tvq";
+    write("quarantine/" + name, "content");
+    const Quarantine quarantine(path("quarantine"));
+    QCOMPARE(restoreFromQuarantine(quarantine, name, path("home/file")).outcome, RestoreOutcome::Restored);
+    QVERIFY(name.left(20) < stamp(QDateTime::currentDateTime()));
 }
 
 void TestQuarantineRestore::takesTargets_data()
