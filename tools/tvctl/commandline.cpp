@@ -8,6 +8,7 @@
 #include "tvctl/commands/detectionscommand.h"
 #include "tvctl/commands/excludecommand.h"
 #include "tvctl/commands/ioccommand.h"
+#include "tvctl/commands/quarantinecommand.h"
 #include "tvctl/commands/reloadcommand.h"
 #include "tvctl/commands/scancommand.h"
 #include "tvctl/commands/session.h"
@@ -51,6 +52,7 @@ void addCommands(CLI::App& tool, Action& chosen)
     addCleanCommand(tool, chosen);
     addReloadCommand(tool, chosen);
     addDetectionsCommand(tool, chosen);
+    addQuarantineCommand(tool, chosen);
 }
 
 /// The whole path of the subcommand that was meant, for the advice to ask for its help.
@@ -103,7 +105,8 @@ ExitCode parseAndRun(int argc, char* argv[], Output& output)
     try {
         tool.parse(argc, argv);
     } catch (const CLI::ParseError& problem) {
-        output.setJson(options.isJson);
+        // The flag's variable is set only at the end of a parse that finds no fault.
+        output.setJson(tool.get_option("--json")->count() > 0);
         return explainUsage(tool, problem, output);
     }
     output.setJson(options.isJson);

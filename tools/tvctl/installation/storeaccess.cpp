@@ -25,11 +25,6 @@ void keepMessage(QtMsgType /*type*/, const QMessageLogContext& context, const QS
     }
 }
 
-QString privilegeHint()
-{
-    return ::geteuid() == 0 ? QString() : QStringLiteral("; run it as root: sudo tvctl ...");
-}
-
 /// The library makes a store that is missing, but not where there is no installation.
 void requireDirectory(const Installation& installation)
 {
@@ -42,12 +37,14 @@ void requireDirectory(const Installation& installation)
                 QStringLiteral("there is no %1: start tvfilemon once, or name its root with --root")
                     .arg(installation.settings()));
         }
-        throw ToolError(QStringLiteral("cannot reach %1: %2%3")
-                            .arg(installation.settings(), qt_error_string(error), privilegeHint()));
+        throw ToolError(
+            QStringLiteral("cannot reach %1: %2%3")
+                .arg(installation.settings(), qt_error_string(error), StoreAccess::privilegeHint()));
     }
     if (::access(directory.constData(), R_OK | X_OK) != 0) {
-        throw ToolError(QStringLiteral("cannot look into %1: %2%3")
-                            .arg(installation.settings(), qt_error_string(errno), privilegeHint()));
+        throw ToolError(
+            QStringLiteral("cannot look into %1: %2%3")
+                .arg(installation.settings(), qt_error_string(errno), StoreAccess::privilegeHint()));
     }
 }
 } // namespace
@@ -104,4 +101,9 @@ QString StoreAccess::notWritten(const QString& what)
     const QString reason = takeMessage();
     return QStringLiteral("%1 could not be stored, nothing was changed%2%3")
         .arg(what, reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason), privilegeHint());
+}
+
+QString StoreAccess::privilegeHint()
+{
+    return ::geteuid() == 0 ? QString() : QStringLiteral("; run it as root: sudo tvctl ...");
 }

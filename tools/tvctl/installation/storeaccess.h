@@ -32,4 +32,7 @@ QString notRead(const QString& what);
 
 /// The error for a change that could not be written.
 QString notWritten(const QString& what);
+
+/// The end of a message about what may have failed for lack of privileges; empty for root.
+QString privilegeHint();
 } // namespace StoreAccess
