@@ -419,7 +419,7 @@ def test_what_it_was_is_not_known(tv, tvctl, home, settings):
 
 
 def test_an_owner_that_cannot_be(tv, tvctl, home, settings):
-    name = put(tv, home / "file", original="mode=0666 uid=4711 gid=4711 mtime=1.000000000")
+    name = put(tv, home / "file", original="mode=0666 uid=4000000000 gid=4000000000 mtime=1.000000000")
     result = tvctl.run("quarantine", "restore", name, "--to", home / "file", "--keep")
     assert ("warning: it could not be given its owner back, so not its permissions either: owner 0, mode 0600"
             in result.errors)
