@@ -418,6 +418,15 @@ def test_what_it_was_is_not_known(tv, tvctl, home, settings):
     assert "warning: nobody knows whose the file was: it belongs to root alone, mode 0600" in result.errors
 
 
+def test_another_users_file(tv, tvctl, home, settings):
+    name = put(tv, home / "file", original="mode=6751 uid=1000 gid=1001 mtime=1700000000.123456789")
+    result = tvctl.run("quarantine", "restore", name, "--to", home / "file")
+    assert result.lines() == [f"restored: {home}/file (mode 0751, owner 1000, group 1001)"]
+    status = (home / "file").stat()
+    assert (status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)) == (1000, 1001, 0o751)
+    assert status.st_mtime_ns == CHANGED
+
+
 def test_an_owner_that_cannot_be(tv, tvctl, home, settings):
     name = put(tv, home / "file", original="mode=0666 uid=4000000000 gid=4000000000 mtime=1.000000000")
     result = tvctl.run("quarantine", "restore", name, "--to", home / "file", "--keep")
