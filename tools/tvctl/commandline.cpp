@@ -6,12 +6,15 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/configcommand.h"
 #include "tvctl/commands/detectionscommand.h"
+#include "tvctl/commands/doctorcommand.h"
 #include "tvctl/commands/excludecommand.h"
 #include "tvctl/commands/ioccommand.h"
 #include "tvctl/commands/quarantinecommand.h"
 #include "tvctl/commands/reloadcommand.h"
 #include "tvctl/commands/scancommand.h"
+#include "tvctl/commands/selftestcommand.h"
 #include "tvctl/commands/session.h"
+#include "tvctl/commands/statuscommand.h"
 #include "tvctl/commands/sweepcommand.h"
 #include "tvctl/commands/urlcommand.h"
 #include "tvctl/console/output.h"
@@ -43,6 +46,9 @@ void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
 void addCommands(CLI::App& tool, Action& chosen)
 {
     tool.require_subcommand(1);
+    addStatusCommand(tool, chosen);
+    addDoctorCommand(tool, chosen);
+    addSelftestCommand(tool, chosen);
     addConfigCommand(tool, chosen);
     addExcludeCommand(tool, chosen);
     addIocCommand(tool, chosen);

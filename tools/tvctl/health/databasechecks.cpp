@@ -1,0 +1,112 @@
+#include "tvctl/health/databasechecks.h"
+
+#include "tvctl/client/servicereply.h"
+#include "tvctl/console/timetext.h"
+
+#include <QStringList>
+
+namespace
+{
+constexpr qint64 daySeconds = 24LL * 60 * 60;
+
+QString getNew()
+{
+    return QStringLiteral("get new ones with freshclam, then tvctl reload db");
+}
+} // namespace
+
+Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& directory)
+{
+    const QString name = QStringLiteral("databases");
+    if (!files.problem.isEmpty()) {
+        return Finding::failed(name, QStringLiteral("%1: %2").arg(directory, files.problem),
+                               QStringLiteral("mend the directory, then tvctl reload db"));
+    }
+    for (const SignatureFile& file : files.loaded) {
+        if (!file.problem.isEmpty()) {
+            return Finding::failed(
+                name,
+                QStringLiteral("%1: %2, which keeps all signatures from being loaded")
+                    .arg(file.name, file.problem),
+                QStringLiteral("remove it, or get it anew with freshclam; then tvctl reload db"));
+        }
+    }
+    if (files.loaded.isEmpty()) {
+        const QString others = files.ignored.isEmpty()
+                                   ? QString()
+                                   : QStringLiteral("; %1 is of a kind that the service does not load")
+                                         .arg(files.ignored.first());
+        return Finding::failed(name, QStringLiteral("there is no *.cvd in %1%2").arg(directory, others),
+                               getNew());
+    }
+    if (!files.ignored.isEmpty()) {
+        return Finding::warning(
+            name,
+            QStringLiteral("the service does not load %1").arg(files.ignored.join(QStringLiteral(", "))),
+            QStringLiteral("it loads *.cvd alone: set \"ScriptedUpdates no\" in freshclam.conf, remove "
+                           "these files, and get new ones"));
+    }
+    QStringList names;
+    for (const SignatureFile& file : files.loaded) {
+        names += QStringLiteral("%1 (version %2)").arg(file.name).arg(file.header ? file.header->version : 0);
+    }
+    return Finding::ok(name, names.join(QStringLiteral(", ")));
+}
+
+Finding DatabaseChecks::lastLoad(const LoadOutcome& load, const QString& logFile)
+{
+    const QString name = QStringLiteral("last_load");
+    switch (load.result) {
+    case LoadOutcome::Result::Loaded:
+        return Finding::ok(
+            name, QStringLiteral("the log says that it succeeded at %1").arg(TimeText::format(load.time)));
+    case LoadOutcome::Result::Failed:
+        return Finding::failed(
+            name,
+            load.file.isEmpty()
+                ? QStringLiteral("the log says that it failed at %1").arg(TimeText::format(load.time))
+                : QStringLiteral("the log says that %1 could not be loaded at %2: %3")
+                      .arg(load.file, TimeText::format(load.time),
+                           ServiceReply::scanErrorText(load.errorCode)),
+            QStringLiteral("mend the signature files, then tvctl reload db"));
+    case LoadOutcome::Result::Starting:
+    case LoadOutcome::Result::Loading:
+        return Finding::warning(name, QStringLiteral("the log does not say yet what came of it"),
+                                QStringLiteral("wait a minute, then look again"));
+    default:
+        return Finding::warning(name, QStringLiteral("the log does not tell: %1").arg(logFile),
+                                QStringLiteral("load them again: tvctl reload db"));
+    }
+}
+
+Finding DatabaseChecks::freshness(const SignatureFiles& files, const QDateTime& now)
+{
+    const QString name = QStringLiteral("signature_age");
+    const SignatureFile* file = files.freshest();
+    if (file == nullptr) {
+        return Finding::warning(name, QStringLiteral("there is nothing that says its age"), getNew());
+    }
+    const qint64 days = ageInDays(file->header->built, now);
+    const QString seen = QStringLiteral("%1 is %2 days old").arg(file->name).arg(days);
+    return days > maxAgeDays ? Finding::warning(name, seen, getNew()) : Finding::ok(name, seen);
+}
+
+Finding DatabaseChecks::clock(const SignatureFiles& files, const QDateTime& now)
+{
+    const QString name = QStringLiteral("clock");
+    for (const SignatureFile& file : files.loaded) {
+        // Less than a day may be the clock of who made it.
+        if (file.header && file.header->built.isValid() && now.secsTo(file.header->built) > daySeconds) {
+            return Finding::warning(name,
+                                    QStringLiteral("%1 was made at %2, which lies ahead")
+                                        .arg(file.name, TimeText::format(file.header->built)),
+                                    QStringLiteral("set the clock: timedatectl set-ntp true"));
+        }
+    }
+    return Finding::ok(name, TimeText::format(now));
+}
+
+qint64 DatabaseChecks::ageInDays(const QDateTime& built, const QDateTime& now)
+{
+    return qMax<qint64>(0, built.secsTo(now)) / daySeconds;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tvctl/health/finding.h"
+#include "tvctl/health/loadoutcome.h"
+#include "tvctl/health/signaturefiles.h"
+
+#include <QDateTime>
+#include <QString>
+
+/// Checks of the signature databases. Pure.
+namespace DatabaseChecks
+{
+/// Signatures that are older than this do not know what is going round.
+constexpr int maxAgeDays = 7;
+
+/// They are there and look as they should.
+Finding databases(const SignatureFiles& files, const QString& directory);
+
+/// The service could load them the last time, as far as its log tells.
+Finding lastLoad(const LoadOutcome& load, const QString& logFile);
+
+/// They are young enough.
+Finding freshness(const SignatureFiles& files, const QDateTime& now);
+
+/// None of them comes from the future.
+Finding clock(const SignatureFiles& files, const QDateTime& now);
+
+/// Whole days from `built` to `now`.
+qint64 ageInDays(const QDateTime& built, const QDateTime& now);
+} // namespace DatabaseChecks

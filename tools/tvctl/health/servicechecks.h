@@ -1,0 +1,28 @@
+#pragma once
+
+#include "tvctl/health/finding.h"
+#include "tvctl/health/networkexposure.h"
+#include "tvctl/health/servicefacts.h"
+#include "tvctl/installation/installation.h"
+
+#include <QString>
+#include <QStringList>
+
+/// Checks of the running service. Pure: they judge the facts that they are given.
+namespace ServiceChecks
+{
+/// It runs, once, and answers.
+Finding service(const ServiceFacts& facts);
+
+/// Nobody else listens on its port. `isRoot`: whether one may see who does.
+Finding portOwner(const ServiceFacts& facts, const Installation& installation, bool isRoot);
+
+/// Its engine recognises the test pattern.
+Finding engine(const ServiceFacts& facts, const QString& logFile);
+
+/// Only programs of this machine reach its port: whoever does may have it delete files.
+Finding portExposure(const ServiceFacts& facts, const QStringList& interfaces, const FirewallView& firewall);
+
+/// It watches every directory that it should.
+Finding watches(const ServiceFacts& service, const WatchFacts& facts);
+} // namespace ServiceChecks
