@@ -30,6 +30,9 @@ const char* stateOf(const ServiceFacts& service)
     if (service.probe.answers()) {
         return "running";
     }
+    if (service.isBarred()) {
+        return "barred";
+    }
     if (service.isLoading()) {
         return "loading";
     }
@@ -44,6 +47,8 @@ QString serviceText(const ServiceFacts& service)
     QString text;
     if (service.probe.answers()) {
         text = QStringLiteral("running, answers");
+    } else if (service.isBarred()) {
+        text = QStringLiteral("there, but only root may ask it");
     } else if (service.isLoading()) {
         text = QStringLiteral("loading its signatures");
     } else {

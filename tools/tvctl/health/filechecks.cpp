@@ -189,9 +189,13 @@ Finding SystemChecks::log(const DirectoryFacts& directory, const DirectoryFacts&
     if (directory.error == EACCES || (directory.exists() && !isRoot)) {
         return Finding::notChecked(name);
     }
+    if (directory.error == ENOENT) {
+        return Finding::warning(name, QStringLiteral("there is none yet: the service makes it"),
+                                QStringLiteral("systemctl start tvfilemon"));
+    }
     if (!directory.exists() || !directory.isDirectory) {
-        return Finding::failed(name, QStringLiteral("there is no directory %1").arg(directory.path),
-                               QStringLiteral("mkdir -m 0755 '%1'").arg(directory.path));
+        return Finding::failed(name, QStringLiteral("%1 is no directory").arg(directory.path),
+                               QStringLiteral("mend it: ls -ld '%1'").arg(directory.path));
     }
     const DirectoryFacts& last = file.exists() ? file : directory;
     if (directory.isReadOnly || !last.isWritable || (file.exists() && file.isDirectory)) {

@@ -135,10 +135,16 @@ Chains chainsOf(const QJsonArray& elements)
     return chains;
 }
 
+/// What stands in front of the name in the place of each chain of the same table.
+QString tableOf(const QString& chain)
+{
+    return chain.section(QLatin1Char(' '), 0, 1) + QLatin1Char(' ');
+}
+
 /// The rules that what comes in at `entrance` may meet.
 QVector<Rule> rulesBehind(const Chains& chains, const QString& entrance)
 {
-    const QString table = entrance.section(QLatin1Char(' '), 0, 1) + QLatin1Char(' ');
+    const QString table = tableOf(entrance);
     QVector<Rule> rules;
     QSet<QString> seen = {entrance};
     QStringList waiting = {entrance};
@@ -181,7 +187,9 @@ FirewallView judgeRuleset(const QByteArray& ruleset, quint16 port)
         }
         bool isLetIn = false;
         for (const Rule& rule : rulesBehind(chains, chain.key())) {
-            if (rule.isAbout(port) && rule.refuses) {
+            const bool leadsToRefusal = chains.contains(tableOf(chain.key()) + rule.target) &&
+                                        refusesTheRest(chains.value(tableOf(chain.key()) + rule.target));
+            if (rule.isAbout(port) && (rule.refuses || leadsToRefusal)) {
                 return {Verdict::Guarded, QStringLiteral("a firewall rule refuses port %1").arg(port)};
             }
             isLetIn = isLetIn || (rule.mayBeAbout(port) && rule.accepts);

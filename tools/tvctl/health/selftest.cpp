@@ -2,6 +2,7 @@
 
 #include "common/filename.h"
 #include "platform/tvcore/virusconfig.h"
+#include "tvctl/client/portowner.h"
 #include "tvctl/client/servicereply.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/health/inotifyuse.h"
@@ -12,7 +13,10 @@
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QFileInfo>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
 
 #include <poll.h>
 #include <pwd.h>
@@ -40,10 +44,31 @@ QString restart()
     return QStringLiteral("systemctl restart tvfilemon");
 }
 
+bool isListenedTo()
+{
+    const QVector<TcpSocket> sockets = tcpSockets();
+    return std::any_of(sockets.cbegin(), sockets.cend(), [](const TcpSocket& socket) {
+        return socket.localPort == ServiceConnection::port && socket.state == TcpSocket::Listen;
+    });
+}
+
+bool isDirectory(const QString& path)
+{
+    struct stat status = {};
+    return ::stat(FileName::toBytes(path).constData(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 bool isWritable(const QString& directory)
 {
-    return QFileInfo(directory).isDir() &&
-           ::access(FileName::toBytes(directory).constData(), W_OK | X_OK) == 0;
+    return isDirectory(directory) && ::access(FileName::toBytes(directory).constData(), W_OK | X_OK) == 0;
+}
+
+/// Without links; empty when there is nothing. Qt's own would lose bytes that are no UTF-8.
+QString realPathOf(const QString& path)
+{
+    const std::unique_ptr<char, decltype(&::free)> real(
+        ::realpath(FileName::toBytes(path).constData(), nullptr), &::free);
+    return real == nullptr ? QString() : FileName::toText(QByteArray(real.get()));
 }
 } // namespace
 
@@ -64,12 +89,12 @@ QString SelfTest::usualDirectory()
 
 QString SelfTest::watchedDirectory(const QString& directory)
 {
-    const QString real = QFileInfo(directory).canonicalFilePath();
-    if (real.isEmpty() || !QFileInfo(real).isDir()) {
+    const QString real = realPathOf(directory);
+    if (real.isEmpty() || !isDirectory(real)) {
         throw ToolError(QStringLiteral("%1 is no directory; name another with --directory").arg(directory));
     }
     for (const QString& root : WatchNeed::watchedRoots()) {
-        const QString realRoot = QFileInfo(root).canonicalFilePath();
+        const QString realRoot = realPathOf(root);
         if (!realRoot.isEmpty() && (real == realRoot || real.startsWith(realRoot + QLatin1Char('/')))) {
             return root + real.mid(realRoot.size());
         }
@@ -116,11 +141,13 @@ void SelfTest::connect()
     if (m_service.open(answerLimit)) {
         return;
     }
-    if (m_service.state() == State::Refused) {
+    // Whom the firewall does not let ask may still see what becomes of a file.
+    m_isBarred = m_service.state() == State::Refused && isListenedTo();
+    if (m_service.state() == State::Refused && !m_isBarred) {
         throw ToolError(m_service.problem() + QStringLiteral("; start it: systemctl start tvfilemon"));
     }
     // One that is busy may yet do its work.
-    if (m_service.state() != State::TimedOut) {
+    if (m_service.state() != State::TimedOut && !m_isBarred) {
         throw ToolError(m_service.problem() + QStringLiteral("; see what is wrong: tvctl doctor"));
     }
 }
@@ -210,6 +237,12 @@ void SelfTest::awaitRecord(const QString& name, SelfTestResult& result) const
 void SelfTest::explain(SelfTestResult& result)
 {
     result.fix = QStringLiteral("see what is wrong: tvctl doctor");
+    if (m_isBarred) {
+        result.outcome = Outcome::Unknown;
+        result.explanation = QStringLiteral("nothing happened to the file, and why, only root may ask");
+        result.fix = QStringLiteral("sudo tvctl selftest");
+        return;
+    }
     if (m_service.state() != State::Open && !m_service.open(answerLimit)) {
         result.explanation = m_service.problem();
         return;

@@ -58,6 +58,9 @@ Finding silentService(const ServiceFacts& facts)
 Finding ServiceChecks::service(const ServiceFacts& facts)
 {
     const QString name = QStringLiteral("service");
+    if (facts.isBarred()) {
+        return Finding::notChecked(name);
+    }
     if (!facts.probe.answers()) {
         return silentService(facts);
     }
@@ -126,6 +129,9 @@ Finding ServiceChecks::engine(const ServiceFacts& facts, const QString& logFile)
     using Result = EngineProbe::Result;
     const QString fix =
         QStringLiteral("mend the signature files, then tvctl reload db; the reason is in %1").arg(logFile);
+    if (facts.isBarred()) {
+        return Finding::notChecked(name);
+    }
     if (!facts.probe.answers()) {
         return Finding::failed(name, QStringLiteral("it could not be asked") + lastLoad(facts.load),
                                QStringLiteral("get the service to run first"));
@@ -168,11 +174,7 @@ Finding ServiceChecks::portExposure(const ServiceFacts& facts, const QStringList
     const QString seen = QStringLiteral("port %1 is open on %2; %3")
                              .arg(ServiceConnection::port)
                              .arg(interfaces.join(QStringLiteral(", ")), firewall.seen);
-    const QString fix =
-        QStringLiteral("nft add table inet tvfilemon; "
-                       "nft add chain inet tvfilemon input '{ type filter hook input priority 0; }'; "
-                       "nft add rule inet tvfilemon input iifname != lo tcp dport %1 drop")
-            .arg(ServiceConnection::port);
+    const QString fix = QStringLiteral("systemctl enable --now tvfilemon-firewall");
     return firewall.verdict == FirewallView::Verdict::Open ? Finding::failed(name, seen, fix)
                                                            : Finding::warning(name, seen, fix);
 }

@@ -40,6 +40,11 @@ bool ServiceFacts::isLoading() const
            (load.result == LoadOutcome::Result::Starting || load.result == LoadOutcome::Result::Loading);
 }
 
+bool ServiceFacts::isBarred() const
+{
+    return probe.state == ServiceConnection::State::Refused && !listeners.isEmpty();
+}
+
 WatchFacts WatchFacts::gather(const ServiceFacts& service, milliseconds limit)
 {
     WatchFacts facts;

@@ -24,6 +24,10 @@ struct ServiceFacts
     /// It has started, or was told to, and reads its signatures: until then it answers nobody.
     bool isLoading() const;
 
+    /// Somebody listens on its port and the connection was refused all the same: the firewall lets only root
+    /// and chosen users ask it.
+    bool isBarred() const;
+
     EngineProbe probe;
     LoadOutcome load;
     /// Those of the installation's program; more than one share the port between them.

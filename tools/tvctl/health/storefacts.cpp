@@ -1,6 +1,5 @@
 #include "tvctl/health/storefacts.h"
 
-#include "common/filename.h"
 #include "platform/tvcore/iocscanconfig.h"
 #include "platform/tvcore/protectionconfig.h"
 #include "platform/tvcore/scanconfig.h"
@@ -12,8 +11,6 @@
 #include <QDir>
 #include <QRegularExpression>
 
-#include <cerrno>
-
 #include <unistd.h>
 
 namespace
@@ -24,8 +21,6 @@ constexpr qint64 daySeconds = 24LL * 60 * 60;
 StoreFacts StoreFacts::read(const Installation& installation)
 {
     StoreFacts facts;
-    const QByteArray directory = FileName::toBytes(installation.settings());
-    facts.isHidden = ::geteuid() != 0 && ::access(directory.constData(), R_OK | X_OK) != 0 && errno == EACCES;
     try {
         StoreAccess::requireSettings(installation);
         const IOCScanConfig ioc;
@@ -46,6 +41,7 @@ StoreFacts StoreFacts::read(const Installation& installation)
     } catch (const ToolError& error) {
         facts.reportsProblem = error.message();
     }
+    facts.isHidden = ::geteuid() != 0 && !(facts.hasSettings() && facts.hasReports());
     // The database alone, not the log beside it.
     facts.damaged = QDir(installation.settings())
                         .entryList({QStringLiteral("*.db.corrupt-*")}, QDir::Files, QDir::Name)

@@ -33,9 +33,9 @@ QString reasonOfBlindness(const ServiceFacts& service, const SignatureFiles& fil
 void addReasons(Verdict& verdict, const ServiceFacts& service, const StoreFacts& stores,
                 const SignatureFiles& files, const WatchFacts& watches)
 {
-    if (!service.probe.answers()) {
+    if (!service.probe.answers() && !service.isBarred()) {
         verdict.reasons += reasonOfSilence(service);
-    } else if (!service.probe.detects()) {
+    } else if (service.probe.answers() && !service.probe.detects()) {
         verdict.reasons += reasonOfBlindness(service, files);
     }
     if (stores.hasSettings() && !stores.isRealtimeOn) {
@@ -105,10 +105,12 @@ Verdict judge(const ServiceFacts& service, const StoreFacts& stores, const Signa
     addReasons(verdict, service, stores, files, watches);
     if (!verdict.reasons.isEmpty()) {
         verdict.state = Verdict::State::NotProtected;
-    } else if (stores.hasSettings()) {
-        verdict.state = Verdict::State::Protected;
-    } else {
+    } else if (service.isBarred()) {
+        verdict.reasons += QStringLiteral("only root may ask tvfilemon: sudo tvctl status");
+    } else if (!stores.hasSettings()) {
         verdict.reasons += stores.settingsProblem;
+    } else {
+        verdict.state = Verdict::State::Protected;
     }
     addWarnings(verdict, service, stores, files, watches, now);
     return verdict;

@@ -110,6 +110,16 @@ void TestNetworkExposure::judges_data()
         {entrance("accept"), other, rule(jump), rule(port("8889") + "," + drop, "other")}, Verdict::Guarded);
     row("let in behind a jump",
         {entrance("drop"), other, rule(jump), rule(port("8889") + "," + accept, "other")}, Verdict::Open);
+    row("led to a refusal",
+        {entrance("accept"), other, rule(port("8889") + "," + jump),
+         rule(R"({"match": {"op": "==", "left": {"payload": {"protocol": "ip", "field": "saddr"}}, )"
+              R"("right": "@addresses"}},)" +
+                  accept,
+              "other"),
+         rule(counter + "," + drop, "other")},
+        Verdict::Guarded);
+    row("led to nothing", {entrance("accept"), other, rule(port("8889") + "," + jump)}, Verdict::Open);
+    row("led to where there is nothing", {entrance("drop"), rule(port("22") + "," + jump)}, Verdict::Guarded);
     row("a chain that nobody calls", {entrance("accept"), other, rule(port("8889") + "," + drop, "other")},
         Verdict::Open);
     row("a circle", {entrance("accept"), other, rule(jump), rule(jump, "other")}, Verdict::Open);

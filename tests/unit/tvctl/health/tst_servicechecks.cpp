@@ -110,12 +110,15 @@ void addServiceRows()
     row("service: starting", silent(State::TimedOut, Load::Starting), Result::Failed, "still loading",
         "wait");
     row("service: loading", silent(State::TimedOut, Load::Loading), Result::Failed, "still loading", "wait");
-    row("service: does not listen", silent(State::Refused, Load::Loading), Result::Failed, "a problem",
-        "restart");
+    row("service: does not listen",
+        changed(silent(State::Refused, Load::Loading), [](ServiceFacts& f) { f.listeners.clear(); }),
+        Result::Failed, "a problem", "restart");
     row("service: stopped",
         changed(silent(State::TimedOut, Load::Starting),
                 [](ServiceFacts& f) { f.processes.first().isStopped = true; }),
         Result::Failed, "was stopped", "kill -CONT 27");
+    row("service: not to be asked", changed(good(), [](ServiceFacts& f) { f.probe.state = State::Refused; }),
+        Result::Warning, "only root", "sudo");
     row("service: twice", changed(good(), [](ServiceFacts& f) { f.processes += process(28); }),
         Result::Warning, "2 times", "end all but one");
     row("service: outdated", changed(good(), [](ServiceFacts& f) { f.processes.first().isOutdated = true; }),
@@ -185,6 +188,8 @@ void addEngineRows()
     row("engine: does not work", answering(Scan::Failed, Load::Loaded), Result::Failed,
         "no temporary directory could be made", "reload db");
     row("engine: nonsense", answering(Scan::Unknown, Load::Loaded), Result::Failed, "no sense", "restart");
+    row("engine: not to be asked", changed(good(), [](ServiceFacts& f) { f.probe.state = State::Refused; }),
+        Result::Warning, "only root", "sudo");
     row("engine: silent", silent(State::TimedOut), Result::Failed, "could not be asked", "service");
 }
 
@@ -197,8 +202,9 @@ void addExposureRows()
         QTest::newRow(name) << finding << result << QString::fromLatin1(seen) << QString::fromLatin1(fix);
     };
     row("exposure: open", exposure(good(), network, Verdict::Open), Result::Failed,
-        "port 8889 is open on eth0 (192.0.2.1); rules", "iifname != lo tcp dport 8889 drop");
-    row("exposure: unknown", exposure(good(), network, Verdict::Unknown), Result::Warning, "eth0", "drop");
+        "port 8889 is open on eth0 (192.0.2.1); rules", "enable --now tvfilemon-firewall");
+    row("exposure: unknown", exposure(good(), network, Verdict::Unknown), Result::Warning, "eth0",
+        "firewall");
     row("exposure: guarded", exposure(good(), network, Verdict::Guarded), Result::Ok, "rules", "");
     row("exposure: no network", exposure(good(), {}, Verdict::Open), Result::Ok, "no network", "");
     row("exposure: down", exposure(down(), network, Verdict::Open), Result::Ok, "nobody", "");
@@ -209,7 +215,7 @@ void addExposureRows()
     row("exposure: one address",
         exposure(changed(good(), [](ServiceFacts& f) { f.listeners = {listenerOn(0xc0000201)}; }), network,
                  Verdict::Open),
-        Result::Failed, "eth0", "drop");
+        Result::Failed, "eth0", "firewall");
 }
 
 void addWatchRows()

@@ -192,7 +192,8 @@ void TestSystemChecks::log()
     });
     expect(log(directory(), file, true), Result::Ok, "/r/x");
     expect(log(directory(), missing(ENOENT), true), Result::Ok, "/r/x");
-    expect(log(missing(ENOENT), missing(ENOENT), true), Result::Failed, "no directory", "mkdir");
+    expect(log(missing(ENOENT), missing(ENOENT), true), Result::Warning, "none yet", "start");
+    expect(log(file, missing(ENOTDIR), true), Result::Failed, "is no directory", "ls -ld");
     expect(log(readOnly(), file, true), Result::Failed, "takes no lines");
     expect(log(unwritable(), missing(ENOENT), true), Result::Failed, "takes no lines");
     expect(log(directory(), lockedFile, true), Result::Failed, "takes no lines");
