@@ -29,7 +29,7 @@ bool includesPort(const QJsonValue& value, int port)
         return value.toInt() == port;
     }
     if (value.isArray()) {
-        for (const QJsonValue& element : value.toArray()) {
+        for (const auto& element : value.toArray()) {
             if (includesPort(element, port)) {
                 return true;
             }
