@@ -2,6 +2,7 @@
 
 #include "tvctl/commands/iocchangecommands.h"
 #include "tvctl/commands/ioclistcommand.h"
+#include "tvctl/commands/ioclookupcommands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -11,4 +12,5 @@ void addIocCommand(CLI::App& tool, Action& chosen)
     ioc->require_subcommand(1);
     addIocListCommand(*ioc, chosen);
     addIocChangeCommands(*ioc, chosen);
+    addIocLookupCommands(*ioc, chosen);
 }
