@@ -44,6 +44,11 @@ public:
     {
         return logs() + QStringLiteral("/tvfilemon.log");
     }
+    /// What tvfilemon-update wrote last; see UpdateStatus.
+    QString updateStatusFile() const
+    {
+        return m_root + QStringLiteral("/upd/status");
+    }
 
 private:
     QString m_root;
