@@ -11,7 +11,7 @@ from harness import Installation, Unwatched, fresh_directory, wait_until
 from tool import Tool
 from wellness import make_well, set_age, start
 
-NAMES = ["service", "port_owner", "engine", "port_exposure", "databases", "last_load", "signature_age", "clock",
+NAMES = ["service", "port_owner", "engine", "port_exposure", "databases", "last_load", "signature_age", "update", "clock",
          "protection", "scan_action", "stores", "sqlite_driver", "directories", "privacy", "quarantine",
          "disk_space", "engine_directory", "log", "watches", "watch_limit", "event_queue", "instance_limit"]
 GUARD = "bin/tvfilemon-firewall"

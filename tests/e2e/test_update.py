@@ -172,6 +172,7 @@ def test_a_newer_database_arrives_at_the_service(tv, tvctl, home, update, server
     server.serve(daily=NEW)
     status = update.run("updated", says="daily 6")
     assert status["succeeded"] == status["tried"]
+    assert tvctl.json("status", status=None)["last_update"]["result"] == "updated"
     assert update.databases() == NEW_SET
     assert detects(tv, tvctl)
     write_once(home / "worm", KLEZ_PATTERN)
@@ -303,6 +304,14 @@ def test_no_network_changes_nothing_and_is_told(tv, tvctl, update, server):
     assert status["succeeded"] == good["tried"]
     assert update.databases() == NEW_SET
     assert detects(tv, tvctl)
+    shown = next(line for line in tvctl.run("status", status=None).lines() if line.startswith("last update"))
+    assert "download-failed, 20" in shown and "Couldn't connect to server; last success: 20" in shown
+    document = tvctl.json("status", status=None)["last_update"]
+    assert (document["result"], document["message"]) == (status["result"], status["message"])
+    assert document["time"] == status["tried"].replace("Z", ".000Z")
+    assert document["last_success"] == good["tried"].replace("Z", ".000Z")
+    found = next(check for check in tvctl.json("doctor", status=None)["checks"] if check["name"] == "update")
+    assert found["result"] == "warning" and "systemctl start tvfilemon-update" in found["fix"]
 
 
 def test_no_name_server(tv, update):

@@ -42,6 +42,7 @@ ExitCode showStatus(Session& session)
     view.service = ServiceFacts::gather(installation, connection, serviceLimit);
     view.stores = StoreFacts::read(installation);
     view.files = readSignatureFiles(installation.databases());
+    view.update = UpdateStatus::read(installation.updateStatusFile());
     view.watches = WatchFacts::gather(view.service, walkLimit);
     measureQuarantine(view, installation.quarantine());
     view.verdict = judge(view.service, view.stores, view.files, view.watches, view.time);

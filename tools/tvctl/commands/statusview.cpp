@@ -122,6 +122,29 @@ QString fileText(const SignatureFile& file, const QDateTime& now)
     return text;
 }
 
+QString updateText(const UpdateStatus& update)
+{
+    QString text = printable(update.result) + QStringLiteral(", ") + TimeText::format(update.tried);
+    if (!update.isGood()) {
+        text += QStringLiteral(": %1; last success: %2")
+                    .arg(printable(update.message), update.succeeded.isValid()
+                                                        ? TimeText::format(update.succeeded)
+                                                        : QStringLiteral("never"));
+    }
+    return text;
+}
+
+QJsonValue updateDocument(const std::optional<UpdateStatus>& update)
+{
+    if (!update) {
+        return {};
+    }
+    return QJsonObject{{QStringLiteral("result"), update->result},
+                       {QStringLiteral("time"), JsonText::time(update->tried)},
+                       {QStringLiteral("last_success"), JsonText::time(update->succeeded)},
+                       {QStringLiteral("message"), update->message}};
+}
+
 QString watchesText(const WatchFacts& watches)
 {
     QString text = QStringLiteral("%1%2 needed")
@@ -190,6 +213,9 @@ QStringList StatusView::lines(const Output& output) const
         add("signatures", files.problem.isEmpty() ? QStringLiteral("none") : files.problem);
     }
     add("last load", loadText(service.load));
+    if (update) {
+        add("last update", updateText(*update));
+    }
     add("watches", watchesText(watches));
     add("detections", stores.hasReports()
                           ? QStringLiteral("%1 in the last 24 h").arg(counted(stores.detectionsOfLastDay))
@@ -252,6 +278,7 @@ QJsonObject StatusView::document() const
                      {QStringLiteral("sha256"), known(hasSettings, stores.sha256Hashes)}}},
         {QStringLiteral("signatures"), signatures},
         {QStringLiteral("last_load"), load},
+        {QStringLiteral("last_update"), updateDocument(update)},
         {QStringLiteral("watches"),
          QJsonObject{{QStringLiteral("needed"), watches.need.directories},
                      {QStringLiteral("counted_all"), watches.need.isComplete},

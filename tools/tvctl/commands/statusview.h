@@ -5,10 +5,13 @@
 #include "tvctl/health/signaturefiles.h"
 #include "tvctl/health/storefacts.h"
 #include "tvctl/health/verdict.h"
+#include "tvctl/installation/updatestatus.h"
 
 #include <QDateTime>
 #include <QJsonObject>
 #include <QStringList>
+
+#include <optional>
 
 /// All that `tvctl status` shows.
 struct StatusView
@@ -22,6 +25,8 @@ struct StatusView
     ServiceFacts service;
     StoreFacts stores;
     SignatureFiles files;
+    /// Of the signatures; nothing when there was none yet.
+    std::optional<UpdateStatus> update;
     WatchFacts watches;
     /// -1 when nobody may look into it.
     qint64 quarantineFiles = -1;

@@ -91,6 +91,26 @@ Finding DatabaseChecks::freshness(const SignatureFiles& files, const QDateTime& 
     return days > maxAgeDays ? Finding::warning(name, seen, getNew()) : Finding::ok(name, seen);
 }
 
+Finding DatabaseChecks::update(const std::optional<UpdateStatus>& status, const QDateTime& now)
+{
+    const QString name = QStringLiteral("update");
+    if (!status) {
+        return Finding::ok(name, QStringLiteral("tvfilemon-update has not been run yet"));
+    }
+    const QString seen =
+        QStringLiteral("%1 at %2: %3").arg(status->result, TimeText::format(status->tried), status->message);
+    if (!status->isGood()) {
+        return Finding::warning(name, seen,
+                                QStringLiteral("journalctl -u tvfilemon-update tells more; then "
+                                               "systemctl start tvfilemon-update"));
+    }
+    if (ageInDays(status->tried, now) > maxDaysWithoutUpdate) {
+        return Finding::warning(name, QStringLiteral("the last one was ") + seen,
+                                QStringLiteral("systemctl enable --now tvfilemon-update.timer"));
+    }
+    return Finding::ok(name, seen);
+}
+
 Finding DatabaseChecks::clock(const SignatureFiles& files, const QDateTime& now)
 {
     const QString name = QStringLiteral("clock");

@@ -109,6 +109,7 @@ Findings checkDatabases(const Installation& installation, const LoadOutcome& loa
     const QDateTime now = QDateTime::currentDateTimeUtc();
     return {DatabaseChecks::databases(files, installation.databases()),
             DatabaseChecks::lastLoad(load, installation.logFile()), DatabaseChecks::freshness(files, now),
+            DatabaseChecks::update(UpdateStatus::read(installation.updateStatusFile()), now),
             DatabaseChecks::clock(files, now)};
 }
 

@@ -14,6 +14,7 @@ private Q_SLOTS:
     void lastLoad();
     void freshness_data();
     void freshness();
+    void update();
     void clock();
 };
 
@@ -98,6 +99,23 @@ void TestDatabaseChecks::freshness()
     expect(DatabaseChecks::freshness(files, now), isOld ? Result::Warning : Result::Ok,
            qPrintable(QStringLiteral("daily.cvd is %1 days old").arg(days)));
     expect(DatabaseChecks::freshness({}, now), Result::Warning, "nothing that says its age");
+}
+
+void TestDatabaseChecks::update()
+{
+    const auto check = [](const char* result, int daysAgo) {
+        UpdateStatus status;
+        status.tried = now.addDays(-daysAgo);
+        status.result = QLatin1String(result);
+        status.message = QStringLiteral("why");
+        return DatabaseChecks::update(status, now);
+    };
+    expect(DatabaseChecks::update({}, now), Result::Ok, "has not been run yet");
+    expect(check("updated", 0), Result::Ok, ": why");
+    expect(check("current", 2), Result::Ok, "current at 20");
+    expect(check("current", 3), Result::Warning, "the last one was current");
+    expect(check("download-failed", 0), Result::Warning, "download-failed at 20");
+    expect(check("refused", 9), Result::Warning, "refused at 20");
 }
 
 void TestDatabaseChecks::clock()
