@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -23,6 +24,14 @@ namespace
 /// What the service reads and sends at once.
 constexpr int maxMessageBytes = 4096;
 constexpr milliseconds slowAfter(5000);
+/// At once; longer than what anybody waits for, and fits what poll takes.
+constexpr milliseconds longestWait(60 * 60 * 1000);
+
+/// Whether a program of `userId` is to be believed: root's, or one of whoever runs this.
+bool isTrusted(uint userId)
+{
+    return userId == 0 || userId == ::geteuid();
+}
 
 sockaddr_in serviceAddress()
 {
@@ -37,12 +46,14 @@ sockaddr_in serviceAddress()
 bool ServiceConnection::open(std::optional<milliseconds> timeout)
 {
     const Deadline deadline = deadlineAfter(timeout);
-    if (!connectToPort(deadline)) {
+    if (!connectToPort(deadline) || !checkListener()) {
         return false;
     }
     m_state = State::Open;
+    m_problem.clear();
     const auto reply = exchange(QByteArrayLiteral("MODULE tvctl"), deadline);
-    // Only now: the kernel knows no owner of a connection that nobody has accepted yet.
+    // Only now: the kernel knows no owner of a connection that nobody has accepted yet. And not the listener
+    // alone: it may have been another's a moment ago.
     return reply && checkPeer() &&
            (ServiceReply::isRegistered(*reply) ||
             fail(State::Broken, QStringLiteral("what answers on port %1 is not tvfilemon").arg(port)));
@@ -61,6 +72,9 @@ ServiceConnection::Deadline ServiceConnection::deadlineAfter(std::optional<milli
 bool ServiceConnection::connectToPort(const Deadline& deadline)
 {
     m_socket.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!m_socket.isValid()) {
+        return fail(State::Broken, QStringLiteral("cannot make a socket: %1").arg(qt_error_string(errno)));
+    }
     const sockaddr_in address = serviceAddress();
     int error = 0;
     if (::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
@@ -84,11 +98,20 @@ bool ServiceConnection::connectToPort(const Deadline& deadline)
 
 std::optional<QByteArray> ServiceConnection::exchange(const QByteArray& bytes, const Deadline& deadline)
 {
-    // One send, one receive: there is nothing else that tells where a message ends.
+    // One send, one receive: there is nothing else that tells where a message ends. What is there before
+    // anything was asked would be taken for the reply, and each reply for that of the next request.
+    char unasked = 0;
+    if (::recv(m_socket.get(), &unasked, 1, MSG_PEEK) > 0) {
+        fail(State::Broken, QStringLiteral("the service replies to what it was not asked"));
+        return std::nullopt;
+    }
     const ssize_t sent = TEMP_FAILURE_RETRY(
         ::send(m_socket.get(), bytes.constData(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL));
     if (sent != bytes.size()) {
-        fail(State::Broken, QStringLiteral("the service takes no requests: %1").arg(qt_error_string(errno)));
+        const int error = errno;
+        fail(State::Broken,
+             QStringLiteral("the service takes no requests: %1")
+                 .arg(sent < 0 ? qt_error_string(error) : QStringLiteral("only a part of one was sent")));
         return std::nullopt;
     }
     if (!waitFor(POLLIN, deadline)) {
@@ -108,32 +131,27 @@ std::optional<QByteArray> ServiceConnection::exchange(const QByteArray& bytes, c
 bool ServiceConnection::waitFor(short events, const Deadline& deadline)
 {
     const auto slow = steady_clock::now() + slowAfter;
-    bool isNoticed = !m_slowNotice;
     while (true) {
         const auto now = steady_clock::now();
         if (deadline && now >= *deadline) {
             return fail(State::TimedOut,
                         QStringLiteral("tvfilemon does not answer in time: it is busy or hangs"));
         }
-        if (!isNoticed && now >= slow) {
-            isNoticed = true;
-            m_slowNotice();
+        if (m_slowNotice && now >= slow) {
+            std::exchange(m_slowNotice, {})();
         }
-        auto next = steady_clock::time_point::max();
+        auto next = now + longestWait;
         if (deadline) {
-            next = *deadline;
+            next = std::min(next, *deadline);
         }
-        if (!isNoticed) {
+        if (m_slowNotice) {
             next = std::min(next, slow);
         }
-        int waitMs = -1;
-        if (next != steady_clock::time_point::max()) {
-            // One more, so that it does not spin through the last fraction.
-            waitMs = static_cast<int>(std::chrono::duration_cast<milliseconds>(next - now).count()) + 1;
-        }
+        // One more, so that it does not spin through the last fraction.
+        const auto wait = std::chrono::duration_cast<milliseconds>(next - now) + milliseconds(1);
         // A descriptor below zero is passed over.
         struct pollfd polled[] = {{m_socket.get(), events, 0}, {m_interruption, POLLIN, 0}};
-        const int ready = ::poll(polled, std::size(polled), waitMs);
+        const int ready = ::poll(polled, std::size(polled), static_cast<int>(wait.count()));
         if (ready > 0) {
             return polled[0].revents != 0 || fail(State::Interrupted, QStringLiteral("interrupted"));
         }
@@ -141,6 +159,17 @@ bool ServiceConnection::waitFor(short events, const Deadline& deadline)
             return fail(State::Broken, QStringLiteral("cannot wait: %1").arg(qt_error_string(errno)));
         }
     }
+}
+
+bool ServiceConnection::checkListener()
+{
+    for (const TcpSocket& socket : tcpSockets()) {
+        if (socket.state == TcpSocket::Listen && socket.localPort == port &&
+            (socket.localAddress == INADDR_ANY || socket.localAddress == INADDR_LOOPBACK)) {
+            return checkOwner(socket);
+        }
+    }
+    return fail(State::Untrusted, QStringLiteral("cannot tell whose program listens on port %1").arg(port));
 }
 
 bool ServiceConnection::checkPeer()
@@ -151,15 +180,21 @@ bool ServiceConnection::checkPeer()
     const quint16 ownPort = ntohs(own.sin_port);
     for (const TcpSocket& socket : tcpSockets()) {
         if (socket.localPort == port && socket.remotePort == ownPort &&
-            socket.localAddress == INADDR_LOOPBACK && socket.inode != 0) {
-            return socket.userId == 0 || socket.userId == ::geteuid() ||
-                   fail(State::Untrusted, QStringLiteral("port %1 is held by a program of user %2, "
-                                                         "which is not tvfilemon; it was not asked anything")
-                                              .arg(port)
-                                              .arg(socket.userId));
+            socket.localAddress == INADDR_LOOPBACK && socket.remoteAddress == INADDR_LOOPBACK &&
+            socket.inode != 0) {
+            return checkOwner(socket);
         }
     }
     return fail(State::Untrusted, QStringLiteral("cannot tell whose program holds port %1").arg(port));
+}
+
+bool ServiceConnection::checkOwner(const TcpSocket& socket)
+{
+    return isTrusted(socket.userId) ||
+           fail(State::Untrusted, QStringLiteral("port %1 is held by a program of user %2, which is not "
+                                                 "tvfilemon; it was not asked anything")
+                                      .arg(port)
+                                      .arg(socket.userId));
 }
 
 bool ServiceConnection::fail(State state, const QString& problem)

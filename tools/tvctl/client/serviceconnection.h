@@ -2,6 +2,7 @@
 
 #include "common/uniquefd.h"
 #include "tvctl/client/request.h"
+#include "tvctl/client/tcptable.h"
 
 #include <QByteArray>
 #include <QString>
@@ -54,7 +55,7 @@ public:
         return m_problem;
     }
 
-    /// What to call, once, when a wait becomes long enough for somebody to wonder.
+    /// What to call, once and never again, when a wait becomes long enough for somebody to wonder.
     void setSlowNotice(std::function<void()> notice)
     {
         m_slowNotice = std::move(notice);
@@ -73,7 +74,9 @@ private:
     bool connectToPort(const Deadline& deadline);
     std::optional<QByteArray> exchange(const QByteArray& bytes, const Deadline& deadline);
     bool waitFor(short events, const Deadline& deadline);
+    bool checkListener();
     bool checkPeer();
+    bool checkOwner(const TcpSocket& socket);
     bool fail(State state, const QString& problem);
 
     UniqueFd m_socket;

@@ -1,5 +1,7 @@
 #include "tvctl/client/servicereply.h"
 
+#include "common/filename.h"
+
 #include <QList>
 
 namespace
@@ -47,7 +49,7 @@ ServiceReply::Scan ServiceReply::scan(const QByteArray& reply)
         return {Scan::Result::Clean, {}, 0};
     }
     if (reply.startsWith(infected)) {
-        return {Scan::Result::Infected, QString::fromUtf8(reply.mid(infected.size())), 0};
+        return {Scan::Result::Infected, FileName::toText(reply.mid(infected.size())), 0};
     }
     bool isNumber = false;
     const int code = reply.startsWith(error) ? reply.mid(error.size()).toInt(&isNumber) : 0;
