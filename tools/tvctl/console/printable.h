@@ -4,7 +4,7 @@
 
 /// `text` as it may be shown in a terminal or a log: on one line, and without anything that steers a terminal
 /// or turns the direction of writing. Bytes that are no UTF-8 and control characters become "\xNN", what
-/// reorders or hides text "\uNNNN". A backslash stays as it is. Pure.
+/// reorders or hides text "\uNNNN" or "\UNNNNNNNN". A backslash stays as it is. Pure.
 ///
 /// Names of files and signatures are other people's: an escape sequence in one could repaint the screen, a
 /// line end could forge a line.

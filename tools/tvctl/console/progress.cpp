@@ -2,6 +2,7 @@
 
 #include "common/common.h"
 #include "tvctl/console/printable.h"
+#include "tvctl/console/textwidth.h"
 #include "tvctl/console/timetext.h"
 
 #include <QLocale>
@@ -18,6 +19,8 @@ constexpr qint64 drawIntervalMs = 100;
 constexpr int usualWidth = 80;
 /// Before that a rate says more about the start than about what is to come.
 constexpr qint64 settledMs = 1000;
+/// A thousand years; a slow start can promise more than a number holds.
+constexpr double longestSpan = 365.0 * 24 * 60 * 60 * 1000;
 
 int terminalWidth()
 {
@@ -36,15 +39,25 @@ QString amount(qint64 count, const QString& unit)
 /// The beginning of a path tells where it is, its end what it is.
 QString shortened(const QString& text, int width)
 {
-    if (text.size() <= width) {
+    if (TextWidth::of(text) <= width) {
         return text;
     }
     constexpr int shortest = 10;
     if (width < shortest) {
         return {};
     }
-    const int head = (width - 3) / 2;
-    return text.left(head) + QStringLiteral("...") + text.right(width - 3 - head);
+    const QString gap = QStringLiteral("...");
+    const int head = (width - gap.size()) / 2;
+    return TextWidth::left(text, head) + gap + TextWidth::right(text, width - gap.size() - head);
+}
+
+QString withoutSpacesAtEnd(const QString& text)
+{
+    int size = text.size();
+    while (size > 0 && text.at(size - 1) == QLatin1Char(' ')) {
+        --size;
+    }
+    return text.left(size);
 }
 } // namespace
 
@@ -53,23 +66,25 @@ QString progressText(qint64 done, qint64 total, const QString& unit, qint64 elap
 {
     QStringList parts;
     if (total > 0) {
-        parts << QStringLiteral("%1%").arg(qMin<qint64>(100, done * 100 / total), 3);
+        const double share = static_cast<double>(done) / static_cast<double>(total);
+        parts << QStringLiteral("%1%").arg(static_cast<int>(qBound(0.0, share, 1.0) * 100), 3);
     }
     parts << amount(done, unit);
     if (elapsedMs >= settledMs && done > 0) {
         const double perMs = static_cast<double>(done) / static_cast<double>(elapsedMs);
         parts << amount(static_cast<qint64>(perMs * 1000), unit) + QStringLiteral("/s");
         if (total > done) {
-            const double leftMs = static_cast<double>(total - done) / perMs;
-            parts << TimeText::formatSpan(static_cast<qint64>(leftMs / 1000)) + QStringLiteral(" left");
+            const double leftSeconds = static_cast<double>(total - done) / perMs / 1000;
+            parts << TimeText::formatSpan(static_cast<qint64>(qMin(leftSeconds, longestSpan))) +
+                         QStringLiteral(" left");
         }
     }
     QString text = parts.join(QStringLiteral("  "));
     if (!current.isEmpty()) {
         text += QStringLiteral("  ");
-        text += shortened(printable(current), width - text.size());
+        text += shortened(printable(current), width - TextWidth::of(text));
     }
-    return text.left(width).trimmed();
+    return withoutSpacesAtEnd(TextWidth::left(text, width));
 }
 
 Progress::Progress(bool isShown, const QString& unit) : m_isShown(isShown), m_unit(unit)

@@ -29,7 +29,7 @@ private:
     bool m_isDrawn = false;
 };
 
-/// The text of such a line, at most `width` characters: amount, share, rate, time left, then `current`,
-/// which is shortened in the middle. Pure.
+/// The text of such a line, at most `width` columns: share, amount, rate, time left, then `current`, which
+/// is shortened in the middle. Pure.
 QString progressText(qint64 done, qint64 total, const QString& unit, qint64 elapsedMs, const QString& current,
                      int width);
