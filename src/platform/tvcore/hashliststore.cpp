@@ -56,12 +56,13 @@ bool selectChunks(StoreConnection& connection, const QString& sql, const QVarian
     return isRead && (isSound || connection.refuse(QStringLiteral("a list of hashes is damaged")));
 }
 
-bool selectAll(StoreConnection& connection, int list, QVector<Chunk>& chunks)
+/// Calls `each` with one chunk of the list after the other.
+bool selectAll(StoreConnection& connection, int list, const std::function<void(const Chunk&)>& each)
 {
     return selectChunks(connection,
                         QStringLiteral("SELECT hashes, id FROM ioc_hash_chunk WHERE list = ? ORDER BY id"),
-                        {list}, [&chunks](const QSqlQuery& row, const QStringList& hashes) {
-                            chunks.append({row.value(1).toLongLong(), hashes});
+                        {list}, [&each](const QSqlQuery& row, const QStringList& hashes) {
+                            each({row.value(1).toLongLong(), hashes});
                         });
 }
 
@@ -162,21 +163,26 @@ int HashListStore::add(int list, const QStringList& hashes)
     if (!isList(list)) {
         return -1;
     }
+    const QStringList& last = m_last[static_cast<std::size_t>(list)];
     QStringList all;
     int oldCount = 0;
     const bool isStored = m_store.write(
-        [list, &hashes, &all, &oldCount](StoreConnection& connection) {
-            QVector<Chunk> chunks;
-            if (!markAsSet(connection, list) || !selectAll(connection, list, chunks)) {
-                return false;
-            }
+        [list, &hashes, &last, &all, &oldCount](StoreConnection& connection) {
             all.clear();
             QSet<QString> missing(hashes.cbegin(), hashes.cend());
-            for (const Chunk& chunk : qAsConst(chunks)) {
-                for (const QString& hash : chunk.hashes) {
-                    missing.remove(hash);
-                }
-                all += chunk.hashes;
+            Chunk lastChunk;
+            if (!markAsSet(connection, list) ||
+                !selectAll(connection, list, [&last, &all, &missing, &lastChunk](const Chunk& chunk) {
+                    for (const QString& hash : chunk.hashes) {
+                        missing.remove(hash);
+                        // What is in memory already is not kept a second time.
+                        const int position = all.size();
+                        all.append(position < last.size() && last.at(position) == hash ? last.at(position)
+                                                                                       : hash);
+                    }
+                    lastChunk = chunk;
+                })) {
+                return false;
             }
             oldCount = all.size();
             for (const QString& hash : hashes) {
@@ -184,13 +190,12 @@ int HashListStore::add(int list, const QStringList& hashes)
                     all.append(hash);
                 }
             }
-            if (all.size() == oldCount || chunks.isEmpty()) {
+            if (all.size() == oldCount || oldCount == 0) {
                 return insert(connection, list, pack(all.mid(oldCount)));
             }
             // The last chunk is filled up first: hashes that come one at a time must not get a row each.
-            const int firstMoved = oldCount - chunks.constLast().hashes.size();
-            return shrink(connection, chunks.constLast().id, {}) &&
-                   insert(connection, list, pack(all.mid(firstMoved)));
+            return shrink(connection, lastChunk.id, {}) &&
+                   insert(connection, list, pack(all.mid(oldCount - lastChunk.hashes.size())));
         },
         Store::Patience::Long);
     if (!isStored) {
@@ -211,7 +216,8 @@ int HashListStore::remove(int list, const QStringList& hashes)
     const bool isStored = m_store.write(
         [list, &unwanted, &left, &removed](StoreConnection& connection) {
             QVector<Chunk> chunks;
-            if (!markAsSet(connection, list) || !selectAll(connection, list, chunks)) {
+            if (!markAsSet(connection, list) ||
+                !selectAll(connection, list, [&chunks](const Chunk& chunk) { chunks.append(chunk); })) {
                 return false;
             }
             left.clear();
