@@ -65,5 +65,6 @@ class Tool:
 
     def start(self, *arguments, **options):
         """Starts it and returns the process."""
-        return subprocess.Popen(self.command(*arguments), env=self.environment(), stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+        options.setdefault("stdin", subprocess.DEVNULL)
+        return subprocess.Popen(self.command(*arguments), env=self.environment(), stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, **options)

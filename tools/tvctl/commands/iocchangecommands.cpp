@@ -5,6 +5,7 @@
 #include "tvctl/commands/servicereload.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
+#include "tvctl/hashlists/harmlesshashes.h"
 #include "tvctl/hashlists/hashtype.h"
 #include "tvctl/installation/storeaccess.h"
 
@@ -70,6 +71,12 @@ HashesByType checkedHashes(Output& output, const Arguments& arguments)
                     .arg(given));
         }
         const QString lower = given.toLower();
+        const QString harmless = harmlessContentOf(*type, lower.toStdString());
+        if (!harmless.isEmpty()) {
+            throw ToolError(
+                QStringLiteral("%1 is the hash of %2, which sound files hold too; nothing was added")
+                    .arg(given, harmless));
+        }
         if (arguments.isRaw && given != lower) {
             output.warning(
                 QStringLiteral("%1 never matches: the service looks hashes up in lower case").arg(given));
