@@ -1,5 +1,6 @@
 """Fixtures of the end-to-end tests; see harness.py for what they hand out."""
 
+import collections
 import os
 import statistics
 import sys
@@ -121,6 +122,27 @@ def locale_path():
 @pytest.fixture
 def report_latency():
     return LATENCIES.extend
+
+
+def pytest_addoption(parser):
+    parser.addoption("--part", metavar="N/OF", help="only the N-th of OF parts, which may run at the same time")
+
+
+def pytest_collection_modifyitems(config, items):
+    """Shares the files out, the longest first, so that each part has about as many tests."""
+    if not config.getoption("part"):
+        return
+    part, parts = map(int, config.getoption("part").split("/"))
+    tests = collections.Counter(item.path for item in items)
+    loads = [0] * parts
+    chosen = set()
+    for path, count in sorted(tests.items(), key=lambda entry: (-entry[1], entry[0])):
+        lightest = loads.index(min(loads))
+        loads[lightest] += count
+        if lightest == part - 1:
+            chosen.add(path)
+    config.hook.pytest_deselected(items=[item for item in items if item.path not in chosen])
+    items[:] = [item for item in items if item.path in chosen]
 
 
 def pytest_terminal_summary(terminalreporter):

@@ -15,7 +15,9 @@ void TestHashType::tellsTheListByLength_data()
 {
     QTest::addColumn<QString>("hash");
     QTest::addColumn<int>("type");
-    const auto digits = [](int count, char digit) { return QString(count, QLatin1Char(digit)); };
+    const auto digits = [](int count, char digit) {
+        return QString(count, QLatin1Char(digit));
+    };
 
     QTest::newRow("MD5") << digits(32, '0') << int(IOCScanConfig::MD5);
     QTest::newRow("SHA-1") << digits(40, '9') << int(IOCScanConfig::SHA1);
