@@ -9,6 +9,7 @@
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
+#include "tvctl/health/watchneed.h"
 #include "tvctl/installation/storeaccess.h"
 
 #include <CLI/CLI.hpp>
@@ -119,12 +120,12 @@ ExitCode add(Session& session, const Arguments& arguments)
     session.requireSettings();
     Output& output = session.output();
     explain(output, listOf(arguments));
-    const QStringList watchedRoots = {QStringLiteral("/home"), QStringLiteral("/media")};
     QStringList paths;
     for (const std::string& argument : arguments.paths) {
         const QString path = pathOf(argument);
         paths += path;
-        const QStringList warnings = exclusionWarnings(listOf(arguments), argument, path, watchedRoots);
+        const QStringList warnings =
+            exclusionWarnings(listOf(arguments), argument, path, WatchNeed::watchedRoots());
         for (const QString& warning : warnings) {
             output.warning(path + QStringLiteral(": ") + warning);
         }
