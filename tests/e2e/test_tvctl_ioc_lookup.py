@@ -102,6 +102,14 @@ def test_a_service_that_does_not_look_is_no_answer(tv, tvctl, listed):
     tvctl.fails("ioc", "scan", listed, says="turn it on: tvctl config set ioc.enabled on")
 
 
+@pytest.mark.parametrize("action", [3, -1])
+def test_an_action_that_the_service_does_not_know_is_no_answer(tv, tvctl, connect, listed, action):
+    tv.configure(ioc=True, iocAction=action, iocHashes={"0": [MD5]})
+    tv.start()
+    assert connect("demo").ask(f"SCANIOC {listed}") == "CLEAN"
+    tvctl.fails("ioc", "scan", listed, says=f"ioc.action is {action}, of which the service knows nothing")
+
+
 def test_the_service_is_down(tv, tvctl, listed):
     tv.configure(ioc=True)
     tvctl.fails("ioc", "scan", listed, says="tvfilemon does not run")

@@ -10,6 +10,7 @@
 #include "tvctl/console/interruption.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/files/treewalker.h"
+#include "tvctl/installation/storeaccess.h"
 
 #include <CLI/CLI.hpp>
 
@@ -24,6 +25,9 @@
 namespace
 {
 using Paths = std::vector<std::string>;
+
+/// To allow a file is 0, to rename it 1, and to delete it 2.
+constexpr int lastKnownAction = 2;
 
 /// False when everything ends.
 using FileAction = std::function<bool(const TreeWalker& walker, const QString& path)>;
@@ -62,8 +66,9 @@ void visitFiles(const Paths& paths, const Interruption& interruption, ListedRepo
     }
 }
 
-/// A service that does not look into its lists calls every file clean.
-void requireEnabled(Session& session)
+/// A service that does not look into its lists, or does not know what to do with a listed file, calls every
+/// file clean.
+void requireAnswers(Session& session)
 {
     try {
         session.requireSettings();
@@ -72,9 +77,16 @@ void requireEnabled(Session& session)
                                  error.message());
         return;
     }
-    if (!IOCScanConfig().getScanSettings().getEnable()) {
+    const IOCScanSettings settings = IOCScanConfig().getScanSettings();
+    StoreAccess::confirmSettings(session.installation());
+    if (!settings.getEnable()) {
         throw ToolError(QStringLiteral("the service does not look into its lists and would call everything "
                                        "clean; turn it on: tvctl config set ioc.enabled on"));
+    }
+    if (settings.getAction() < 0 || settings.getAction() > lastKnownAction) {
+        throw ToolError(QStringLiteral("ioc.action is %1, of which the service knows nothing: it would call "
+                                       "listed files clean; set another: tvctl config set ioc.action allow")
+                            .arg(settings.getAction()));
     }
 }
 
@@ -129,7 +141,7 @@ bool askAbout(ServiceConnection& service, const QString& path, ListedReport& rep
 
 ExitCode scanByService(Session& session, const Paths& paths)
 {
-    requireEnabled(session);
+    requireAnswers(session);
     ServiceConnection& service = session.service();
     const Interruption interruption;
     service.setInterruption(interruption.descriptor());
