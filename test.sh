@@ -9,9 +9,10 @@ usage()
 usage: ./test.sh [--quick]
 
 Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit and
-the end-to-end tests, both also with the address and undefined behaviour sanitizers, and the desktop test.
+the end-to-end tests, both also with the address and undefined behaviour sanitizers, the desktop test, and, as root, the
+tests of the Debian package.
 
-  --quick   neither sanitizers nor checks of the sources
+  --quick   neither sanitizers nor the package nor checks of the sources
   --help    this text
 
 TVFILEMON_TEST_SIGNATURES   directory of signed signatures, by default ../shared/testdata/signatures; where there
@@ -145,6 +146,17 @@ end_to_end_tests()
     suite "end-to-end tests, $1" "e2e-$1" run_end_to_end "$1"
 }
 
+# Its container is one of systemd, which only root can boot, and its service takes nothing but signed signatures.
+package_tests()
+{
+    if [ "${CI:-}" != true ] && { [ "$(id -u)" -ne 0 ] || [ ! -d "$TVFILEMON_TEST_SIGNATURES" ]; }; then
+        echo "SKIPPED: package: needs root and signed signatures"
+        skipped=$((skipped + 1))
+        return
+    fi
+    suite "package" "$results/package.xml" tests/package/run --junitxml="$results/package.xml"
+}
+
 if [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
     echo "Signatures: the signed ones in $TVFILEMON_TEST_SIGNATURES"
 elif [ "${CI:-}" = true ]; then
@@ -169,6 +181,7 @@ if ! $quick && step "build, asan" build asan; then
     unit_tests asan
     end_to_end_tests asan
 fi
+$quick || package_tests
 
 echo
 for failure in "${failures[@]}"; do
