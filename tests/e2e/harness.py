@@ -485,7 +485,13 @@ class Installation:
         """Name to content of every file in quarantine, temporary ones included."""
         if not self.quarantine.is_dir():
             return {}
-        return {path.name: path.read_bytes() for path in self.quarantine.iterdir()}
+        contents = {}
+        for path in self.quarantine.iterdir():
+            try:
+                contents[path.name] = path.read_bytes()
+            except FileNotFoundError:
+                pass  # Renamed in the meantime: it was a copy's passing name.
+        return contents
 
     def descriptors(self):
         """Descriptor to target of what the service has open."""
