@@ -290,6 +290,20 @@ def test_a_million_hashes(ready, files):
     assert ready.run("ioc", "list", "--type", "sha256").output == (files / "feed").read_text()
 
 
+def test_memory_does_not_grow_with_the_lists(ready, files):
+    """Neither with what the lists hold already nor with what the same import has added."""
+    feed = files / "feed"
+    peaks = []
+    for numbers, added in ((range(300_000), 300_000), (range(300_000, 1_300_000), 1_000_000),
+                           (range(300_000, 1_300_000), 0)):
+        with open(feed, "w", encoding="ascii") as lines:
+            lines.writelines(f"{number:032x}\n" for number in numbers)
+        document, _, megabytes = cost(ready, "ioc", "import", "--no-reload", feed)
+        assert document["added"] == added
+        peaks.append(megabytes)
+    assert peaks[0] > 0 and max(peaks) < 2 * peaks[0], peaks
+
+
 def test_a_line_of_a_hundred_megabytes(ready, files):
     with open(files / "feed", "wb") as feed:
         for _ in range(100):

@@ -3,11 +3,13 @@
 #include "platform/tvcore/packedtexts.h"
 
 #include <QByteArray>
-#include <QSet>
+#include <QHash>
 #include <QVector>
 
 #include <algorithm>
-#include <functional>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
 
 namespace
 {
@@ -15,30 +17,75 @@ namespace
 /// rows, and changing a single hash writes no more than this.
 constexpr int fullChunkSize = 64 * 1024;
 
-struct Chunk
-{
-    qint64 id = 0;
-    QStringList hashes;
-};
-
+/// As it is stored.
 struct PackedChunk
 {
     QByteArray hashes;
     int count = 0;
+
+    bool isFull() const
+    {
+        return hashes.size() >= fullChunkSize;
+    }
+    void append(std::string_view item)
+    {
+        hashes.append(item.data(), static_cast<int>(item.size()));
+        ++count;
+    }
 };
+
+/// Appends the packed form of a hash to the last of `chunks`, or to a new one behind it.
+void append(QVector<PackedChunk>& chunks, std::string_view item)
+{
+    if (chunks.isEmpty() || chunks.constLast().isFull()) {
+        chunks.append(PackedChunk());
+        chunks.last().hashes.reserve(fullChunkSize);
+    }
+    chunks.last().append(item);
+}
 
 QVector<PackedChunk> pack(const QStringList& hashes)
 {
     QVector<PackedChunk> chunks;
+    QByteArray item;
     for (const QString& hash : hashes) {
-        if (chunks.isEmpty() || chunks.constLast().hashes.size() >= fullChunkSize) {
-            chunks.append(PackedChunk());
-            chunks.last().hashes.reserve(fullChunkSize);
-        }
-        PackedTexts::append(chunks.last().hashes, hash);
-        ++chunks.last().count;
+        item.resize(0);
+        PackedTexts::append(item, hash);
+        append(chunks, {item.constData(), static_cast<std::size_t>(item.size())});
     }
     return chunks;
+}
+
+/// Calls `each` with the packed form of one hash after the other, which lies in `chunks`.
+void forEach(const QVector<PackedChunk>& chunks, const std::function<void(std::string_view)>& each)
+{
+    for (const PackedChunk& chunk : chunks) {
+        PackedTexts::split(chunk.hashes, each);
+    }
+}
+
+struct Placement
+{
+    std::size_t operator()(std::string_view item) const
+    {
+        return qHashBits(item.data(), item.size(), static_cast<uint>(qGlobalQHashSeed()));
+    }
+};
+
+using PackedSet = std::unordered_set<std::string_view, Placement>;
+
+/// Of views into `chunks`.
+PackedSet setOf(const QVector<PackedChunk>& chunks)
+{
+    PackedSet items;
+    forEach(chunks, [&items](std::string_view item) { items.insert(item); });
+    return items;
+}
+
+bool refuseDamaged(StoreConnection& connection)
+{
+    // A list with a hole in it would be taken for a complete one.
+    return connection.refuse(QStringLiteral("a list of hashes is damaged"));
 }
 
 /// Runs a statement whose first column is `hashes` of the table, and calls `row` with each row and what that
@@ -52,18 +99,44 @@ bool selectChunks(StoreConnection& connection, const QString& sql, const QVarian
         isSound = PackedTexts::unpack(query.value(0).toByteArray(), hashes) && isSound;
         row(query, hashes);
     });
-    // A list with a hole in it would be taken for a complete one.
-    return isRead && (isSound || connection.refuse(QStringLiteral("a list of hashes is damaged")));
+    return isRead && (isSound || refuseDamaged(connection));
 }
 
-/// Calls `each` with one chunk of the list after the other.
-bool selectAll(StoreConnection& connection, int list, const std::function<void(const Chunk&)>& each)
+/// Calls `each` with the packed form of one hash of the list after the other, and `end` after those of a
+/// chunk.
+bool searchList(StoreConnection& connection, int list, const std::function<void(std::string_view)>& each,
+                const std::function<void(qint64 id, const QByteArray& hashes)>& end)
 {
-    return selectChunks(connection,
-                        QStringLiteral("SELECT hashes, id FROM ioc_hash_chunk WHERE list = ? ORDER BY id"),
-                        {list}, [&each](const QSqlQuery& row, const QStringList& hashes) {
-                            each({row.value(1).toLongLong(), hashes});
-                        });
+    bool isSound = true;
+    // The index would bring the chunks in another order: all of them would be put into a file to sort them.
+    const bool isRead = connection.select(
+        QStringLiteral("SELECT hashes, id FROM ioc_hash_chunk NOT INDEXED WHERE list = ? ORDER BY id"),
+        {list}, [&isSound, &each, &end](const QSqlQuery& row) {
+            const QByteArray hashes = row.value(0).toByteArray();
+            isSound = PackedTexts::split(hashes, each) && isSound;
+            end(row.value(1).toLongLong(), hashes);
+        });
+    return isRead && (isSound || refuseDamaged(connection));
+}
+
+/// The whole list. `wasEverSet` may be null.
+bool selectList(StoreConnection& connection, int list, QStringList& stored, bool* wasEverSet = nullptr)
+{
+    bool isSet = false;
+    stored.clear();
+    // A list without hashes gives one row. For the order see above.
+    const bool isRead = selectChunks(
+        connection,
+        QStringLiteral("SELECT hashes FROM ioc_list LEFT JOIN ioc_hash_chunk NOT INDEXED USING(list) "
+                       "WHERE ioc_list.list = ? ORDER BY id"),
+        {list}, [&isSet, &stored](const QSqlQuery&, const QStringList& hashes) {
+            isSet = true;
+            stored += hashes;
+        });
+    if (wasEverSet != nullptr) {
+        *wasEverSet = isSet;
+    }
+    return isRead;
 }
 
 bool markAsSet(StoreConnection& connection, int list)
@@ -80,19 +153,15 @@ bool insert(StoreConnection& connection, int list, const QVector<PackedChunk>& c
     });
 }
 
-/// Makes `hashes` the content of the chunk `id`, which has had more.
-bool shrink(StoreConnection& connection, qint64 id, const QStringList& hashes)
+/// Makes `left` the content of the chunk `id`, which has had more.
+bool shrink(StoreConnection& connection, qint64 id, const PackedChunk& left)
 {
-    if (hashes.isEmpty()) {
+    if (left.count == 0) {
         return connection.execute(QStringLiteral("DELETE FROM ioc_hash_chunk WHERE id = ?"), {id});
-    }
-    QByteArray packed;
-    for (const QString& hash : hashes) {
-        PackedTexts::append(packed, hash);
     }
     return connection.execute(
         QStringLiteral("UPDATE ioc_hash_chunk SET hash_count = ?, hashes = ? WHERE id = ?"),
-        {hashes.size(), packed, id});
+        {left.count, left.hashes, id});
 }
 } // namespace
 
@@ -110,6 +179,11 @@ bool HashListStore::isList(int list)
     return list >= 0 && list < listCount;
 }
 
+HashListStore::Last& HashListStore::last(int list)
+{
+    return m_last[static_cast<std::size_t>(list)];
+}
+
 QStringList HashListStore::hashes(int list)
 {
     if (!isList(list)) {
@@ -118,22 +192,12 @@ QStringList HashListStore::hashes(int list)
     bool wasEverSet = false;
     QStringList stored;
     const bool isRead = m_store.read([list, &wasEverSet, &stored](StoreConnection& connection) {
-        wasEverSet = false;
-        stored.clear();
-        // A list without hashes gives one row.
-        return selectChunks(connection,
-                            QStringLiteral("SELECT hashes FROM ioc_list LEFT JOIN ioc_hash_chunk USING(list) "
-                                           "WHERE ioc_list.list = ? ORDER BY id"),
-                            {list}, [&wasEverSet, &stored](const QSqlQuery&, const QStringList& hashes) {
-                                wasEverSet = true;
-                                stored += hashes;
-                            });
+        return selectList(connection, list, stored, &wasEverSet);
     });
-    QStringList& last = m_last[static_cast<std::size_t>(list)];
     if (isRead && wasEverSet) {
-        last = stored;
+        last(list) = stored;
     }
-    return last;
+    return last(list).value_or(QStringList());
 }
 
 bool HashListStore::setHashes(int list, const QStringList& hashes)
@@ -153,9 +217,26 @@ bool HashListStore::setHashes(int list, const QStringList& hashes)
         },
         Store::Patience::Long);
     if (isStored) {
-        m_last[static_cast<std::size_t>(list)] = unique;
+        last(list) = unique;
     }
     return isStored;
+}
+
+int HashListStore::change(int list, const std::function<int(StoreConnection&)>& work)
+{
+    int changed = -1;
+    QStringList stored;
+    const bool isKept = last(list).has_value();
+    const bool isStored = m_store.write(
+        [list, isKept, &work, &changed, &stored](StoreConnection& connection) {
+            changed = markAsSet(connection, list) ? work(connection) : -1;
+            return changed >= 0 && (!isKept || selectList(connection, list, stored));
+        },
+        Store::Patience::Long);
+    if (isStored && isKept) {
+        last(list) = stored;
+    }
+    return isStored ? changed : -1;
 }
 
 int HashListStore::add(int list, const QStringList& hashes)
@@ -163,46 +244,36 @@ int HashListStore::add(int list, const QStringList& hashes)
     if (!isList(list)) {
         return -1;
     }
-    const QStringList& last = m_last[static_cast<std::size_t>(list)];
-    QStringList all;
-    int oldCount = 0;
-    const bool isStored = m_store.write(
-        [list, &hashes, &last, &all, &oldCount](StoreConnection& connection) {
-            all.clear();
-            QSet<QString> missing(hashes.cbegin(), hashes.cend());
-            Chunk lastChunk;
-            if (!markAsSet(connection, list) ||
-                !selectAll(connection, list, [&last, &all, &missing, &lastChunk](const Chunk& chunk) {
-                    for (const QString& hash : chunk.hashes) {
-                        missing.remove(hash);
-                        // What is in memory already is not kept a second time.
-                        const int position = all.size();
-                        all.append(position < last.size() && last.at(position) == hash ? last.at(position)
-                                                                                       : hash);
-                    }
-                    lastChunk = chunk;
+    const QVector<PackedChunk> given = pack(hashes);
+    return change(list, [list, &given](StoreConnection& connection) {
+        PackedSet missing = setOf(given);
+        qint64 lastId = 0;
+        PackedChunk lastChunk;
+        int count = 0;
+        if (!searchList(
+                connection, list,
+                [&missing, &count](std::string_view hash) {
+                    missing.erase(hash);
+                    ++count;
+                },
+                [&lastId, &lastChunk, &count](qint64 id, const QByteArray& stored) {
+                    lastId = id;
+                    lastChunk = {stored, std::exchange(count, 0)};
                 })) {
-                return false;
+            return -1;
+        }
+        const int added = static_cast<int>(missing.size());
+        // The last chunk is filled up first: hashes that come one at a time must not get a row each.
+        const bool isFilledUp = added > 0 && lastChunk.count > 0 && !lastChunk.isFull();
+        QVector<PackedChunk> chunks = isFilledUp ? QVector<PackedChunk>{lastChunk} : QVector<PackedChunk>();
+        forEach(given, [&missing, &chunks](std::string_view hash) {
+            if (missing.erase(hash) > 0) {
+                append(chunks, hash);
             }
-            oldCount = all.size();
-            for (const QString& hash : hashes) {
-                if (missing.remove(hash)) {
-                    all.append(hash);
-                }
-            }
-            if (all.size() == oldCount || oldCount == 0) {
-                return insert(connection, list, pack(all.mid(oldCount)));
-            }
-            // The last chunk is filled up first: hashes that come one at a time must not get a row each.
-            return shrink(connection, lastChunk.id, {}) &&
-                   insert(connection, list, pack(all.mid(oldCount - lastChunk.hashes.size())));
-        },
-        Store::Patience::Long);
-    if (!isStored) {
-        return -1;
-    }
-    m_last[static_cast<std::size_t>(list)] = all;
-    return all.size() - oldCount;
+        });
+        return (!isFilledUp || shrink(connection, lastId, {})) && insert(connection, list, chunks) ? added
+                                                                                                   : -1;
+    });
 }
 
 int HashListStore::remove(int list, const QStringList& hashes)
@@ -210,38 +281,40 @@ int HashListStore::remove(int list, const QStringList& hashes)
     if (!isList(list)) {
         return -1;
     }
-    const QSet<QString> unwanted(hashes.cbegin(), hashes.cend());
-    QStringList left;
-    int removed = 0;
-    const bool isStored = m_store.write(
-        [list, &unwanted, &left, &removed](StoreConnection& connection) {
-            QVector<Chunk> chunks;
-            if (!markAsSet(connection, list) ||
-                !selectAll(connection, list, [&chunks](const Chunk& chunk) { chunks.append(chunk); })) {
-                return false;
-            }
-            left.clear();
-            removed = 0;
-            for (Chunk& chunk : chunks) {
-                const int oldCount = chunk.hashes.size();
-                chunk.hashes.erase(
-                    std::remove_if(chunk.hashes.begin(), chunk.hashes.end(),
-                                   [&unwanted](const QString& hash) { return unwanted.contains(hash); }),
-                    chunk.hashes.end());
-                if (chunk.hashes.size() != oldCount && !shrink(connection, chunk.id, chunk.hashes)) {
-                    return false;
-                }
-                removed += oldCount - chunk.hashes.size();
-                left += chunk.hashes;
-            }
-            return true;
-        },
-        Store::Patience::Long);
-    if (!isStored) {
-        return -1;
-    }
-    m_last[static_cast<std::size_t>(list)] = left;
-    return removed;
+    const QVector<PackedChunk> given = pack(hashes);
+    const PackedSet unwanted = setOf(given);
+    return change(list, [list, &unwanted](StoreConnection& connection) {
+        struct Shrunk
+        {
+            qint64 id = 0;
+            PackedChunk left;
+        };
+        QVector<Shrunk> all;
+        PackedChunk left;
+        int removed = 0;
+        int removedBefore = 0;
+        if (!searchList(
+                connection, list,
+                [&unwanted, &left, &removed](std::string_view hash) {
+                    if (unwanted.count(hash) > 0) {
+                        ++removed;
+                    } else {
+                        left.append(hash);
+                    }
+                },
+                [&all, &left, &removed, &removedBefore](qint64 id, const QByteArray&) {
+                    const PackedChunk chunk = std::exchange(left, PackedChunk());
+                    if (std::exchange(removedBefore, removed) != removed) {
+                        all.append({id, chunk});
+                    }
+                })) {
+            return -1;
+        }
+        const bool isShrunk = std::all_of(all.cbegin(), all.cend(), [&connection](const Shrunk& shrunk) {
+            return shrink(connection, shrunk.id, shrunk.left);
+        });
+        return isShrunk ? removed : -1;
+    });
 }
 
 int HashListStore::count(int list)

@@ -5,12 +5,17 @@
 #include <QStringList>
 
 #include <array>
+#include <functional>
+#include <optional>
 
 /// The lists of known-bad hashes in the settings file, and what was last read from it or written to it.
 ///
 /// A list is stored in chunks of many hashes, in order. What writes refuses a number that names no list; what
 /// reads finds such a list empty. For the operations see IOCScanConfig, and SettingsStore for a list that is
 /// not in the file.
+///
+/// Adding and removing hold one chunk of the list at a time and what they were given. Only a list that was
+/// read or set as a whole before is kept in memory, and kept up to date then.
 class HashListStore
 {
 public:
@@ -30,8 +35,13 @@ public:
 private:
     static constexpr int listCount = 3;
 
+    using Last = std::optional<QStringList>;
+
     static bool isList(int list);
+    Last& last(int list);
+    /// Runs `work`, which answers how many hashes it changed, or -1; likewise.
+    int change(int list, const std::function<int(StoreConnection&)>& work);
 
     Store& m_store;
-    std::array<QStringList, listCount> m_last;
+    std::array<Last, listCount> m_last;
 };

@@ -33,25 +33,32 @@ void PackedTexts::append(QByteArray& packed, const QString& text)
 
 bool PackedTexts::unpack(const QByteArray& packed, QStringList& texts)
 {
+    return split(packed, [&texts](std::string_view item) {
+        const auto header = qFromLittleEndian<quint32>(item.data());
+        const char* const units = item.data() + headerSize;
+        if ((header & wideFlag) != 0) {
+            QString text(static_cast<int>(header >> 1), Qt::Uninitialized);
+            qFromLittleEndian<ushort>(units, header >> 1, text.data());
+            texts.append(text);
+        } else {
+            texts.append(QString::fromLatin1(units, static_cast<int>(header >> 1)));
+        }
+    });
+}
+
+bool PackedTexts::split(const QByteArray& packed, const std::function<void(std::string_view)>& each)
+{
     const char* source = packed.constData();
     const char* const end = source + packed.size();
     while (end - source >= headerSize) {
         const auto header = qFromLittleEndian<quint32>(source);
-        source += headerSize;
-        const bool isWide = (header & wideFlag) != 0;
         const qint64 unitCount = header >> 1;
-        const qint64 byteCount = isWide ? unitCount * 2 : unitCount;
-        if (byteCount > end - source) {
+        const qint64 size = headerSize + ((header & wideFlag) != 0 ? unitCount * 2 : unitCount);
+        if (size > end - source) {
             return false;
         }
-        if (isWide) {
-            QString text(static_cast<int>(unitCount), Qt::Uninitialized);
-            qFromLittleEndian<ushort>(source, unitCount, text.data());
-            texts.append(text);
-        } else {
-            texts.append(QString::fromLatin1(source, static_cast<int>(unitCount)));
-        }
-        source += byteCount;
+        each({source, static_cast<std::size_t>(size)});
+        source += size;
     }
     return source == end;
 }

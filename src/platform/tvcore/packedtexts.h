@@ -3,6 +3,9 @@
 #include <QByteArray>
 #include <QStringList>
 
+#include <functional>
+#include <string_view>
+
 /// Many texts in one value of a store: a row for each of a million hashes could not be read in time.
 ///
 /// Any text comes back unchanged, also one that is no valid UTF-16. Each is its length in UTF-16 units times
@@ -16,4 +19,8 @@ void append(QByteArray& packed, const QString& text);
 
 /// Adds the texts in `packed` to `texts`. False when they are not what `append` made.
 bool unpack(const QByteArray& packed, QStringList& texts);
+
+/// Calls `each` with the packed form of one text after the other, which lies in `packed`. Texts are equal
+/// when these are, so that a long list can be searched without making a text of each item. As `unpack`.
+bool split(const QByteArray& packed, const std::function<void(std::string_view)>& each);
 } // namespace PackedTexts

@@ -15,6 +15,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 
 namespace
@@ -67,6 +68,38 @@ int writeInAnotherProcess(const QString& directory)
     }
     return 0;
 }
+/// The other process: adds as an import does, and says how many KB of memory it needed at most.
+int addInAnotherProcess(const QString& directory, const QString& name)
+{
+    TvCore::setDirectory(directory);
+    constexpr int count = 20000;
+    if (IOCScanConfig().addHashes(IOCScanConfig::SHA256, numbered(name, count)) != count) {
+        return 1;
+    }
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QFile::ReadOnly)) {
+        return 1;
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:")) {
+            std::puts(line.constData());
+        }
+    }
+    return 0;
+}
+
+/// Kilobytes; -1 when it failed.
+int memoryToAdd(const QString& directory, const QString& name)
+{
+    QProcess other;
+    other.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--add"), directory, name});
+    if (!other.waitForFinished(-1) || other.exitCode() != 0) {
+        return -1;
+    }
+    bool isNumber = false;
+    const int kilobytes = other.readAllStandardOutput().simplified().split(' ').value(1).toInt(&isNumber);
+    return isNumber ? kilobytes : -1;
+}
 } // namespace
 
 class TestIOCScanConfig : public QObject
@@ -93,6 +126,7 @@ private Q_SLOTS:
     void appendingOneAtATimeMakesNoRowForEach();
     void removes();
     void removingAllMakesItEmpty();
+    void addsToALongListInLittleMemory();
     void changesWhatIsInTheStore();
     void doesWhatASimpleListDoes();
     void listsInPieces_data();
@@ -365,6 +399,19 @@ void TestIOCScanConfig::removingAllMakesItEmpty()
     QCOMPARE(inStore(QStringLiteral("SELECT count(*) FROM ioc_hash_chunk")).toInt(), 0);
     QCOMPARE(config.addHashes(IOCScanConfig::SHA256, {hashes.at(7)}), 1);
     QCOMPARE(config.getHashList(IOCScanConfig::SHA256), QStringList({hashes.at(7)}));
+}
+
+void TestIOCScanConfig::addsToALongListInLittleMemory()
+{
+    QTemporaryDir other;
+    const int toAnEmptyOne = memoryToAdd(other.path(), QStringLiteral("first"));
+    QVERIFY(toAnEmptyOne > 0);
+    // As texts in memory some 60 MB.
+    QVERIFY(IOCScanConfig().setHashList(IOCScanConfig::SHA256, numbered(QStringLiteral("h"), 300000)));
+    const int toALongOne = memoryToAdd(m_directory->path(), QStringLiteral("second"));
+    QVERIFY2(toALongOne > 0 && toALongOne < toAnEmptyOne + 20000,
+             qPrintable(QStringLiteral("%1 KB instead of %2").arg(toALongOne).arg(toAnEmptyOne)));
+    QCOMPARE(IOCScanConfig().getHashCount(IOCScanConfig::SHA256), 320000);
 }
 
 void TestIOCScanConfig::changesWhatIsInTheStore()
@@ -680,6 +727,9 @@ int main(int argc, char* argv[])
     const QCoreApplication application(argc, argv);
     if (argc == 3 && qstrcmp(argv[1], "--write") == 0) {
         return writeInAnotherProcess(QString::fromLocal8Bit(argv[2]));
+    }
+    if (argc == 4 && qstrcmp(argv[1], "--add") == 0) {
+        return addInAnotherProcess(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]));
     }
     TestIOCScanConfig test;
     return QTest::qExec(&test, argc, argv);
