@@ -1,5 +1,8 @@
 #include "common/heldfile.h"
 
+#include "common/opendirectory.h"
+#include "common/sameinode.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -26,16 +29,12 @@ bool isLink(const CheckedFile& file)
 {
     return S_ISLNK(file.status().st_mode);
 }
-
-bool isSameFile(const struct stat& one, const struct stat& other)
-{
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
 } // namespace
 
 HeldFile::HeldFile(const QByteArray& path)
     : m_name(nameOf(path)),
-      m_directory(::open(directoryOf(path).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))
+      m_directoryPath(directoryOf(path)),
+      m_directory(::open(m_directoryPath.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))
 {
     if (!m_directory.isValid()) {
         m_error = errno;
@@ -58,6 +57,18 @@ HeldFile::HeldFile(const QByteArray& path)
 const CheckedFile& HeldFile::object() const
 {
     return isLink(m_entry) ? m_target : m_entry;
+}
+
+bool HeldFile::isReachedByLink() const
+{
+    if (isLink(m_entry)) {
+        return true;
+    }
+    const UniqueFd direct = openDirectoryWithoutLinks(m_directoryPath);
+    struct stat held = {};
+    struct stat now = {};
+    return !direct.isValid() || ::fstat(direct.get(), &now) != 0 || ::fstat(m_directory.get(), &held) != 0 ||
+           !isSameInode(held, now);
 }
 
 bool HeldFile::remove() const
@@ -103,7 +114,7 @@ bool HeldFile::isStillThere() const
     if (::fstatat(m_directory.get(), m_name.constData(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
         return false;
     }
-    if (!isSameFile(now, m_entry.status())) {
+    if (!isSameInode(now, m_entry.status())) {
         errno = ESTALE;
         return false;
     }

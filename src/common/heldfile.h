@@ -26,6 +26,11 @@ public:
         return m_error;
     }
 
+    /// Whether a link led to `object`, as the name or below the first component of the path, or that cannot
+    /// be ruled out any more: the path is relative, or leads elsewhere by now. Then whoever made the link
+    /// need not be allowed to read the object.
+    bool isReachedByLink() const;
+
     /// Removes the name. False with errno set on failure: ESTALE when something else has the name by now.
     bool remove() const;
 
@@ -37,6 +42,7 @@ private:
     bool isStillThere() const;
 
     QByteArray m_name;
+    QByteArray m_directoryPath;
     UniqueFd m_directory;
     /// What has the name, which may be a link.
     CheckedFile m_entry;

@@ -20,7 +20,8 @@
 /// - mtime: time of the last change, in seconds since 1970 rounded down, and nine digits of nanoseconds on
 /// top
 ///
-/// A copy without it was made on a file system without extended attributes, or by an earlier version.
+/// A copy without it was made on a file system without extended attributes, by an earlier version, or of a
+/// file that a link led to.
 struct OriginalState
 {
     mode_t mode = 0;

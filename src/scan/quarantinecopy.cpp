@@ -48,8 +48,11 @@ int copyIntoQuarantine(const HeldFile& source, const QString& destination)
     if (!copy.create(copyMode)) {
         return errno;
     }
-    // Without it the file can still be given back, only not quite as it was.
-    OriginalState::of(checked.status()).attachTo(copy.file());
+    // Without it the file can still be given back, only not quite as it was. Whoever made a link to another
+    // user's file must not have it given back, where the link is, as that file was.
+    if (!source.isReachedByLink()) {
+        OriginalState::of(checked.status()).attachTo(copy.file());
+    }
     if (!copyFileContent(original.get(), copy.file(), checked.status().st_size) ||
         ::fsync(copy.file()) != 0 || !copy.publish()) {
         return errno;

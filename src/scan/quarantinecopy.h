@@ -13,5 +13,5 @@ class QString;
 /// the disk is not begun (ENOSPC).
 ///
 /// What the source was besides its content goes with the copy as OriginalState, where the file system has
-/// room for that.
+/// room for that, and unless a link led to the source.
 int copyIntoQuarantine(const HeldFile& source, const QString& destination);

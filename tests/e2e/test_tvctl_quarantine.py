@@ -419,6 +419,7 @@ def test_what_it_was_is_not_known(tv, tvctl, home, settings):
 
 
 def test_another_users_file(tv, tvctl, home, settings):
+    os.chown(home, 1000, 1000)
     name = put(tv, home / "file", original="mode=6751 uid=1000 gid=1001 mtime=1700000000.123456789")
     result = tvctl.run("quarantine", "restore", name, "--to", home / "file")
     assert result.lines() == [f"restored: {home}/file (mode 0751, owner 1000, group 1001)"]
@@ -427,8 +428,46 @@ def test_another_users_file(tv, tvctl, home, settings):
     assert status.st_mtime_ns == CHANGED
 
 
+def test_another_users_folder(tv, tvctl, home, settings):
+    """Whose file it was must not be readable by whom the folder belongs to."""
+    name = put(tv, home / "file", original="mode=0644 uid=1000 gid=1000 mtime=1700000000.123456789")
+    for owner in (0, 1001):
+        os.chown(home, owner, owner)
+        result = tvctl.run("quarantine", "restore", name, "--to", home / f"for-{owner}", "--keep")
+        assert ("warning: its folder belongs to another user than the file did (1000): it belongs to root alone, "
+                "mode 0600; look at it, then chown and chmod it" in result.errors)
+        status = (home / f"for-{owner}").stat()
+        assert (status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)) == (0, 0, 0o600)
+        assert status.st_mtime_ns == CHANGED
+
+
+@pytest.mark.parametrize("target, link, path", [
+    ("secret/file", "link", "link"),
+    ("secret", "link", "link/file"),
+])
+def test_a_file_that_a_link_led_to(tv, tvctl, connect, home, mounts, settings, target, link, path):
+    """The user who made the link gets no copy that he can read, whatever he puts in its place."""
+    secret = home / "secret"
+    secret.mkdir()
+    tv.configure(protection=False)
+    tv.start()
+    (secret / "file").write_bytes(EICAR)
+    os.chown(secret / "file", 1000, 1000)
+    (home / link).symlink_to(target)
+    connect("demo").ask(f"CLEAN {home / path}")
+    (name,) = tv.quarantined()
+    if exists(home / link):
+        (home / link).unlink()
+    (home / path).parent.mkdir(exist_ok=True)
+    os.chown((home / path).parent, 1000, 1000)
+    result = tvctl.run("quarantine", "restore", name, "--to", home / path)
+    assert "warning: nobody knows whose the file was: it belongs to root alone, mode 0600" in result.errors
+    status = (home / path).stat()
+    assert (status.st_uid, stat.S_IMODE(status.st_mode)) == (0, 0o600)
+
+
 def test_an_owner_that_cannot_be(tv, tvctl, home, settings):
-    name = put(tv, home / "file", original="mode=0666 uid=4000000000 gid=4000000000 mtime=1.000000000")
+    name = put(tv, home / "file", original="mode=0666 uid=0 gid=4000000000 mtime=1.000000000")
     result = tvctl.run("quarantine", "restore", name, "--to", home / "file", "--keep")
     assert ("warning: it could not be given its owner back, so not its permissions either: owner 0, mode 0600"
             in result.errors)

@@ -21,6 +21,9 @@ private Q_SLOTS:
 
     void holdsWhatThePathLeadsTo_data();
     void holdsWhatThePathLeadsTo();
+    void tellsThatALinkLedToIt_data();
+    void tellsThatALinkLedToIt();
+    void tellsThatThePathLeadsElsewhereByNow();
     void removesTheNameThatItHolds();
     void removesALinkAndNotItsTarget();
     void removesADanglingLink();
@@ -100,6 +103,37 @@ void TestHeldFile::holdsWhatThePathLeadsTo()
     if (held.object().kind() == CheckedFile::Kind::Regular) {
         QVERIFY(held.object().openForReading().isValid());
     }
+}
+
+void TestHeldFile::tellsThatALinkLedToIt_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<bool>("isLinked");
+    QTest::newRow("a file") << QByteArray("d/file") << false;
+    QTest::newRow("a file behind many slashes") << QByteArray("/d//file") << false;
+    QTest::newRow("a directory") << QByteArray("d/") << false;
+    QTest::newRow("a link to a file") << QByteArray("d/link") << true;
+    QTest::newRow("by a link to its directory") << QByteArray("to-d/file") << true;
+    QTest::newRow("by a link to a directory above") << QByteArray("to-d/deep/file") << true;
+}
+
+void TestHeldFile::tellsThatALinkLedToIt()
+{
+    QFETCH(QByteArray, name);
+    QVERIFY(QDir(m_directory->path()).mkdir(QStringLiteral("d/deep")));
+    write("d/deep/file");
+    const HeldFile held(path("") + '/' + name);
+    QCOMPARE(held.error(), 0);
+    QTEST(held.isReachedByLink(), "isLinked");
+}
+
+void TestHeldFile::tellsThatThePathLeadsElsewhereByNow()
+{
+    const HeldFile held(path("to-d/file"));
+    QCOMPARE(::unlink(path("to-d").constData()), 0);
+    QCOMPARE(::mkdir(path("to-d").constData(), 0700), 0);
+    write("to-d/file");
+    QVERIFY(held.isReachedByLink());
 }
 
 void TestHeldFile::removesTheNameThatItHolds()

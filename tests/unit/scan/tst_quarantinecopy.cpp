@@ -66,6 +66,8 @@ private Q_SLOTS:
     void isOnDiskBeforeItReturns();
     void remembersWhatTheSourceWas_data();
     void remembersWhatTheSourceWas();
+    void forgetsWhatALinkLedTo_data();
+    void forgetsWhatALinkLedTo();
     void needsNoAttributes_data();
     void needsNoAttributes();
     void copiesWhatALinkLeadsTo();
@@ -221,21 +223,15 @@ void TestQuarantineCopy::isOnDiskBeforeItReturns()
 void TestQuarantineCopy::remembersWhatTheSourceWas_data()
 {
     QTest::addColumn<uint>("mode");
-    QTest::addColumn<bool>("isLink");
-    QTest::newRow("plain") << 0640U << false;
-    QTest::newRow("program that changes user") << 06755U << false;
-    QTest::newRow("unreadable") << 0U << false;
-    QTest::newRow("what a link leads to") << 0604U << true;
+    QTest::newRow("plain") << 0640U;
+    QTest::newRow("program that changes user") << 06755U;
+    QTest::newRow("unreadable") << 0U;
 }
 
 void TestQuarantineCopy::remembersWhatTheSourceWas()
 {
     QFETCH(uint, mode);
-    QFETCH(bool, isLink);
-    write(isLink ? "target" : "source", content(100));
-    if (isLink) {
-        QVERIFY(QFile::link(QStringLiteral("target"), path("source")));
-    }
+    write("source", content(100));
     QCOMPARE(::chmod(bytePath("source").constData(), mode), 0);
     const timespec times[] = {{1000000000, 5}, {1234567890, 12345678}};
     QCOMPARE(::utimensat(AT_FDCWD, bytePath("source").constData(), times, 0), 0);
@@ -259,6 +255,33 @@ void TestQuarantineCopy::remembersWhatTheSourceWas()
     // The copy itself is nobody's but the service's.
     QCOMPARE(status.st_mode, static_cast<mode_t>(S_IFREG | 0400));
     QVERIFY(status.st_mtime > 1234567890);
+}
+
+void TestQuarantineCopy::forgetsWhatALinkLedTo_data()
+{
+    QTest::addColumn<QString>("link");
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QByteArray>("source");
+    QTest::newRow("a link to a file") << "link"
+                                      << "real/file" << QByteArray("link");
+    QTest::newRow("a link to its directory") << "link"
+                                             << "real" << QByteArray("link/file");
+}
+
+void TestQuarantineCopy::forgetsWhatALinkLedTo()
+{
+    QFETCH(QString, link);
+    QFETCH(QString, target);
+    QFETCH(QByteArray, source);
+    QVERIFY(QDir(m_directory->path()).mkdir(QStringLiteral("real")));
+    write("real/file", content(100));
+    QVERIFY(QFile::link(target, m_directory->filePath(link)));
+    QCOMPARE(copyIntoQuarantine(HeldFile(bytePath(source.constData())), path("quarantine/copy.tvq")), 0);
+    struct stat status = {};
+    QCOMPARE(::stat(bytePath("quarantine/copy.tvq").constData(), &status), 0);
+    QVERIFY2(FakeAttributes::value(status, "user.tvfilemon.original").isNull(),
+             "it would be given back, where the link was, with the permissions of another user's file");
+    QCOMPARE(read("quarantine/copy.tvq"), content(100));
 }
 
 void TestQuarantineCopy::needsNoAttributes_data()

@@ -113,7 +113,13 @@ void explain(Output& output, const QuarantineEntry& entry, const RestoreResult& 
                            .arg(modeText(result.mode)));
         return;
     }
-    if (!result.hasOriginalOwner) {
+    if (!result.isInOwnersDirectory) {
+        output.warning(
+            QStringLiteral("its folder belongs to another user than the file did (%1): it belongs to "
+                           "root alone, mode %2; look at it, then chown and chmod it")
+                .arg(entry.original ? QString::number(entry.original->uid) : QString(),
+                     modeText(result.mode)));
+    } else if (!result.hasOriginalOwner) {
         output.warning(QStringLiteral("it could not be given its owner back, so not its permissions either: "
                                       "owner %1, mode %2")
                            .arg(QString::number(result.uid), modeText(result.mode)));

@@ -4,6 +4,7 @@
 #include "common/opendirectory.h"
 #include "common/originalstate.h"
 #include "common/pendingfile.h"
+#include "common/sameinode.h"
 #include "common/uniquefd.h"
 #include "tvctl/quarantine/quarantine.h"
 
@@ -70,7 +71,8 @@ RestoreResult failure(RestoreOutcome outcome, int error)
     return result;
 }
 
-void giveState(int file, const std::optional<OriginalState>& original, RestoreResult& result)
+void giveState(int file, const std::optional<OriginalState>& original, uid_t directoryOwner,
+               RestoreResult& result)
 {
     // Whom the directory lets in by default, its owner chose; and the permissions would let them in.
     ::fremovexattr(file, "system.posix_acl_access");
@@ -79,20 +81,23 @@ void giveState(int file, const std::optional<OriginalState>& original, RestoreRe
     }
     const timespec times[] = {{0, UTIME_OMIT}, original->modified};
     result.isOriginalKnown = true;
-    result.hasOriginalOwner = ::fchown(file, original->uid, original->gid) == 0;
+    result.isInOwnersDirectory = original->uid == directoryOwner;
+    result.hasOriginalOwner = result.isInOwnersDirectory && ::fchown(file, original->uid, original->gid) == 0;
     result.hasOriginalMode = result.hasOriginalOwner && ::fchmod(file, original->mode & givenBackBits) == 0;
     result.hasOriginalTime = ::futimens(file, times) == 0;
 }
 
 /// Writes the content and everything else, durably. False with errno set on failure.
-bool fill(int copy, int file, RestoreResult& result)
+bool fill(int copy, int file, const UniqueFd& directory, RestoreResult& result)
 {
     struct stat source = {};
+    struct stat place = {};
     struct stat written = {};
-    if (::fstat(copy, &source) != 0 || !copyFileContent(copy, file, source.st_size)) {
+    if (::fstat(copy, &source) != 0 || ::fstat(directory.get(), &place) != 0 ||
+        !copyFileContent(copy, file, source.st_size)) {
         return false;
     }
-    giveState(file, OriginalState::attachedTo(copy), result);
+    giveState(file, OriginalState::attachedTo(copy), place.st_uid, result);
     if (::fsync(file) != 0 || ::fstat(file, &written) != 0) {
         return false;
     }
@@ -105,19 +110,6 @@ bool fill(int copy, int file, RestoreResult& result)
         return false;
     }
     return true;
-}
-
-/// Whether the file is what has the name; errno is set when not.
-bool hasName(int file, const UniqueFd& directory, const QByteArray& name)
-{
-    struct stat mine = {};
-    struct stat there = {};
-    if (::fstat(file, &mine) != 0 ||
-        ::fstatat(directory.get(), name.constData(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
-        return false;
-    }
-    errno = ESTALE;
-    return mine.st_ino == there.st_ino && mine.st_dev == there.st_dev;
 }
 
 bool hasNameOf(const QByteArray& copy, const QDateTime& time)
@@ -154,7 +146,7 @@ RestoreResult restoreInto(const UniqueFd& directory, const QByteArray& name, con
     }
     RestoreResult result;
     PendingFile file(directory, name, passingName());
-    if (!file.create(passingMode) || !fill(copy.get(), file.file(), result)) {
+    if (!file.create(passingMode) || !fill(copy.get(), file.file(), directory, result)) {
         return failure(RestoreOutcome::NotWritten, errno);
     }
     if (!file.publish()) {
@@ -163,7 +155,7 @@ RestoreResult restoreInto(const UniqueFd& directory, const QByteArray& name, con
     }
     // The directory's owner may have put something else under the passing name. At once, before the file
     // monitor, too, can have found the file.
-    if (!hasName(file.file(), directory, name)) {
+    if (!isNamed(file.file(), directory, name)) {
         return failure(RestoreOutcome::Vanished, errno);
     }
     if (::fsync(directory.get()) != 0) {

@@ -52,6 +52,9 @@ struct RestoreResult
     /// Whether it was known what the original was. Otherwise the file is its user's alone, who is root, and
     /// was changed just now.
     bool isOriginalKnown = false;
+    /// Whether the target's directory belongs to whom the original belonged to. Otherwise the file is root's
+    /// alone too: by a link that is gone, somebody may have had another's file detected in his directory.
+    bool isInOwnersDirectory = false;
     /// Whether the file could be made what the original was: a file system may know no owners. Without its
     /// owner it does not get its permissions either, which would open it to others.
     bool hasOriginalOwner = false;
@@ -69,7 +72,8 @@ struct RestoreOptions
 ///
 /// Works as root in directories that belong to attackers: follows no link below the first component of the
 /// path, which is root's; replaces nothing; makes no directory. The file gets its owner, permissions without
-/// set-id and sticky bits, and time of change before it gets its name; until then it is nobody else's. The
+/// set-id and sticky bits (both only in a directory of the same owner), and time of change before it gets its
+/// name; until then it is nobody else's. The
 /// copy is removed last. While it is written it has a passing name beginning with ".tvctl-" and ending in
 /// ".part", which the file monitor leaves alone; under its own it is detected at once, unless it is excluded.
 /// Killed in the middle it leaves the passing name behind, which hinders no later attempt.

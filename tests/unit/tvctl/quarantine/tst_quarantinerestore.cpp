@@ -76,6 +76,7 @@ private Q_SLOTS:
     void keepsHoles();
     void givesBackWhatTheFileWas_data();
     void givesBackWhatTheFileWas();
+    void givesNobodyAnothersFile();
     void opensItToNobodyWithoutItsOwner();
     void isPrivateWhenNothingIsKnown_data();
     void isPrivateWhenNothingIsKnown();
@@ -135,6 +136,11 @@ private:
     void setOriginal(const QByteArray& text) const
     {
         FakeAttributes::setValue(statusOf("quarantine/" + copyName), attribute, text);
+    }
+    /// The owner of all directories here, in the attribute's words.
+    static QByteArray mine()
+    {
+        return " uid=" + QByteArray::number(::geteuid());
     }
     RestoreResult restore(const QByteArray& target, const RestoreOptions& options = {}) const
     {
@@ -239,8 +245,8 @@ void TestQuarantineRestore::givesBackWhatTheFileWas()
 {
     QFETCH(uint, mode);
     QFETCH(uint, expected);
-    setOriginal("mode=" + QByteArray::number(mode, 8).rightJustified(4, '0') +
-                " uid=1001 gid=1002 mtime=1234567890.012345678");
+    setOriginal("mode=" + QByteArray::number(mode, 8).rightJustified(4, '0') + mine() +
+                " gid=1002 mtime=1234567890.012345678");
     const mode_t mask = ::umask(077);
     const RestoreResult result = restore("home/u/a");
     ::umask(mask);
@@ -254,13 +260,27 @@ void TestQuarantineRestore::givesBackWhatTheFileWas()
     QCOMPARE(status.st_mode, mode_t(S_IFREG | expected));
     QCOMPARE(status.st_mtim.tv_sec, time_t(1234567890));
     QCOMPARE(status.st_mtim.tv_nsec, 12345678L);
-    QCOMPARE(givenOwner, uid_t(1001));
+    QCOMPARE(givenOwner, ::geteuid());
     QCOMPARE(givenGroup, gid_t(1002));
+}
+
+void TestQuarantineRestore::givesNobodyAnothersFile()
+{
+    setOriginal("mode=0644 uid=" + QByteArray::number(::geteuid() + 1) + " gid=0 mtime=1234567890.000000000");
+    const RestoreResult result = restore("home/u/a");
+    QCOMPARE(result.outcome, RestoreOutcome::Restored);
+    QVERIFY(result.isOriginalKnown);
+    QVERIFY(!result.isInOwnersDirectory);
+    QVERIFY(!result.hasOriginalOwner);
+    QVERIFY(!result.hasOriginalMode);
+    QVERIFY(result.hasOriginalTime);
+    QCOMPARE(statusOf("home/u/a").st_mode, mode_t(S_IFREG | 0600));
+    QCOMPARE(givenOwner, uid_t(12345));
 }
 
 void TestQuarantineRestore::opensItToNobodyWithoutItsOwner()
 {
-    setOriginal("mode=0666 uid=1001 gid=1002 mtime=1234567890.000000000");
+    setOriginal("mode=0666" + mine() + " gid=1002 mtime=1234567890.000000000");
     ownerError = EPERM;
     const RestoreResult result = restore("home/u/a");
     QCOMPARE(result.outcome, RestoreOutcome::Restored);
@@ -298,7 +318,7 @@ void TestQuarantineRestore::isPrivateWhenNothingIsKnown()
 
 void TestQuarantineRestore::dropsWhatTheDirectoryGrants()
 {
-    setOriginal("mode=0640 uid=0 gid=0 mtime=1.000000000");
+    setOriginal("mode=0640" + mine() + " gid=0 mtime=1.000000000");
     FakeFiles::onCall = [this](const QByteArray& call) {
         if (call == "write") {
             FakeAttributes::setValue(statusOf("home/u/" + names("home/u").constFirst().toUtf8()), accessList,
@@ -311,7 +331,7 @@ void TestQuarantineRestore::dropsWhatTheDirectoryGrants()
 
 void TestQuarantineRestore::isNobodyElsesWhileItIsWritten()
 {
-    setOriginal("mode=0666 uid=0 gid=0 mtime=1.000000000");
+    setOriginal("mode=0666" + mine() + " gid=0 mtime=1.000000000");
     int writes = 0;
     FakeFiles::onCall = [&](const QByteArray& call) {
         if (call == "write") {
