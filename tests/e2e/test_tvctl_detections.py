@@ -357,10 +357,11 @@ def test_export_csv(tv, tvctl):
                              env=tvctl.environment(), check=True)
     rows = list(csv.DictReader(io.StringIO(process.stdout.decode(), newline="")))
     assert len(rows) == 2 + len(ODD)
-    assert process.stdout.count(b"\r\n") == 1 + len(rows) + 2
+    assert process.stdout.count(b"\r\n") == 1 + len(rows)
     assert list(rows[0]) == ["id", "event_id", "time", "status", "virus", "path", "path_base64", "file_name",
                              "module", "module_version"]
-    assert rows[0]["path"] == '/home/u/a "b", c' and rows[1]["path"] == "/home/u/x\r\ny"
+    assert rows[0]["path"] == '/home/u/a "b", c' and rows[1]["path"] == "/home/u/x\\x0d\\x0ay"
+    assert base64.b64decode(rows[1]["path_base64"]) == b"/home/u/x\r\ny"
     assert rows[1]["virus"] == "'=1+1"
     for row, path in zip(rows[2:], ODD, strict=True):
         assert (base64.b64decode(row["path_base64"]) or row["path"].encode()) == path

@@ -1,10 +1,10 @@
 #include "tvctl/commands/importtarget.h"
 
 #include "tvctl/commands/hashpages.h"
+#include "tvctl/console/jsontext.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/installation/storeaccess.h"
 
-#include <QJsonDocument>
 #include <QSet>
 
 namespace
@@ -92,7 +92,7 @@ void ImportTarget::end(const QJsonObject& document)
     }
     if (m_isDryRun) {
         // What `begin` began goes on with the fields of this one.
-        m_output.raw("\n],\n" + QJsonDocument(document).toJson(QJsonDocument::Indented).mid(2));
+        m_output.raw("\n],\n" + JsonText::write(QJsonDocument(document), QJsonDocument::Indented).mid(2));
     } else {
         m_output.document(document);
     }

@@ -1,6 +1,7 @@
 #include "tvctl/commands/ioclistcommand.h"
 
 #include "tvctl/commands/hashtypeoption.h"
+#include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 
 #include <CLI/CLI.hpp>
@@ -30,7 +31,7 @@ void printJson(Output& output, IOCScanConfig::HASH_TYPE type)
     bool isFirst = true;
     HashPages::forEach(type, [&output, &isFirst](const QStringList& hashes) {
         const QByteArray array =
-            QJsonDocument(QJsonArray::fromStringList(hashes)).toJson(QJsonDocument::Compact);
+            JsonText::write(QJsonDocument(QJsonArray::fromStringList(hashes)), QJsonDocument::Compact);
         output.raw((isFirst ? "" : ",\n") + array.mid(1, array.size() - 2));
         isFirst = false;
     });

@@ -1,8 +1,42 @@
 #include "tvctl/console/jsontext.h"
 
 #include "common/filename.h"
+#include "tvctl/console/printable.h"
 
 #include <QLocale>
+
+#include <algorithm>
+
+namespace
+{
+bool isPlain(char byte)
+{
+    return byte >= 0 && byte != 0x7F;
+}
+
+QString escaped(uint codePoint)
+{
+    const auto unit = [](uint value) {
+        return QStringLiteral("\\u%1").arg(value, 4, 16, QLatin1Char('0'));
+    };
+    if (codePoint == '\n') {
+        // Between the elements of an indented document. In its strings it is escaped already.
+        return QStringLiteral("\n");
+    }
+    return QChar::requiresSurrogates(codePoint)
+               ? unit(QChar::highSurrogate(codePoint)) + unit(QChar::lowSurrogate(codePoint))
+               : unit(codePoint);
+}
+} // namespace
+
+QByteArray JsonText::write(const QJsonDocument& document, QJsonDocument::JsonFormat format)
+{
+    const QByteArray json = document.toJson(format);
+    if (std::all_of(json.cbegin(), json.cend(), isPlain)) {
+        return json;
+    }
+    return FileName::toBytes(replaceSteering(FileName::toText(json), escaped));
+}
 
 void JsonText::insertPath(QJsonObject& object, const QString& key, const QString& path)
 {

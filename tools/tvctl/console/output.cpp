@@ -1,9 +1,8 @@
 #include "tvctl/console/output.h"
 
+#include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
-
-#include <QJsonDocument>
 
 #include <cstdio>
 #include <cstring>
@@ -67,7 +66,7 @@ void Output::lines(const QStringList& texts)
 
 void Output::document(const QJsonObject& object)
 {
-    raw(QJsonDocument(object).toJson(QJsonDocument::Indented));
+    raw(JsonText::write(QJsonDocument(object), QJsonDocument::Indented));
 }
 
 void Output::raw(const QByteArray& bytes)

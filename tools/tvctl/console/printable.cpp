@@ -31,18 +31,22 @@ QString escaped(uint codePoint)
 
 QString printable(const QString& text)
 {
-    const QString raw = FileName::toDisplay(text);
+    return replaceSteering(FileName::toDisplay(text), escaped);
+}
+
+QString replaceSteering(const QString& text, const std::function<QString(uint)>& escaped)
+{
     QString shown;
-    shown.reserve(raw.size());
-    for (int i = 0; i < raw.size(); ++i) {
+    shown.reserve(text.size());
+    for (int i = 0; i < text.size(); ++i) {
         const bool isPair =
-            raw.at(i).isHighSurrogate() && i + 1 < raw.size() && raw.at(i + 1).isLowSurrogate();
+            text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
         const uint codePoint =
-            isPair ? QChar::surrogateToUcs4(raw.at(i), raw.at(i + 1)) : raw.at(i).unicode();
+            isPair ? QChar::surrogateToUcs4(text.at(i), text.at(i + 1)) : text.at(i).unicode();
         if (steersTerminal(codePoint)) {
             shown += escaped(codePoint);
         } else {
-            shown += raw.midRef(i, isPair ? 2 : 1);
+            shown += text.midRef(i, isPair ? 2 : 1);
         }
         i += isPair ? 1 : 0;
     }

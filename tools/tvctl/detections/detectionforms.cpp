@@ -2,11 +2,11 @@
 
 #include "common/filename.h"
 #include "tvctl/console/jsontext.h"
+#include "tvctl/console/printable.h"
 #include "tvctl/detections/detectionid.h"
 #include "tvctl/detections/detectionstatus.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QStringList>
 
 namespace
@@ -14,20 +14,51 @@ namespace
 constexpr QChar quote = QLatin1Char('"');
 constexpr QChar apostrophe = QLatin1Char('\'');
 
-/// A field whose content is somebody else's.
+/// Whether a spreadsheet takes what begins at `start` for a formula, and runs it. It may pass over blanks;
+/// and where a cell begins for it, a quotation mark is not part of it.
+bool isFormula(const QString& field, int start)
+{
+    // The wide forms of these characters count as well where such are usual.
+    static const QString beginnings = QStringLiteral("=+-@\uFF1D\uFF0B\uFF0D\uFF20");
+    int i = start;
+    while (i < field.size() && (field.at(i).isSpace() || field.at(i) == quote)) {
+        ++i;
+    }
+    return i < field.size() && beginnings.contains(field.at(i));
+}
+
+/// What a cell may show of a text that is somebody else's.
+QString harmless(const QString& text)
+{
+    // Without control characters, so no tab separates cells and no line end rows.
+    QString shown = printable(text);
+    // In half of Europe spreadsheets part cells at semicolons instead, and then heed no quotes around a field
+    // of this table.
+    for (int i = shown.size() - 1; i >= 0; --i) {
+        if (shown.at(i) == QLatin1Char(';') && isFormula(shown, i + 1)) {
+            shown.insert(i + 1, apostrophe);
+        }
+    }
+    if (isFormula(shown, 0)) {
+        shown.prepend(apostrophe);
+    }
+    return shown;
+}
+
 QString foreignField(const QString& text)
 {
-    QString field = FileName::toDisplay(text);
-    // A spreadsheet takes what begins like this for a formula, and runs it.
-    if (!field.isEmpty() && QStringLiteral("=+-@\t\r\n").contains(field.at(0))) {
-        field.prepend(apostrophe);
-    }
-    if (field.contains(quote) || field.contains(QLatin1Char(',')) || field.contains(QLatin1Char('\r')) ||
-        field.contains(QLatin1Char('\n'))) {
+    QString field = harmless(text);
+    if (field.contains(quote) || field.contains(QLatin1Char(','))) {
         field.replace(quote, QStringLiteral("\"\""));
         return quote + field + quote;
     }
     return field;
+}
+
+/// The exact bytes of a path that its cell cannot show; empty for any other.
+QString bytesBeside(const QString& path)
+{
+    return harmless(path) == path ? QString() : QString::fromLatin1(FileName::toBytes(path).toBase64());
 }
 
 QByteArray csvLine(const QStringList& fields)
@@ -159,7 +190,7 @@ QByteArray DetectionForms::csv(const VirusReport& report)
         detectionStatusWord(detectionStatusOf(report)),
         foreignField(report.getVirusName()),
         foreignField(report.getFilePath()),
-        exactBytes(report.getFilePath()),
+        bytesBeside(report.getFilePath()),
         foreignField(report.getFileName()),
         foreignField(report.getModuleName()),
         foreignField(report.getModuleVersion()),
@@ -176,5 +207,5 @@ QByteArray DetectionForms::csvHeader()
 
 QByteArray DetectionForms::line(const QJsonObject& object)
 {
-    return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+    return JsonText::write(QJsonDocument(object), QJsonDocument::Compact) + '\n';
 }

@@ -1,8 +1,9 @@
 #include "tvctl/detections/reportpage.h"
 
+#include "tvctl/console/jsontext.h"
+
 #include <QCryptographicHash>
 #include <QFile>
-#include <QJsonDocument>
 
 namespace
 {
@@ -23,12 +24,10 @@ QByteArray sourceOf(const QByteArray& text)
 /// JSON in which nothing can end the element around it, or a line of script.
 QByteArray embedded(const QJsonObject& data)
 {
-    QByteArray json = QJsonDocument(data).toJson(QJsonDocument::Compact);
+    QByteArray json = JsonText::write(QJsonDocument(data), QJsonDocument::Compact);
     json.replace('<', "\\u003c");
     json.replace('>', "\\u003e");
     json.replace('&', "\\u0026");
-    json.replace("\u2028", "\\u2028");
-    json.replace("\u2029", "\\u2029");
     return json;
 }
 } // namespace

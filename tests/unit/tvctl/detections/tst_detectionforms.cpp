@@ -47,6 +47,7 @@ private Q_SLOTS:
     void csv();
     void csvKeepsAnyField_data();
     void csvKeepsAnyField();
+    void csvKeepsTheBytesOfAPath();
     void lines();
 };
 
@@ -166,13 +167,23 @@ void TestDetectionForms::csvKeepsAnyField_data()
     QTest::addColumn<QByteArray>("field");
     QTest::newRow("comma") << QByteArray("a,b") << QByteArray("\"a,b\"");
     QTest::newRow("quote") << QByteArray("a\"b") << QByteArray("\"a\"\"b\"");
-    QTest::newRow("line feed") << QByteArray("a\nb") << QByteArray("\"a\nb\"");
+    QTest::newRow("line feed") << QByteArray("a\nb") << QByteArray("a\\x0ab");
     QTest::newRow("formula") << QByteArray("=1+1") << QByteArray("'=1+1");
     QTest::newRow("plus") << QByteArray("+1") << QByteArray("'+1");
     QTest::newRow("minus") << QByteArray("-1") << QByteArray("'-1");
     QTest::newRow("at") << QByteArray("@x") << QByteArray("'@x");
-    QTest::newRow("tab") << QByteArray("\t=1") << QByteArray("'\t=1");
-    QTest::newRow("carriage return") << QByteArray("\r=1") << QByteArray("\"'\r=1\"");
+    QTest::newRow("tab") << QByteArray("\t=1") << QByteArray("\\x09=1");
+    QTest::newRow("carriage return") << QByteArray("\r=1") << QByteArray("\\x0d=1");
+    QTest::newRow("blank") << QByteArray(" =1") << QByteArray("' =1");
+    QTest::newRow("quotation mark") << QByteArray("\"=1") << QByteArray("\"'\"\"=1\"");
+    QTest::newRow("wide") << QByteArray("\uFF1D1") << QByteArray("'\uFF1D1");
+    QTest::newRow("behind a semicolon") << QByteArray("a;=1;-2; +3") << QByteArray("a;'=1;'-2;' +3");
+    QTest::newRow("quoted behind a semicolon") << QByteArray("a;\"@b") << QByteArray("\"a;'\"\"@b\"");
+    QTest::newRow("behind a tab") << QByteArray("a\t=1") << QByteArray("a\\x09=1");
+    QTest::newRow("semicolon") << QByteArray("a;b=1;") << QByteArray("a;b=1;");
+    QTest::newRow("escape") << QByteArray("\x1b[2J") << QByteArray("\\x1b[2J");
+    QTest::newRow("second control set") << QByteArray("\u009b2J") << QByteArray("\\x9b2J");
+    QTest::newRow("turns around") << QByteArray("a\u202egpj") << QByteArray("a\\u202egpj");
     QTest::newRow("quoted formula") << QByteArray("=A(\"x\")") << QByteArray("\"'=A(\"\"x\"\")\"");
     QTest::newRow("in the middle") << QByteArray("a=1") << QByteArray("a=1");
     QTest::newRow("UTF-8") << QByteArray("\xc3\xa4") << QByteArray("\xc3\xa4");
@@ -186,6 +197,17 @@ void TestDetectionForms::csvKeepsAnyField()
     VirusReport report;
     report.setFileName(FileName::toText(name));
     QCOMPARE(DetectionForms::csv(report), "0,0-0,,cleaned,,,," + field + ",,\r\n");
+}
+
+void TestDetectionForms::csvKeepsTheBytesOfAPath()
+{
+    VirusReport report;
+    report.setFilePath(QStringLiteral("/a\n\u202e"));
+    QCOMPARE(DetectionForms::csv(report),
+             "0,0-0,,cleaned,,/a\\x0a\\u202e," + QByteArray("/a\n\u202e").toBase64() + ",,,\r\n");
+    report.setFilePath(QStringLiteral("/a;=1"));
+    QCOMPARE(DetectionForms::csv(report),
+             "0,0-0,,cleaned,,/a;'=1," + QByteArray("/a;=1").toBase64() + ",,,\r\n");
 }
 
 void TestDetectionForms::lines()
