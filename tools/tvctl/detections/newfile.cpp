@@ -1,6 +1,7 @@
 #include "tvctl/detections/newfile.h"
 
 #include "common/filename.h"
+#include "common/sameinode.h"
 #include "tvctl/console/toolerror.h"
 
 #include <QRandomGenerator>
@@ -73,6 +74,12 @@ void NewFile::publish()
         fail(errno);
     }
     m_isPassing = false;
+    // Whoever else may write there could have put another file under the passing name, to be believed later.
+    if (!isNamed(m_file.get(), m_directory, m_name)) {
+        throw ToolError(QStringLiteral("%1 was replaced by somebody the moment that it appeared; name a file "
+                                       "in a directory that only you may write to")
+                            .arg(m_path));
+    }
 }
 
 void NewFile::requireRegularOrNothing() const

@@ -8,7 +8,8 @@
 /// A file that appears under its name only when it is complete, in the place of one that was there before.
 ///
 /// Only its owner may read it. Never written through a link: a link, like anything else than a regular file,
-/// in that place is refused. All functions throw ToolError.
+/// in that place is refused. In a directory that others may write to, `publish` makes sure that what has the
+/// name in the end is what was written. All functions throw ToolError.
 class NewFile
 {
 public:

@@ -22,6 +22,7 @@ private Q_SLOTS:
     void refusesAnythingElse_data();
     void refusesAnythingElse();
     void refusesALinkThatCameLater();
+    void believesNoOtherFileUnderItsName();
     void namesWhatItCannotWrite();
 
 private:
@@ -131,6 +132,24 @@ void TestNewFile::refusesALinkThatCameLater()
     NewFile file(path());
     QVERIFY(QFile::link(QStringLiteral("/nonexistent"), path()));
     QVERIFY_EXCEPTION_THROWN(file.publish(), ToolError);
+}
+
+void TestNewFile::believesNoOtherFileUnderItsName()
+{
+    NewFile file(path());
+    file.write("content");
+    // As whoever the directory belongs to may do.
+    const QString passing = m_directory->filePath(entries().constFirst());
+    QVERIFY(QFile::remove(passing));
+    QFile other(passing);
+    QVERIFY(other.open(QIODevice::WriteOnly));
+    other.close();
+    try {
+        file.publish();
+        QFAIL("it took the other file for its own");
+    } catch (const ToolError& error) {
+        QVERIFY(error.message().contains(QStringLiteral("was replaced by somebody")));
+    }
 }
 
 void TestNewFile::namesWhatItCannotWrite()
