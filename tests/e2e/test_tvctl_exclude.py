@@ -129,13 +129,26 @@ def test_what_can_never_match_is_warned_of(tv, tvctl, home):
     def said(name, argument, **options):
         return warnings(tvctl.run("exclude", "add", "--list", name, argument, **options))
 
-    stored = "it is stored as a full path without a slash behind it"
+    slash = "it is stored without the slash behind it"
+
+    def full(path):
+        return f"{path}: it is stored as a full path: {path}"
+
+    def shorter(path):
+        return f"{path}: it is stored without superfluous components: {path}"
+
     assert said("files", f"{home}/file") == []
     assert said("files", f"{home}/filelink") == []
     assert said("directories", f"{home}/directory") == []
-    assert said("files", "file", cwd=home) == [f"{home}/file: {stored}"]
-    assert said("files", f"{home}/./directory/../file") == [f"{home}/file: {stored}"]
-    assert said("directories", f"{home}/directory/") == [f"{home}/directory: {stored}"]
+    assert said("files", "file", cwd=home) == [full(f"{home}/file")]
+    assert said("files", f"{home}/./directory/../file") == [shorter(f"{home}/file")]
+    assert said("directories", f"{home}/directory/") == [f"{home}/directory: {slash}"]
+    # Each for itself.
+    assert said("files", "directory/", cwd=home) == [
+        full(f"{home}/directory"), f"{home}/directory: {slash}",
+        f"{home}/directory: it is a directory, and in the list of files excludes nothing that is in it"]
+    assert said("files", f"{home}//absent/") == [
+        shorter(f"{home}/absent"), f"{home}/absent: {slash}", f"{home}/absent: it does not exist"]
     assert said("files", f"{home}/absent") == [f"{home}/absent: it does not exist"]
     assert said("files", f"{home}/file/below") == [f"{home}/file/below: it does not exist"]
     assert said("files", f"{home}/directory") == [
@@ -148,14 +161,14 @@ def test_what_can_never_match_is_warned_of(tv, tvctl, home):
         f"{home}/link/inside: a link leads to it; file events come with the path without links, below "
         f"{home}/directory"]
     # By the file system that is /home/u/file, by the text /home/file.
-    assert said("files", f"{home}/link/../file") == [f"{home}/file: {stored}"]
+    assert said("files", f"{home}/link/../file") == [shorter(f"{home}/file")]
     (home / "deep/er").mkdir(parents=True)
     (home / "deeplink").symlink_to("deep/er")
     (home / "deep/file").touch()
     assert said("files", f"{home}/deeplink/../file") == [
-        f"{home}/file: {stored}",
+        shorter(f"{home}/file"),
         f'{home}/file: the argument leads to {home}/deep/file instead, because of a link in front of ".."']
-    assert said("other", "anything at all", cwd=home) == [f"{home}/anything at all: {stored}"]
+    assert said("other", "anything at all", cwd=home) == [full(f"{home}/anything at all")]
 
 
 def test_what_others_have_stored_can_be_removed(tv, tvctl):

@@ -5,6 +5,7 @@ import subprocess
 import pytest
 
 from harness import EICAR, EICAR_NAME, wait_until
+from wellness import start
 
 
 @pytest.mark.parametrize("part, line", [
@@ -62,7 +63,7 @@ def test_a_text_that_cannot_be_sent(tv, tvctl, text, says):
 
 @pytest.mark.parametrize("arguments", [("reload", "db"), ("url", "x")])
 def test_the_service_is_down(tvctl, arguments):
-    tvctl.fails(*arguments, says="tvfilemon does not run: nobody listens on port 8889; start it: systemctl")
+    tvctl.fails(*arguments, says="tvfilemon does not run: nobody listens on port 8889; start it as root: ")
 
 
 def test_a_busy_service_is_waited_for(tv, tvctl, connect, slow_file):
@@ -72,7 +73,7 @@ def test_a_busy_service_is_waited_for(tv, tvctl, connect, slow_file):
 
 
 def test_a_service_that_hangs_is_told(tv, tvctl):
-    tv.start()
+    start(tv)
     tv.pause()
     process = tvctl.start("url", "x")
     wait_until(lambda: b"waiting for tvfilemon, which is busy" in process.stderr.readline(), "the note")
@@ -83,7 +84,9 @@ def test_a_service_that_hangs_is_told(tv, tvctl):
 
 @pytest.mark.parametrize("arguments, says", [
     ((), "A subcommand is required; see tvctl --help"),
-    (("nonsense",), "see tvctl --help"),
+    (("nonsense",), "there is no command nonsense; see tvctl --help"),
+    (("nonsense", "x"), "there is no command nonsense; see tvctl --help"),
+    (("detections", "lits"), "there is no command lits; see tvctl detections --help"),
     (("reload",), "PART is required; see tvctl reload --help"),
     (("reload", "everything"), "see tvctl reload --help"),
     (("--frob", "reload", "db"), "see tvctl"),

@@ -29,6 +29,7 @@
 #include <new>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -82,7 +83,12 @@ ExitCode explainUsage(const CLI::App& tool, const CLI::ParseError& problem, Outp
         output.raw(QByteArray::fromStdString(text.str()));
         return ExitCode::Good;
     }
-    throw ToolError(FileName::toText(QByteArray(problem.what())) + QStringLiteral("; see ") +
+    // What was taken for nothing else; without it the line would only say that a command is missing.
+    const std::vector<std::string> left = tool.remaining(true);
+    const bool isUnknown = problem.get_name() == "RequiredError" && !left.empty();
+    const QByteArray reason = isUnknown ? QByteArray("there is no command ").append(left.front().c_str())
+                                        : QByteArray(problem.what());
+    throw ToolError(FileName::toText(reason) + QStringLiteral("; see ") +
                     QString::fromStdString(nameOfParsed(tool)) + QStringLiteral(" --help"));
 }
 

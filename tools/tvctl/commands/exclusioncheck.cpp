@@ -96,8 +96,14 @@ QStringList exclusionWarnings(ExclusionList list, const std::string& argument, c
 {
     QStringList problems;
     const QByteArray bytes = FileName::toBytes(path);
-    if (bytes != QByteArray::fromStdString(argument)) {
-        problems += QStringLiteral("it is stored as a full path without a slash behind it");
+    const QByteArray given = QByteArray::fromStdString(argument);
+    if (!given.startsWith('/')) {
+        problems += QStringLiteral("it is stored as a full path: %1").arg(path);
+    } else if (bytes != given && bytes + '/' != given) {
+        problems += QStringLiteral("it is stored without superfluous components: %1").arg(path);
+    }
+    if (given.endsWith('/') && bytes != given) {
+        problems += QStringLiteral("it is stored without the slash behind it");
     }
     if (list == ExclusionList::Other) {
         return problems;
@@ -105,7 +111,7 @@ QStringList exclusionWarnings(ExclusionList list, const std::string& argument, c
     if (list == ExclusionList::Files && path.endsWith(QLatin1String(".tvq"))) {
         problems += QStringLiteral("copies in quarantine, *.tvq, are never scanned anyway");
     }
-    problems += cleaningWarning(QByteArray::fromStdString(argument), bytes);
+    problems += cleaningWarning(given, bytes);
     problems += kindWarning(list, bytes);
     problems += linkWarning(bytes, watchedRoots);
     problems.removeAll(QString());
