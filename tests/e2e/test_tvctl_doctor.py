@@ -7,16 +7,16 @@ import subprocess
 
 import pytest
 
-from harness import Installation, Unwatched, fresh_directory, wait_until
+from harness import Installation, Path, Unwatched, fresh_directory, wait_until
 from tool import Tool
 from wellness import make_well, set_age, start
 
-NAMES = ["service", "port_owner", "engine", "port_exposure", "databases", "last_load", "signature_age", "update", "clock",
+NAMES = ["service", "port_owner", "engine", "port_exposure", "port_users", "databases", "last_load", "signature_age", "update", "clock",
          "protection", "scan_action", "stores", "sqlite_driver", "directories", "privacy", "quarantine",
          "disk_space", "engine_directory", "log", "watches", "watch_limit", "event_queue", "instance_limit"]
 GUARD = "bin/tvfilemon-firewall"
-# These judge the machine that the tests run on.
-OF_THE_MACHINE = {"disk_space", "engine_directory", "event_queue", "instance_limit", "watch_limit"}
+# These judge the machine that the tests run on, or need the firewall's table.
+OF_THE_MACHINE = {"port_users", "disk_space", "engine_directory", "event_queue", "instance_limit", "watch_limit"}
 
 
 @pytest.fixture
@@ -50,11 +50,29 @@ def doctor(tvctl):
     return Doctor(tvctl)
 
 
-def test_all_is_well(well, tvctl, doctor):
+@pytest.fixture
+def guard(well):
+    """The firewall's table is there."""
+    subprocess.run([well.root / GUARD, "start"], check=True)
+    yield
+    subprocess.run([well.root / GUARD, "stop"], check=True)
+
+
+@pytest.fixture
+def unit(well):
+    """Has systemd run the installation, as far as files tell."""
+    directory = Path("/run/systemd/system")
+    directory.mkdir(parents=True)
+    (directory / "tvfilemon.service").write_text(f"[Service]\nExecStart={well.root}/bin/tvfilemon\n")
+    yield
+    shutil.rmtree("/run/systemd")
+
+
+def test_all_is_well(well, tvctl, doctor, guard):
     start(well)
     doctor.examine()
     assert list(doctor.checks) == NAMES
-    assert doctor.of("failed") | doctor.of("warning") <= OF_THE_MACHINE
+    assert doctor.of("failed") | doctor.of("warning") <= OF_THE_MACHINE - {"port_users"}
     assert all((check["fix"] is None) == (check["result"] == "ok") for check in doctor.checks.values())
     result = tvctl.run("doctor", status=1 if doctor.of("failed") else 0)
     assert [line.split()[1] for line in result.lines()[:-1]] == NAMES
@@ -64,11 +82,18 @@ def test_all_is_well(well, tvctl, doctor):
 
 
 def test_the_service_is_down(well, doctor, tvctl):
-    others = doctor.finds("service", "nobody listens on port 8889", "systemctl start tvfilemon")
+    others = doctor.finds("service", "nobody listens on port 8889", f"start it as root: {well.root}/bin/tvfilemon")
     assert others - OF_THE_MACHINE == {"engine", "watches"}
     line = tvctl.run("doctor", status=1).lines()[0]
     assert line == ("FAIL  service              tvfilemon does not run: nobody listens on port 8889"
-                    " -- fix: systemctl start tvfilemon")
+                    f" -- fix: start it as root: {well.root}/bin/tvfilemon")
+
+
+def test_the_service_of_systemd_is_down(well, doctor, unit):
+    doctor.finds("service", "nobody listens on port 8889", "systemctl start tvfilemon")
+    assert "as root" not in doctor.checks["service"]["fix"]
+    set_age(well, 8)
+    doctor.finds("signature_age", "8 days old", "systemctl start tvfilemon-update")
 
 
 def test_the_service_was_stopped(well, doctor):
@@ -85,7 +110,7 @@ def test_the_program_was_replaced(well, doctor):
     program = well.root / "bin" / "tvfilemon"
     shutil.copy2(program, f"{program}.new")
     os.rename(f"{program}.new", program)
-    assert not doctor.finds("service", "before its program was replaced", "restart", "warning") - OF_THE_MACHINE
+    assert not doctor.finds("service", "before its program was replaced", "end it, and start it", "warning") - OF_THE_MACHINE
 
 
 def test_it_runs_twice(well, doctor):
@@ -121,7 +146,7 @@ def test_there_are_no_databases(home, mounts):
     try:
         start(tv)
         doctor = Doctor(Tool(tv))
-        assert doctor.finds("databases", "no *.cvd in", "freshclam") - OF_THE_MACHINE == {"engine"}
+        assert doctor.finds("databases", "no *.cvd in", f"put new *.cvd files into {tv.db}") - OF_THE_MACHINE == {"engine"}
         assert "finds nothing, not even the test pattern" in doctor.checks["engine"]["seen"]
         (tv.db / "daily.cld").write_bytes(b"")
         doctor.finds("databases", "daily.cld is of a kind that the service does not load", "freshclam")
@@ -161,10 +186,22 @@ def test_the_log_is_no_proof(well, doctor, home):
     well.log_file.unlink()
 
 
+def test_a_forged_failure_is_no_alarm(well, doctor, home, guard):
+    """As long as the engine detects."""
+    start(well)
+    forged = ("x\r\n2026-01-01 00:00:00:000  [ERROR]  [CScanFile::loadDatabases] :: [0x00000004]: Failed to load "
+              "database. Path: daily.cvd Error: 4\r\n2026-01-01 00:00:00:001  [INFO]  [y] :: z")
+    (home / forged).mkdir()
+    well.wait_log("TRACE", "FileMonitor::onActivated", f"New Directory added: {home}/x")
+    others = doctor.finds("last_load", "daily.cvd could not be loaded", "tvctl reload db", "warning")
+    assert not others - OF_THE_MACHINE
+    well.log_file.unlink()
+
+
 def test_the_signatures_are_old(well, doctor, tvctl):
     set_age(well, 8)
     start(well)
-    assert not doctor.finds("signature_age", "is 8 days old", "freshclam", "warning") - OF_THE_MACHINE
+    assert not doctor.finds("signature_age", "is 8 days old", "freshclam gets them") - OF_THE_MACHINE
     set_age(well, 7)
     assert doctor.examine().checks["signature_age"]["result"] == "ok"
 
@@ -178,7 +215,7 @@ def test_the_signatures_come_from_the_future(well, doctor):
 def test_a_database_of_another_kind(well, doctor):
     (well.db / "daily.cld").write_bytes(b"")
     start(well)
-    doctor.finds("databases", "does not load daily.cld", "ScriptedUpdates no", "warning")
+    doctor.finds("databases", "does not load daily.cld", "remove these files; then put new", "warning")
 
 
 def test_protection_is_off(well, doctor):
@@ -211,7 +248,7 @@ def test_a_directory_that_was_moved_in(well, doctor, home):
     start(well)
     os.rename(unwatched.path / "d", home / "d")
     assert not doctor.finds("watches", f"1 of 4 directories are not watched, {home}/d for example",
-                            "systemctl restart tvfilemon") - OF_THE_MACHINE
+                            "end it, and start it as root") - OF_THE_MACHINE
 
 
 def test_the_event_queue_is_short(well, doctor, mounts):
@@ -326,7 +363,7 @@ def test_the_port_is_open(well, doctor):
         assert doctor.examine().checks["port_exposure"]["result"] == "ok"
         subprocess.run(["ip", "link", "set", "v0", "up"], check=True)
         assert not doctor.finds("port_exposure", "port 8889 is open on v0 (192.0.2.1)",
-                                "systemctl enable --now tvfilemon-firewall") - OF_THE_MACHINE
+                                f"run as root: {well.root / GUARD} start") - OF_THE_MACHINE
         subprocess.run([well.root / GUARD, "start"], check=True)
         try:
             assert doctor.examine().checks["port_exposure"]["seen"] == "a firewall rule refuses port 8889"
@@ -334,6 +371,21 @@ def test_the_port_is_open(well, doctor):
             subprocess.run([well.root / GUARD, "stop"], check=True)
     finally:
         subprocess.run(["ip", "link", "delete", "v0"], check=True)
+
+
+def test_other_users_reach_the_port(well, doctor):
+    start(well)
+    doctor.finds("port_users", "any user of this machine may have the service delete files",
+                 f"run as root: {well.root / GUARD} start")
+
+
+def test_other_users_do_not_reach_the_port(well, doctor, guard):
+    start(well)
+    assert doctor.examine().checks["port_users"]["result"] == "ok"
+    # Whoever is refused knows it.
+    doctor.examine(user=1234, group=1234, extra_groups=[])
+    assert doctor.checks["port_users"]["result"] == "ok"
+    assert doctor.checks["service"]["fix"] == "sudo tvctl doctor"
 
 
 def test_without_roots_rights(well, doctor):

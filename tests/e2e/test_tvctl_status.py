@@ -147,12 +147,39 @@ def test_there_are_no_signatures(home):
         tv.close()
 
 
+def on_terminal(tvctl, *arguments, **environment):
+    """What it writes to one."""
+    controller, terminal = os.openpty()
+    with os.fdopen(controller, "rb") as screen:
+        subprocess.run(tvctl.command(*arguments), stdin=terminal, stdout=terminal, stderr=subprocess.DEVNULL,
+                       env=tvctl.environment(**{"TERM": "xterm", **environment}), check=False)
+        os.close(terminal)
+        shown = b""
+        try:
+            while True:
+                shown += os.read(screen.fileno(), 65536)
+        except OSError:
+            # Nobody has the terminal open any more.
+            return shown
+
+
+def test_colours(tvctl):
+    assert b"\x1b[1;31mNOT PROTECTED" in on_terminal(tvctl, "status")
+    # Set to nothing it says nothing.
+    assert b"\x1b[" in on_terminal(tvctl, "status", NO_COLOR="")
+    for arguments, environment in ((["--no-color"], {}), (["--no-colour"], {}), ([], {"NO_COLOR": "1"})):
+        shown = on_terminal(tvctl, *arguments, "status", **environment)
+        assert b"NOT PROTECTED" in shown and b"\x1b" not in shown
+    assert b"\x1b" not in on_terminal(tvctl, "status", TERM="dumb")
+    assert "\x1b" not in tvctl.run("status", status=1, environment={"TERM": "xterm"}).output
+
+
 def test_old_signatures(well, tvctl):
     set_age(well, 30)
     start(well)
     document = says(tvctl, PROTECTED, 0)
-    warning = "the signatures are 30 days old: get new ones with freshclam, then tvctl reload db"
-    assert document["warnings"] == [warning]
+    (warning,) = document["warnings"]
+    assert warning.startswith(f"the signatures are 30 days old: put new *.cvd files into {well.db} (freshclam ")
     assert tvctl.run("status").lines()[-1] == f"warning: {warning}"
 
 

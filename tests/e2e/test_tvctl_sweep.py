@@ -431,7 +431,7 @@ def test_a_state_that_cannot_be_kept(tv, tvctl, home):
 
 def test_the_service_is_down(tv, tvctl):
     tv.configure()
-    tvctl.fails("sweep", says="tvfilemon does not run: nobody listens on port 8889; start it: systemctl")
+    tvctl.fails("sweep", says="tvfilemon does not run: nobody listens on port 8889; start it as root: ")
 
 
 def test_there_is_no_store(tv, tvctl):

@@ -311,7 +311,7 @@ def test_no_network_changes_nothing_and_is_told(tv, tvctl, update, server):
     assert document["time"] == status["tried"].replace("Z", ".000Z")
     assert document["last_success"] == good["tried"].replace("Z", ".000Z")
     found = next(check for check in tvctl.json("doctor", status=None)["checks"] if check["name"] == "update")
-    assert found["result"] == "warning" and "systemctl start tvfilemon-update" in found["fix"]
+    assert found["result"] == "warning" and "tvfilemon-update as root" in found["fix"]
 
 
 def test_no_name_server(tv, update):

@@ -1,15 +1,17 @@
 #include "tvctl/commands/session.h"
 
 #include "tvctl/console/toolerror.h"
+#include "tvctl/installation/localadvice.h"
 #include "tvctl/installation/storeaccess.h"
 
 namespace
 {
-QString adviceFor(ServiceConnection::State state)
+QString adviceFor(ServiceConnection::State state, const Installation& installation)
 {
     switch (state) {
     case ServiceConnection::State::Refused:
-        return QStringLiteral("; start it: systemctl start tvfilemon");
+        return QStringLiteral("; ") +
+               LocalAdvice(installation).wordedFor(QStringLiteral("systemctl start tvfilemon"));
     case ServiceConnection::State::Untrusted:
         return QStringLiteral("; find that program: ss -ltnp 'sport = :%1'").arg(ServiceConnection::port);
     default:
@@ -30,7 +32,7 @@ Session::Session(Output& output, const Installation& installation)
 ServiceConnection& Session::service()
 {
     if (m_service.state() != ServiceConnection::State::Open && !m_service.open()) {
-        throw ToolError(m_service.problem() + adviceFor(m_service.state()));
+        throw ToolError(m_service.problem() + adviceFor(m_service.state(), m_installation));
     }
     return m_service;
 }
@@ -42,7 +44,7 @@ QByteArray Session::ask(const Request& request)
     }
     const auto reply = service().ask(request);
     if (!reply) {
-        throw ToolError(m_service.problem() + adviceFor(m_service.state()));
+        throw ToolError(m_service.problem() + adviceFor(m_service.state(), m_installation));
     }
     return *reply;
 }

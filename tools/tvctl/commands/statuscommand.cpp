@@ -2,6 +2,7 @@
 
 #include "common/filename.h"
 #include "tvctl/commands/statusview.h"
+#include "tvctl/installation/localadvice.h"
 
 #include <CLI/CLI.hpp>
 
@@ -46,6 +47,10 @@ ExitCode showStatus(Session& session)
     view.watches = WatchFacts::gather(view.service, walkLimit);
     measureQuarantine(view, installation.quarantine());
     view.verdict = judge(view.service, view.stores, view.files, view.watches, view.time);
+    const LocalAdvice advice(installation);
+    for (QString& warning : view.verdict.warnings) {
+        warning = advice.wordedFor(warning);
+    }
 
     Output& output = session.output();
     output.lines(view.lines(output));

@@ -11,7 +11,7 @@ constexpr qint64 daySeconds = 24LL * 60 * 60;
 
 QString getNew()
 {
-    return QStringLiteral("get new ones with freshclam, then tvctl reload db");
+    return QStringLiteral("systemctl start tvfilemon-update");
 }
 } // namespace
 
@@ -24,11 +24,10 @@ Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& di
     }
     for (const SignatureFile& file : files.loaded) {
         if (!file.problem.isEmpty()) {
-            return Finding::failed(
-                name,
-                QStringLiteral("%1: %2, which keeps all signatures from being loaded")
-                    .arg(file.name, file.problem),
-                QStringLiteral("remove it, or get it anew with freshclam; then tvctl reload db"));
+            return Finding::failed(name,
+                                   QStringLiteral("%1: %2, which keeps all signatures from being loaded")
+                                       .arg(file.name, file.problem),
+                                   QStringLiteral("remove it, then tvctl reload db; then ") + getNew());
         }
     }
     if (files.loaded.isEmpty()) {
@@ -43,8 +42,7 @@ Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& di
         return Finding::warning(
             name,
             QStringLiteral("the service does not load %1").arg(files.ignored.join(QStringLiteral(", "))),
-            QStringLiteral("it loads *.cvd alone: set \"ScriptedUpdates no\" in freshclam.conf, remove "
-                           "these files, and get new ones"));
+            QStringLiteral("it loads *.cvd alone: remove these files; then ") + getNew());
     }
     QStringList names;
     for (const SignatureFile& file : files.loaded) {
@@ -53,22 +51,28 @@ Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& di
     return Finding::ok(name, names.join(QStringLiteral(", ")));
 }
 
-Finding DatabaseChecks::lastLoad(const LoadOutcome& load, const QString& logFile)
+Finding DatabaseChecks::lastLoad(const LoadOutcome& load, const QString& logFile, bool isDetecting)
 {
     const QString name = QStringLiteral("last_load");
+    const auto failure = [&load] {
+        return load.file.isEmpty()
+                   ? QStringLiteral("the log says that it failed at %1").arg(TimeText::format(load.time))
+                   : QStringLiteral("the log says that %1 could not be loaded at %2: %3")
+                         .arg(load.file, TimeText::format(load.time),
+                              ServiceReply::scanErrorText(load.errorCode));
+    };
     switch (load.result) {
     case LoadOutcome::Result::Loaded:
         return Finding::ok(
             name, QStringLiteral("the log says that it succeeded at %1").arg(TimeText::format(load.time)));
     case LoadOutcome::Result::Failed:
-        return Finding::failed(
-            name,
-            load.file.isEmpty()
-                ? QStringLiteral("the log says that it failed at %1").arg(TimeText::format(load.time))
-                : QStringLiteral("the log says that %1 could not be loaded at %2: %3")
-                      .arg(load.file, TimeText::format(load.time),
-                           ServiceReply::scanErrorText(load.errorCode)),
-            QStringLiteral("mend the signature files, then tvctl reload db"));
+        return isDetecting
+                   ? Finding::warning(name,
+                                      failure() + QStringLiteral("; yet the engine detects the test pattern, "
+                                                                 "and a file's name can forge such a line"),
+                                      QStringLiteral("load them again: tvctl reload db"))
+                   : Finding::failed(name, failure(),
+                                     QStringLiteral("mend the signature files, then tvctl reload db"));
     case LoadOutcome::Result::Starting:
     case LoadOutcome::Result::Loading:
         return Finding::warning(name, QStringLiteral("the log does not say yet what came of it"),
@@ -88,7 +92,7 @@ Finding DatabaseChecks::freshness(const SignatureFiles& files, const QDateTime& 
     }
     const qint64 days = ageInDays(file->header->built, now);
     const QString seen = QStringLiteral("%1 is %2 days old").arg(file->name).arg(days);
-    return days > maxAgeDays ? Finding::warning(name, seen, getNew()) : Finding::ok(name, seen);
+    return days > maxAgeDays ? Finding::failed(name, seen, getNew()) : Finding::ok(name, seen);
 }
 
 Finding DatabaseChecks::update(const std::optional<UpdateStatus>& status, const QDateTime& now)

@@ -22,8 +22,9 @@ constexpr int maxDaysWithoutUpdate = 2;
 /// They are there and look as they should.
 Finding databases(const SignatureFiles& files, const QString& directory);
 
-/// The service could load them the last time, as far as its log tells.
-Finding lastLoad(const LoadOutcome& load, const QString& logFile);
+/// The service could load them the last time, as far as its log tells. When the engine is known to detect
+/// something, a failure is only worth a look: it may be a forged line, and what is loaded is in use.
+Finding lastLoad(const LoadOutcome& load, const QString& logFile, bool isDetecting);
 
 /// They are young enough.
 Finding freshness(const SignatureFiles& files, const QDateTime& now);

@@ -6,6 +6,7 @@
 #include "tvctl/health/servicefacts.h"
 #include "tvctl/health/storefacts.h"
 #include "tvctl/health/systemchecks.h"
+#include "tvctl/installation/localadvice.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -95,20 +96,32 @@ Finding checkEngineDirectory(const ServiceFacts& service)
                : SystemChecks::engineDirectory({}, SystemChecks::Process::Hidden);
 }
 
+/// Others are kept away when one's own attempt was refused where somebody listens.
+LocalAccess accessToPort(const ServiceFacts& service, bool isRoot)
+{
+    if (service.isBarred()) {
+        return LocalAccess::Refused;
+    }
+    return isRoot && service.probe.answers() ? tryLocalAccess(ServiceConnection::port, anybody)
+                                             : LocalAccess::Unknown;
+}
+
 Findings checkService(const Installation& installation, const ServiceFacts& service, bool isRoot)
 {
     return {
         ServiceChecks::service(service), ServiceChecks::portOwner(service, installation, isRoot),
         ServiceChecks::engine(service, installation.logFile()),
-        ServiceChecks::portExposure(service, reachableInterfaces(), lookAtFirewall(ServiceConnection::port))};
+        ServiceChecks::portExposure(service, reachableInterfaces(), lookAtFirewall(ServiceConnection::port)),
+        ServiceChecks::portUsers(service, accessToPort(service, isRoot))};
 }
 
-Findings checkDatabases(const Installation& installation, const LoadOutcome& load)
+Findings checkDatabases(const Installation& installation, const ServiceFacts& service)
 {
     const SignatureFiles files = readSignatureFiles(installation.databases());
     const QDateTime now = QDateTime::currentDateTimeUtc();
     return {DatabaseChecks::databases(files, installation.databases()),
-            DatabaseChecks::lastLoad(load, installation.logFile()), DatabaseChecks::freshness(files, now),
+            DatabaseChecks::lastLoad(service.load, installation.logFile(), service.probe.detects()),
+            DatabaseChecks::freshness(files, now),
             DatabaseChecks::update(UpdateStatus::read(installation.updateStatusFile()), now),
             DatabaseChecks::clock(files, now)};
 }
@@ -148,6 +161,12 @@ Findings examine(const Installation& installation)
     const bool isRoot = ::geteuid() == 0;
     ServiceConnection connection;
     const ServiceFacts service = ServiceFacts::gather(installation, connection, serviceLimit);
-    return checkService(installation, service, isRoot) + checkDatabases(installation, service.load) +
-           checkStores(installation) + checkFiles(installation, service, isRoot) + checkKernel(service);
+    Findings findings = checkService(installation, service, isRoot) + checkDatabases(installation, service) +
+                        checkStores(installation) + checkFiles(installation, service, isRoot) +
+                        checkKernel(service);
+    const LocalAdvice advice(installation);
+    for (Finding& finding : findings) {
+        finding.fix = advice.wordedFor(finding.fix);
+    }
+    return findings;
 }

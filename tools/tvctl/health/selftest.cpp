@@ -10,6 +10,7 @@
 #include "tvctl/health/testfile.h"
 #include "tvctl/health/testpattern.h"
 #include "tvctl/health/watchneed.h"
+#include "tvctl/installation/localadvice.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -144,7 +145,8 @@ void SelfTest::connect()
     // Whom the firewall does not let ask may still see what becomes of a file.
     m_isBarred = m_service.state() == State::Refused && isListenedTo();
     if (m_service.state() == State::Refused && !m_isBarred) {
-        throw ToolError(m_service.problem() + QStringLiteral("; start it: systemctl start tvfilemon"));
+        throw ToolError(m_service.problem() + QStringLiteral("; ") +
+                        LocalAdvice(m_installation).wordedFor(QStringLiteral("systemctl start tvfilemon")));
     }
     // One that is busy may yet do its work.
     if (m_service.state() != State::TimedOut && !m_isBarred) {
@@ -286,7 +288,7 @@ void SelfTest::explainBlindness(SelfTestResult& result) const
     }
     result.explanation =
         QStringLiteral("tvfilemon answers and recognises the file, but it no longer sees what is written");
-    result.fix = restart();
+    result.fix = LocalAdvice(m_installation).wordedFor(restart());
     const QVector<RunningProcess> processes = ServiceProcess::find(m_installation);
     const auto use = processes.isEmpty() ? std::nullopt : inotifyUseOf(processes.first().id);
     struct stat status = {};
@@ -297,7 +299,7 @@ void SelfTest::explainBlindness(SelfTestResult& result) const
                 .arg(m_directory);
         result.fix =
             QStringLiteral("when it lies at most four levels below a watched root and is not hidden: ") +
-            restart();
+            LocalAdvice(m_installation).wordedFor(restart());
     }
 }
 

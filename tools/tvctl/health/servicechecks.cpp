@@ -13,6 +13,11 @@ QString restart()
     return QStringLiteral("systemctl restart tvfilemon");
 }
 
+QString guardThePort()
+{
+    return QStringLiteral("systemctl enable --now tvfilemon-firewall");
+}
+
 QString whoListens()
 {
     return QStringLiteral("find and end that program: ss -ltnp 'sport = :%1'").arg(ServiceConnection::port);
@@ -174,9 +179,27 @@ Finding ServiceChecks::portExposure(const ServiceFacts& facts, const QStringList
     const QString seen = QStringLiteral("port %1 is open on %2; %3")
                              .arg(ServiceConnection::port)
                              .arg(interfaces.join(QStringLiteral(", ")), firewall.seen);
-    const QString fix = QStringLiteral("systemctl enable --now tvfilemon-firewall");
+    const QString fix = guardThePort();
     return firewall.verdict == FirewallView::Verdict::Open ? Finding::failed(name, seen, fix)
                                                            : Finding::warning(name, seen, fix);
+}
+
+Finding ServiceChecks::portUsers(const ServiceFacts& facts, LocalAccess access)
+{
+    const QString name = QStringLiteral("port_users");
+    if (facts.listeners.isEmpty()) {
+        return Finding::ok(name, QStringLiteral("nobody listens"));
+    }
+    switch (access) {
+    case LocalAccess::Refused:
+        return Finding::ok(name, QStringLiteral("other users of this machine are refused"));
+    case LocalAccess::Admitted:
+        return Finding::failed(name,
+                               QStringLiteral("any user of this machine may have the service delete files"),
+                               guardThePort());
+    default:
+        return Finding::notChecked(name);
+    }
 }
 
 Finding ServiceChecks::watches(const ServiceFacts& service, const WatchFacts& facts)

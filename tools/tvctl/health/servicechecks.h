@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tvctl/health/finding.h"
+#include "tvctl/health/localaccess.h"
 #include "tvctl/health/networkexposure.h"
 #include "tvctl/health/servicefacts.h"
 #include "tvctl/installation/installation.h"
@@ -22,6 +23,10 @@ Finding engine(const ServiceFacts& facts, const QString& logFile);
 
 /// Only programs of this machine reach its port: whoever does may have it delete files.
 Finding portExposure(const ServiceFacts& facts, const QStringList& interfaces, const FirewallView& firewall);
+
+/// Of the users of this machine, only root and those who were chosen reach its port, as an attempt by another
+/// one came to: whoever does may have it delete files.
+Finding portUsers(const ServiceFacts& facts, LocalAccess access);
 
 /// It watches every directory that it should.
 Finding watches(const ServiceFacts& service, const WatchFacts& facts);

@@ -53,9 +53,7 @@ void addWarnings(Verdict& verdict, const ServiceFacts& service, const StoreFacts
     const qint64 days = freshest == nullptr ? 0 : DatabaseChecks::ageInDays(freshest->header->built, now);
     if (days > DatabaseChecks::maxAgeDays) {
         verdict.warnings +=
-            QStringLiteral("the signatures are %1 days old: get new ones with freshclam, then "
-                           "tvctl reload db")
-                .arg(days);
+            QStringLiteral("the signatures are %1 days old: systemctl start tvfilemon-update").arg(days);
     }
     for (const SignatureFile& file : files.loaded) {
         if (!file.problem.isEmpty()) {

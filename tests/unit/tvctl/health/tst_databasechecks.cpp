@@ -66,12 +66,15 @@ void TestDatabaseChecks::databases()
 
 void TestDatabaseChecks::lastLoad()
 {
-    const auto check = [](Load result, const char* name = "") {
-        return DatabaseChecks::lastLoad({result, now, QLatin1String(name), 4}, QStringLiteral("/log"));
+    const auto check = [](Load result, const char* name = "", bool isDetecting = false) {
+        return DatabaseChecks::lastLoad({result, now, QLatin1String(name), 4}, QStringLiteral("/log"),
+                                        isDetecting);
     };
     expect(check(Load::Loaded), Result::Ok, "succeeded at 2026-05-20");
     expect(check(Load::Failed, "x.cvd"), Result::Failed, "x.cvd could not be loaded at 2026-05-20");
     expect(check(Load::Failed), Result::Failed, "it failed at");
+    expect(check(Load::Failed, "x.cvd", true), Result::Warning, "x.cvd could not be loaded at 2026-05-20");
+    expect(check(Load::Failed, "", true), Result::Warning, "a file's name can forge such a line");
     expect(check(Load::Starting), Result::Warning, "not say yet");
     expect(check(Load::Loading), Result::Warning, "not say yet");
     expect(check(Load::Unknown), Result::Warning, "/log");
@@ -96,7 +99,7 @@ void TestDatabaseChecks::freshness()
     QFETCH(const int, days);
     QFETCH(const bool, isOld);
     const SignatureFiles files = with({file("daily.cvd", now.addSecs(-seconds)), file("main.cvd")});
-    expect(DatabaseChecks::freshness(files, now), isOld ? Result::Warning : Result::Ok,
+    expect(DatabaseChecks::freshness(files, now), isOld ? Result::Failed : Result::Ok,
            qPrintable(QStringLiteral("daily.cvd is %1 days old").arg(days)));
     expect(DatabaseChecks::freshness({}, now), Result::Warning, "nothing that says its age");
 }

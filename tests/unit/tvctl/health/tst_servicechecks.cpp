@@ -218,6 +218,20 @@ void addExposureRows()
         Result::Failed, "eth0", "firewall");
 }
 
+void addUserRows()
+{
+    using ServiceChecks::portUsers;
+    const auto row = [](const char* name, const Finding& finding, Result result, const char* seen,
+                        const char* fix) {
+        QTest::newRow(name) << finding << result << QString::fromLatin1(seen) << QString::fromLatin1(fix);
+    };
+    row("users: refused", portUsers(good(), LocalAccess::Refused), Result::Ok, "are refused", "");
+    row("users: admitted", portUsers(good(), LocalAccess::Admitted), Result::Failed,
+        "any user of this machine", "enable --now tvfilemon-firewall");
+    row("users: not tried", portUsers(good(), LocalAccess::Unknown), Result::Warning, "not checked", "sudo");
+    row("users: down", portUsers(down(), LocalAccess::Unknown), Result::Ok, "nobody listens", "");
+}
+
 void addWatchRows()
 {
     const auto row = [](const char* name, const ServiceFacts& service, const WatchFacts& facts, Result result,
@@ -250,6 +264,7 @@ void TestServiceChecks::judges_data()
     addPortRows();
     addEngineRows();
     addExposureRows();
+    addUserRows();
     addWatchRows();
 }
 
