@@ -12,6 +12,9 @@ system_database=/var/lib/clamav
 test_signatures=${TVFILEMON_TEST_SIGNATURES:-$source_dir/../shared/testdata/signatures}
 log=$root/logs/tvfilemon.log
 
+# What the engine unpacks, at most; it needs up to 400 MB for one archive.
+readonly unpack_megabytes=512 least_memory_megabytes=2048
+
 # A slow line may take minutes for the 250 MB of a complete set.
 readonly download_seconds=900
 
@@ -149,14 +152,65 @@ run.sh: watching /home and /media. Ctrl-C stops it. To try it, in another termin
 EOF
 }
 
+# Whether the kernel could give the engine that much memory without taking it from other programs.
+has_memory()
+{
+    local name kilobytes rest
+    while read -r name kilobytes rest; do
+        if [ "$name" = MemAvailable: ]; then
+            [ $((kilobytes / 1024)) -ge $least_memory_megabytes ]
+            return
+        fi
+    done </proc/meminfo
+    return 1
+}
+
+# Whose content is other people's secret; the service itself would make them so that everybody may look in.
+# $@ goes in front of the command.
+make_private_directories()
+{
+    "$@" install -d -m 0700 "$root/settings" "$root/quarantine"
+}
+
+# Whether a service in a mount namespace of its own would still see what is mounted later: a stick, for example.
+mounts_arrive()
+{
+    local directory
+    for directory in / /home /media; do
+        [[ $(findmnt -n -o PROPAGATION --target "$directory") == *shared* ]] || return 1
+    done
+}
+
+# Gives root's service a place of its own for what it unpacks: in memory, and with a limit, so that no archive
+# fills the place where other programs keep what they need to run. Elsewhere the service looks for a place itself.
+# Sets "command".
+add_engine_directory()
+{
+    local place=$root/unpack
+    has_memory && mounts_arrive || return 0
+    mkdir -p "$place"
+    # shellcheck disable=SC2016
+    command=(unshare --mount --propagation slave -- sh -c '
+        if mount -n -t tmpfs -o "size=$3m,mode=0700,noexec,nosuid,nodev" tvfilemon "$1"; then
+            export TMPDIR="$1"
+        fi
+        exec "$2"' sh "$place" "${command[@]}" "$unpack_megabytes")
+}
+
 run_service()
 {
     local command=("$root/bin/tvfilemon") privilege=''
-    if [ "$(id -u)" -ne 0 ]; then
+    if [ "$(id -u)" -eq 0 ]; then
+        make_private_directories
+        add_engine_directory
+    else
         if command -v sudo >/dev/null && sudo -v; then
+            make_private_directories sudo --
+            add_engine_directory
             command=(sudo -- "${command[@]}")
             privilege='sudo '
         else
+            make_private_directories
             say "*** running without root: directories and files of other users are NOT watched or scanned," \
                 "and only you see popups. ***"
         fi
