@@ -166,10 +166,12 @@ has_memory()
 }
 
 # Whose content is other people's secret; the service itself would make them so that everybody may look in.
-# $@ goes in front of the command.
+# $1 is whose the service is, the rest goes in front of the command.
 make_private_directories()
 {
-    "$@" install -d -m 0700 "$root/settings" "$root/quarantine"
+    local owner=$1
+    shift
+    "$@" install -d -m 0700 -o "$owner" "$root/settings" "$root/quarantine"
 }
 
 # Whether a service in a mount namespace of its own would still see what is mounted later: a stick, for example.
@@ -201,16 +203,16 @@ run_service()
 {
     local command=("$root/bin/tvfilemon") privilege=''
     if [ "$(id -u)" -eq 0 ]; then
-        make_private_directories
+        make_private_directories 0
         add_engine_directory
     else
         if command -v sudo >/dev/null && sudo -v; then
-            make_private_directories sudo --
+            make_private_directories 0 sudo --
             add_engine_directory
             command=(sudo -- "${command[@]}")
             privilege='sudo '
         else
-            make_private_directories
+            make_private_directories "$(id -u)"
             say "*** running without root: directories and files of other users are NOT watched or scanned," \
                 "and only you see popups. ***"
         fi
