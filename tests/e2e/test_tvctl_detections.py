@@ -225,6 +225,78 @@ def test_follow_resumes(tv, follow, three):
     assert [line["id"] for line in second.wait(1)] == [3]
 
 
+def test_follow_with_a_cursor(tv, follow, three, files):
+    cursor = files / "cursor"
+    first = follow("--cursor", cursor)
+    assert [line["id"] for line in first.wait(3)] == [1, 2, 3]
+    wait_until(lambda: cursor.read_text().strip() == first.lines()[-1]["event_id"], "the cursor")
+    assert cursor.stat().st_mode & 0o777 == 0o600
+    first.end()
+    # While nobody follows, and while somebody does.
+    tv.add_reports([record(4), record(5)])
+    second = follow("--cursor", cursor)
+    second.wait(2)
+    tv.add_reports([record(6)])
+    assert [line["id"] for line in second.wait(3)] == [4, 5, 6]
+    second.end()
+    third = follow("--cursor", cursor)
+    tv.add_reports([record(7)])
+    assert [line["id"] for line in third.wait(1)] == [7]
+
+
+def test_follow_with_a_cursor_is_killed_again_and_again(tv, follow, files):
+    """None is missing, and each kill repeats one line at most."""
+    count, kills, lines = 3000, 0, []
+    tv.add_reports([record(number % 100) for number in range(count)])
+    while not lines or lines[-1]["id"] < count:
+        follower = follow("--cursor", files / "cursor")
+        wait_until(follower.lines, "a line")
+        follower.process.kill()
+        follower.process.wait()
+        kills += 1
+        lines += follower.lines()
+    ids = [line["id"] for line in lines]
+    assert sorted(set(ids)) == list(range(1, count + 1))
+    assert len(ids) <= count + kills and len({line["event_id"] for line in lines}) == count
+
+
+def test_follow_with_a_cursor_into_a_new_store(tv, follow, three, files):
+    cursor = files / "cursor"
+    follower = follow("--cursor", cursor)
+    follower.wait(3)
+    follower.end()
+    for path in tv.settings.glob("reports.db*"):
+        path.unlink()
+    tv.add_reports([record(7)])
+    assert [line["virus"] for line in follow("--cursor", cursor).wait(1)] == ["Test.Name-7"]
+
+
+@pytest.mark.parametrize("content", ["root:x:0:0\n", "7-5" + " " * 64, "-1\n", "1-2-3"])
+def test_follow_with_a_file_that_is_no_cursor(tvctl, three, files, content):
+    (files / "cursor").write_text(content)
+    tvctl.fails("detections", "follow", "--cursor", files / "cursor", says="holds no event_id")
+    assert (files / "cursor").read_text() == content
+
+
+@pytest.mark.parametrize("name", ["link", "missing/cursor", "."])
+def test_follow_with_a_cursor_that_cannot_be_kept(tvctl, three, files, name):
+    (files / "link").symlink_to(files / "target")
+    tvctl.fails("detections", "follow", "--cursor", f"{files}/{name}", says=f"cannot keep {files}/{name}")
+    assert os.listdir(files) == ["link"]
+
+
+def test_follow_with_a_cursor_that_is_no_file(tvctl, three, files):
+    os.mkfifo(files / "fifo")
+    tvctl.fails("detections", "follow", "--cursor", files / "fifo", says=f"cannot keep {files}/fifo")
+
+
+def test_follow_with_a_cursor_that_is_in_use(tvctl, follow, three, files):
+    # What a machine that went down may have left.
+    (files / "cursor").write_bytes(bytes(64))
+    follow("--cursor", files / "cursor").wait(3)
+    tvctl.fails("detections", "follow", "--cursor", files / "cursor", says="is in use")
+
+
 def test_follow_many(tv, follow):
     tv.add_reports(record(number) for number in range(2500))
     follower = follow("--after-id", "0")
@@ -532,6 +604,7 @@ def test_somebody_without_permission(tv, tvctl, three, arguments):
     (["list", "--since", "yesteryear"], '--since takes no "yesteryear"; give a span like 90s'),
     (["follow", "--since", "7"], '--since takes no "7"; give a span'),
     (["follow", "--since", "1d", "--after-id", "3"], "see tvctl detections follow --help"),
+    (["follow", "--cursor", "/tmp/x", "--after-id", "3"], "see tvctl detections follow --help"),
     (["follow", "--after-id", "x"], '--after-id takes no "x"; give the event_id'),
     (["follow", "--format", "csv"], "see tvctl detections follow --help"),
     (["export"], "--format is required; see tvctl detections export --help"),

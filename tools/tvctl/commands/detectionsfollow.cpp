@@ -3,6 +3,7 @@
 #include "common/filename.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/toolerror.h"
+#include "tvctl/detections/detectioncursor.h"
 #include "tvctl/detections/detectionfollower.h"
 #include "tvctl/detections/detectionforms.h"
 #include "tvctl/detections/detectionreader.h"
@@ -12,6 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace
@@ -24,12 +26,17 @@ struct Options
     std::string format = "json";
     std::string since;
     std::string afterId;
+    std::string cursor;
 };
 
 class Stream
 {
 public:
-    Stream(Session& session, bool isEcs) : m_session(session), m_isEcs(isEcs)
+    /// `cursor` is null, or keeps how far it has come.
+    Stream(Session& session, bool isEcs, DetectionCursor* cursor)
+        : m_session(session),
+          m_isEcs(isEcs),
+          m_cursor(cursor)
     {
     }
 
@@ -41,6 +48,10 @@ public:
                 m_isEcs ? DetectionForms::ecs(report, m_host) : DetectionForms::json(report);
             if (!m_output.write(DetectionForms::line(object))) {
                 return false;
+            }
+            // Behind the line: what ends this in between has the line come twice, and not be missing.
+            if (m_cursor != nullptr) {
+                m_cursor->moveTo(DetectionId(report));
             }
         }
         return true;
@@ -63,6 +74,7 @@ public:
 private:
     Session& m_session;
     const bool m_isEcs;
+    DetectionCursor* const m_cursor;
     const HostIdentity m_host = HostIdentity::own();
     StreamOutput m_output;
 };
@@ -74,24 +86,33 @@ DetectionId newestOf(const Session& session)
     return newest.isEmpty() ? DetectionId() : DetectionId(newest.constFirst());
 }
 
+DetectionId idOf(const std::string& argument)
+{
+    const QString text = FileName::toText(QByteArray::fromStdString(argument));
+    const auto id = DetectionId::parse(text);
+    if (!id) {
+        throw ToolError(
+            QStringLiteral("--after-id takes no \"%1\"; give the event_id of a line that came").arg(text));
+    }
+    return *id;
+}
+
 ExitCode follow(Session& session, const Options& options)
 {
     const QDateTime since = timeOf(options.since, "--since");
     DetectionId after;
     if (!options.afterId.empty()) {
-        const QString text = FileName::toText(QByteArray::fromStdString(options.afterId));
-        const auto id = DetectionId::parse(text);
-        if (!id) {
-            throw ToolError(
-                QStringLiteral("--after-id takes no \"%1\"; give the event_id of a line that came")
-                    .arg(text));
-        }
-        after = *id;
+        after = idOf(options.afterId);
     }
     session.requireReports();
+    std::optional<DetectionCursor> cursor;
+    if (!options.cursor.empty()) {
+        cursor.emplace(FileName::toText(QByteArray::fromStdString(options.cursor)));
+        after = cursor->last();
+    }
 
-    Stream stream(session, options.format == "ecs");
-    if (options.afterId.empty()) {
+    Stream stream(session, options.format == "ecs", cursor ? &*cursor : nullptr);
+    if (options.afterId.empty() && !cursor) {
         after = newestOf(session);
     }
     if (since.isValid()) {
@@ -124,11 +145,19 @@ void addDetectionsFollow(CLI::App& detections, Action& chosen)
         ->type_name("FORMAT");
     auto* since = command->add_option("--since", options->since, "Begin with those from this time on")
                       ->type_name("TIME");
+    auto* afterId =
+        command
+            ->add_option("--after-id", options->afterId,
+                         "Begin behind this one: the event_id (in ecs event.id) of the last line that came")
+            ->excludes(since)
+            ->type_name("ID");
     command
-        ->add_option("--after-id", options->afterId,
-                     "Begin behind this one: the event_id (in ecs event.id) of the last line that came")
+        ->add_option(
+            "--cursor", options->cursor,
+            "Begin where the last one with this file ended, the first time with the oldest detection")
         ->excludes(since)
-        ->type_name("ID");
+        ->excludes(afterId)
+        ->type_name("FILE");
     command->callback([options, &chosen] {
         chosen = [options](Session& session) {
             return follow(session, *options);

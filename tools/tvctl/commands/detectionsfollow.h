@@ -7,5 +7,5 @@ namespace CLI
 class App;
 }
 
-/// `tvctl detections follow [--format json|ecs] [--since T | --after-id ID]`.
+/// `tvctl detections follow [--format json|ecs] [--since T | --after-id ID | --cursor FILE]`.
 void addDetectionsFollow(CLI::App& detections, Action& chosen);
