@@ -74,6 +74,28 @@ QString exactBytes(const QString& path)
     return object.value(QStringLiteral("p_base64")).toString();
 }
 
+/// The journal cuts a line in two behind 48 KB, and neither half is JSON. Two texts are in three fields each,
+/// and a character may take six bytes.
+constexpr int longestEcsText = 1024;
+
+/// All of the longest path that a program can name.
+constexpr int longestEcsBytes = 5464;
+
+/// `text` for people, without its middle when it is too long.
+QString ecsText(const QString& text)
+{
+    const QString shown = FileName::toDisplay(text);
+    if (shown.size() <= longestEcsText) {
+        return shown;
+    }
+    const QString gap = QStringLiteral("...");
+    const int half = (longestEcsText - gap.size()) / 2;
+    // A character of two units stays whole.
+    const int front = shown.at(half - 1).isHighSurrogate() ? half - 1 : half;
+    const int back = shown.at(shown.size() - half).isLowSurrogate() ? half - 1 : half;
+    return shown.left(front) + gap + shown.right(back);
+}
+
 QJsonObject ecsEvent(const VirusReport& report, DetectionStatus status)
 {
     const bool isCleaned = status == DetectionStatus::Cleaned;
@@ -101,10 +123,10 @@ QJsonObject ecsEvent(const VirusReport& report, DetectionStatus status)
 
 QJsonObject ecsFile(const VirusReport& report)
 {
-    const QString path = FileName::toDisplay(report.getFilePath());
+    const QString path = ecsText(report.getFilePath());
     QJsonObject file{
         {QStringLiteral("path"), path},
-        {QStringLiteral("name"), FileName::toDisplay(report.getFileName())},
+        {QStringLiteral("name"), ecsText(report.getFileName())},
         {QStringLiteral("type"), QStringLiteral("file")},
     };
     const int slash = path.lastIndexOf(QLatin1Char('/'));
@@ -130,8 +152,7 @@ QJsonObject ecsHost(const HostIdentity& host)
 QString ecsMessage(const VirusReport& report, DetectionStatus status)
 {
     return QStringLiteral("%1 in %2: %3")
-        .arg(FileName::toDisplay(report.getVirusName()), FileName::toDisplay(report.getFilePath()),
-             detectionStatusWord(status));
+        .arg(ecsText(report.getVirusName()), ecsText(report.getFilePath()), detectionStatusWord(status));
 }
 } // namespace
 
@@ -155,10 +176,10 @@ QJsonObject DetectionForms::json(const VirusReport& report)
 QJsonObject DetectionForms::ecs(const VirusReport& report, const HostIdentity& host)
 {
     const DetectionStatus status = detectionStatusOf(report);
-    const QString virus = FileName::toDisplay(report.getVirusName());
+    const QString virus = ecsText(report.getVirusName());
     QJsonObject own{{QStringLiteral("clean_status"), report.getCleanStatus()}};
     const QString bytes = exactBytes(report.getFilePath());
-    if (!bytes.isEmpty()) {
+    if (!bytes.isEmpty() && bytes.size() <= longestEcsBytes) {
         own.insert(QStringLiteral("path_base64"), bytes);
     }
     return {

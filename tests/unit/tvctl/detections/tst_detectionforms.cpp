@@ -44,6 +44,8 @@ private Q_SLOTS:
     void jsonOfOddNames();
     void ecs();
     void ecsOfAFileAtTheTop();
+    void ecsFitsIntoALineOfTheJournal_data();
+    void ecsFitsIntoALineOfTheJournal();
     void csv();
     void csvKeepsAnyField_data();
     void csvKeepsAnyField();
@@ -149,6 +151,35 @@ void TestDetectionForms::ecsOfAFileAtTheTop()
              QStringLiteral("/"));
     report.setFilePath(QString());
     QVERIFY(at(DetectionForms::ecs(report, {}), QStringLiteral("file.directory")).isUndefined());
+}
+
+void TestDetectionForms::ecsFitsIntoALineOfTheJournal_data()
+{
+    QTest::addColumn<QByteArray>("unit");
+    QTest::addColumn<int>("count");
+    QTest::newRow("invalid bytes") << QByteArray("\xff") << 4000;
+    QTest::newRow("invalid bytes, too long to be named") << QByteArray("\xff") << 40000;
+    QTest::newRow("control characters") << QByteArray("\x01") << 4000;
+    QTest::newRow("backslashes") << QByteArray("\\") << 40000;
+    QTest::newRow("four bytes each") << QByteArray("\xf0\x9f\x98\x80") << 20000;
+    QTest::newRow("invisible") << QByteArray("\xe2\x80\xae") << 20000;
+}
+
+void TestDetectionForms::ecsFitsIntoALineOfTheJournal()
+{
+    QFETCH(QByteArray, unit);
+    QFETCH(int, count);
+    constexpr int longestLine = 48 * 1024;
+    VirusReport report = sample();
+    report.setFilePath(FileName::toText("/home/begin/" + unit.repeated(count) + "/end"));
+    report.setFileName(FileName::toText(unit.repeated(255 / unit.size())));
+    report.setVirusName(FileName::toText(unit.repeated(count)));
+    const QByteArray line = DetectionForms::line(DetectionForms::ecs(report, {}));
+    QVERIFY2(line.size() < longestLine, QByteArray::number(line.size()));
+    const QJsonValue path = at(QJsonDocument::fromJson(line).object(), QStringLiteral("file.path"));
+    QVERIFY(path.toString().startsWith(QStringLiteral("/home/begin/")));
+    QVERIFY(path.toString().endsWith(QStringLiteral("/end")));
+    QVERIFY(path.toString().isValidUtf16());
 }
 
 void TestDetectionForms::csv()
