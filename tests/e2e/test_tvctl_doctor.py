@@ -4,16 +4,18 @@ import os
 import shutil
 import socket
 import subprocess
+import time
 
 import pytest
 
 from harness import Installation, Path, Unwatched, fresh_directory, wait_until
 from tool import Tool
-from wellness import make_well, set_age, start
+from wellness import DAY, make_well, set_age, start
 
 NAMES = ["service", "port_owner", "engine", "port_exposure", "port_users", "databases", "last_load", "signature_age", "update", "clock",
          "protection", "scan_action", "stores", "sqlite_driver", "directories", "privacy", "quarantine",
-         "disk_space", "engine_directory", "log", "watches", "watch_limit", "event_queue", "instance_limit"]
+         "disk_space", "engine_directory", "log", "watches", "watch_limit", "event_queue", "instance_limit",
+         "units", "links"]
 GUARD = "bin/tvfilemon-firewall"
 # These judge the machine that the tests run on, or need the firewall's table.
 OF_THE_MACHINE = {"port_users", "disk_space", "engine_directory", "event_queue", "instance_limit", "watch_limit"}
@@ -216,6 +218,20 @@ def test_a_database_of_another_kind(well, doctor):
     (well.db / "daily.cld").write_bytes(b"")
     start(well)
     doctor.finds("databases", "does not load daily.cld", "remove these files; then put new", "warning")
+
+
+def test_updates_have_failed_for_days(well, doctor):
+    start(well)
+    update = well.root / "upd"
+    update.mkdir(exist_ok=True)
+    day = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(time.time() - 4 * DAY))
+    now = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
+    status = f"tried={now}\nresult=download-failed\nsucceeded={{}}\nmessage=no network\n"
+    (update / "status").write_text(status.format(day))
+    assert not doctor.finds("update", "none has succeeded since", "tvfilemon-update as root") - OF_THE_MACHINE
+    assert "no network" in doctor.checks["update"]["seen"]
+    (update / "status").write_text(status.format(now))
+    doctor.finds("update", "download-failed", "tvfilemon-update as root", "warning")
 
 
 def test_protection_is_off(well, doctor):

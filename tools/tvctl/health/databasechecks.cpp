@@ -104,9 +104,16 @@ Finding DatabaseChecks::update(const std::optional<UpdateStatus>& status, const 
     const QString seen =
         QStringLiteral("%1 at %2: %3").arg(status->result, TimeText::format(status->tried), status->message);
     if (!status->isGood()) {
-        return Finding::warning(name, seen,
-                                QStringLiteral("journalctl -u tvfilemon-update tells more; then "
-                                               "systemctl start tvfilemon-update"));
+        const QString fix = QStringLiteral("journalctl -u tvfilemon-update tells more; then "
+                                           "systemctl start tvfilemon-update");
+        const bool isForDays =
+            status->succeeded.isValid() && ageInDays(status->succeeded, now) > maxDaysWithoutUpdate;
+        return isForDays ? Finding::failed(name,
+                                           QStringLiteral("none has succeeded since %1; the last one: ")
+                                                   .arg(TimeText::format(status->succeeded)) +
+                                               seen,
+                                           fix)
+                         : Finding::warning(name, seen, fix);
     }
     if (ageInDays(status->tried, now) > maxDaysWithoutUpdate) {
         return Finding::warning(name, QStringLiteral("the last one was ") + seen,

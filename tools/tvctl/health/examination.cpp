@@ -2,6 +2,7 @@
 
 #include "common/filename.h"
 #include "tvctl/health/databasechecks.h"
+#include "tvctl/health/packagechecks.h"
 #include "tvctl/health/servicechecks.h"
 #include "tvctl/health/servicefacts.h"
 #include "tvctl/health/storefacts.h"
@@ -154,6 +155,12 @@ Findings checkStores(const Installation& installation)
             SystemChecks::stores(stores, installation.settings()),
             SystemChecks::sqliteDriver(QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE")))};
 }
+
+Findings checkPackage(const Installation& installation)
+{
+    const PackageFacts facts = PackageFacts::gather(installation.root());
+    return {PackageChecks::units(facts), PackageChecks::links(facts)};
+}
 } // namespace
 
 Findings examine(const Installation& installation)
@@ -163,7 +170,7 @@ Findings examine(const Installation& installation)
     const ServiceFacts service = ServiceFacts::gather(installation, connection, serviceLimit);
     Findings findings = checkService(installation, service, isRoot) + checkDatabases(installation, service) +
                         checkStores(installation) + checkFiles(installation, service, isRoot) +
-                        checkKernel(service);
+                        checkKernel(service) + checkPackage(installation);
     const LocalAdvice advice(installation);
     for (Finding& finding : findings) {
         finding.fix = advice.wordedFor(finding.fix);

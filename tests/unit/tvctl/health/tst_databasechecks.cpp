@@ -2,6 +2,8 @@
 
 #include <QTest>
 
+#include <optional>
+
 using Result = Finding::Result;
 using Load = LoadOutcome::Result;
 
@@ -106,11 +108,14 @@ void TestDatabaseChecks::freshness()
 
 void TestDatabaseChecks::update()
 {
-    const auto check = [](const char* result, int daysAgo) {
+    const auto check = [](const char* result, int daysAgo, std::optional<int> succeededDaysAgo = {}) {
         UpdateStatus status;
         status.tried = now.addDays(-daysAgo);
         status.result = QLatin1String(result);
         status.message = QStringLiteral("why");
+        if (succeededDaysAgo) {
+            status.succeeded = now.addDays(-*succeededDaysAgo);
+        }
         return DatabaseChecks::update(status, now);
     };
     expect(DatabaseChecks::update({}, now), Result::Ok, "has not been run yet");
@@ -119,6 +124,8 @@ void TestDatabaseChecks::update()
     expect(check("current", 3), Result::Warning, "the last one was current");
     expect(check("download-failed", 0), Result::Warning, "download-failed at 20");
     expect(check("refused", 9), Result::Warning, "refused at 20");
+    expect(check("download-failed", 0, 2), Result::Warning, "download-failed at 20");
+    expect(check("download-failed", 0, 3), Result::Failed, "none has succeeded since 20");
 }
 
 void TestDatabaseChecks::clock()
