@@ -37,11 +37,13 @@ const char* sequenceOf(Output::Colour colour)
 Output::Output()
 {
     const char* refusal = ::getenv("NO_COLOR");
-    m_hasColours = isTerminal(STDOUT_FILENO) && (refusal == nullptr || *refusal == '\0');
+    m_areColoursRefused = refusal != nullptr && *refusal != '\0';
+    m_hasColours = isTerminal(STDOUT_FILENO) && !m_areColoursRefused;
 }
 
 void Output::forbidColours()
 {
+    m_areColoursRefused = true;
     m_hasColours = false;
 }
 

@@ -35,6 +35,11 @@ public:
     void forbidColours();
     /// Whether standard error shows what is going on to somebody.
     bool showsProgress() const;
+    /// Whether that may be coloured: as for standard output.
+    bool hasProgressColours() const
+    {
+        return showsProgress() && !m_areColoursRefused;
+    }
 
     /// Prints `text`, which is printable already.
     void line(const QString& text);
@@ -56,5 +61,6 @@ private:
     void complain(const QString& text);
 
     bool m_isJson = false;
+    bool m_areColoursRefused = false;
     bool m_hasColours = false;
 };

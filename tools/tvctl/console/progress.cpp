@@ -28,6 +28,11 @@ int terminalWidth()
     return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usualWidth;
 }
 
+double shareOf(qint64 done, qint64 total)
+{
+    return qBound(0.0, static_cast<double>(done) / static_cast<double>(total), 1.0);
+}
+
 QString amount(qint64 count, const QString& unit)
 {
     if (unit == QLatin1String("bytes")) {
@@ -61,13 +66,28 @@ QString withoutSpacesAtEnd(const QString& text)
 }
 } // namespace
 
+QString progressBar(qint64 done, qint64 total, int width)
+{
+    constexpr int longest = 40;
+    // The numbers and a bit of the path need the rest.
+    constexpr int wantedByText = 40;
+    constexpr int shortest = 8;
+    const int size = qMin(width / 3, longest);
+    if (total <= 0 || size < shortest || width - size < wantedByText) {
+        return {};
+    }
+    const int inside = size - 2;
+    const int filled = static_cast<int>(shareOf(done, total) * inside);
+    return QLatin1Char('[') + QString(filled, QLatin1Char('#')) + QString(inside - filled, QLatin1Char('.')) +
+           QLatin1Char(']');
+}
+
 QString progressText(qint64 done, qint64 total, const QString& unit, qint64 elapsedMs, const QString& current,
                      int width)
 {
     QStringList parts;
     if (total > 0) {
-        const double share = static_cast<double>(done) / static_cast<double>(total);
-        parts << QStringLiteral("%1%").arg(static_cast<int>(qBound(0.0, share, 1.0) * 100), 3);
+        parts << QStringLiteral("%1%").arg(static_cast<int>(shareOf(done, total) * 100), 3);
     }
     parts << amount(done, unit);
     if (elapsedMs >= settledMs && done > 0) {
@@ -87,7 +107,10 @@ QString progressText(qint64 done, qint64 total, const QString& unit, qint64 elap
     return withoutSpacesAtEnd(TextWidth::left(text, width));
 }
 
-Progress::Progress(bool isShown, const QString& unit) : m_isShown(isShown), m_unit(unit)
+Progress::Progress(bool isShown, const QString& unit, bool hasColours)
+    : m_isShown(isShown),
+      m_unit(unit),
+      m_hasColours(hasColours)
 {
     m_started.start();
 }
@@ -97,16 +120,29 @@ Progress::~Progress()
     clear();
 }
 
+bool Progress::isDue() const
+{
+    return m_isShown && (!m_drawn.isValid() || m_drawn.hasExpired(drawIntervalMs));
+}
+
 void Progress::update(qint64 done, qint64 total, const QString& current)
 {
-    if (!m_isShown || (m_drawn.isValid() && !m_drawn.hasExpired(drawIntervalMs))) {
+    if (!isDue()) {
         return;
     }
     m_drawn.start();
     m_isDrawn = true;
     // One column stays free: a terminal that wraps at the last one would leave a line behind each time.
-    const QString text = progressText(done, total, m_unit, m_started.elapsed(), current, terminalWidth() - 1);
-    std::fprintf(stderr, "\r\033[K%s", text.toUtf8().constData());
+    const int width = terminalWidth() - 1;
+    QString bar = progressBar(done, total, width);
+    const int taken = bar.isEmpty() ? 0 : bar.size() + 1;
+    const QString text = progressText(done, total, m_unit, m_started.elapsed(), current, width - taken);
+    if (m_hasColours) {
+        bar.replace(QLatin1Char('['), QStringLiteral("[\033[32m"))
+            .replace(QLatin1Char(']'), QStringLiteral("\033[0m]"));
+    }
+    std::fprintf(stderr, "\r\033[K%s%s%s", bar.toUtf8().constData(), bar.isEmpty() ? "" : " ",
+                 text.toUtf8().constData());
 }
 
 void Progress::clear()

@@ -15,6 +15,7 @@ private Q_SLOTS:
     void tells();
     void neverIsWiderThanAllowed();
     void bearsAnyNumber();
+    void drawsABar();
 };
 
 void TestProgress::tells_data()
@@ -73,6 +74,20 @@ void TestProgress::bearsAnyNumber()
     QVERIFY(progressText(most / 2, most, bytes, 1000, {}, 80).startsWith(QStringLiteral(" 50%")));
     // At this speed nobody sees the end.
     QVERIFY(progressText(1, most, bytes, most, {}, 200).endsWith(QStringLiteral("365000 days left")));
+}
+
+void TestProgress::drawsABar()
+{
+    QCOMPARE(progressBar(0, 10, 60), QStringLiteral("[..................]"));
+    QCOMPARE(progressBar(5, 10, 60), QStringLiteral("[#########.........]"));
+    QCOMPARE(progressBar(10, 10, 60), QStringLiteral("[##################]"));
+    QCOMPARE(progressBar(11, 10, 60), progressBar(10, 10, 60));
+    // Nobody knows the whole, and no room for it.
+    QVERIFY(progressBar(5, 0, 60).isEmpty());
+    QVERIFY(progressBar(5, 10, 30).isEmpty());
+    for (int width = 0; width < 400; ++width) {
+        QVERIFY(progressBar(1, 2, width).size() <= qMin(40, width / 3));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestProgress)
