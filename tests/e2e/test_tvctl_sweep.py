@@ -201,6 +201,22 @@ def test_media_too(tv, tvctl, mounts):
     assert paths_of(tvctl.json("sweep", status=1)) == ["/media/stick/bad"]
 
 
+def test_what_is_mounted_is_always_due(tv, tvctl, home, mounts):
+    # Whoever made the file system elsewhere had every file be as old as he liked.
+    for place in ("/media/stick", home / "disk", "/home/plain"):
+        Path(place).mkdir()
+    mounts.tmpfs("/media/stick")
+    mounts.tmpfs(home / "disk")
+    for place in ("/media", "/media/stick", home / "disk", "/home/plain"):
+        write_once(Path(place) / "file", CLEAN)
+    wait_until_old()
+    tv.start()
+    assert tvctl.json("sweep")["files"] == 4
+    assert tvctl.json("sweep")["files"] == 3
+    assert tvctl.json("sweep", home)["files"] == tvctl.json("sweep", home)["files"] == 1
+    assert tvctl.json("sweep", "/home/plain")["files"] == 1 and tvctl.json("sweep", "/home/plain")["files"] == 0
+
+
 def test_full(tv, tvctl, home):
     write_tree(home, clean=["good"])
     wait_until_old()
@@ -311,7 +327,7 @@ def test_roots_that_are_none(tv, tvctl, home, name, says):
 @pytest.fixture
 def fake_service(tv, impostor):
     tv.configure()
-    return lambda *replies: impostor("REGISTERED!", *replies)
+    return lambda *replies, **options: impostor("REGISTERED!", *replies, **options)
 
 
 @pytest.fixture
@@ -332,7 +348,7 @@ def many(home):
 
 
 def asked(service):
-    return [request.decode().rpartition("/")[2] for request in service.requests[1:]]
+    return [request.decode().rpartition("/")[2] for request in service.requests if request.startswith(b"SCAN")]
 
 
 @pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGINT, signal.SIGTERM])
@@ -378,7 +394,7 @@ def test_a_service_that_goes_away(tv, tvctl, many, fake_service):
     assert document["resumed"] and not document["finished"] and document["files"] == 5
     assert document["stopped"] == "the service ended the connection"
     result = tvctl.run("sweep", status=2)
-    assert result.lines()[:2] == ["scanning everything", f"going on behind {many}/009"]
+    assert result.lines()[:2] == ["scanning everything", f"going on at {many}/010"]
 
 
 def test_a_service_that_goes_away_while_it_cleans(tv, tvctl, many, fake_service):
@@ -424,6 +440,34 @@ def test_a_state_that_cannot_be_kept(tv, tvctl, home):
     state.with_name(state.name + ".new").mkdir()
     result = tvctl.run("sweep", status=2)
     assert "the state of this sweep cannot be kept in" in result.errors and "File exists" in result.errors
+
+
+def test_a_file_that_ends_every_sweep(tv, tvctl, many, fake_service):
+    def poison(request):
+        return None if request.endswith(b"/005") else "CLEAN"
+
+    service = fake_service(poison)
+    for _ in range(2):
+        assert tvctl.json("sweep", status=2)["stopped"] == "the service ended the connection"
+    # It is passed by, and what comes behind it is scanned.
+    document = tvctl.json("sweep", status=2)
+    assert document["finished"] and document["files"] == len(NAMES) - 6 and document["errors"] == [
+        {"path": f"{many}/005", "reason": "the last two sweeps ended while it was scanned; it is left to the next"}]
+    assert asked(service) == [*NAMES[:6], "005", *NAMES[6:]]
+    service.close()
+    # As soon as it does no harm any more, it is scanned like others.
+    tv.start()
+    assert tvctl.json("sweep")["files"] == 1
+
+
+def test_an_interruption_is_no_file_s_fault(tvctl, many, fake_service, never):
+    service = fake_service(never)
+    for times in range(3):
+        process = tvctl.start("sweep")
+        wait_until(lambda: len(service.requests) == 2 * (times + 1), "the request that is not answered")
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=TIMEOUT)
+    assert asked(service) == ["000"] * 3
 
 
 # --------------------------------------------------------------------------------------------------- failures

@@ -103,7 +103,8 @@ public:
           m_state(lockedState(session)),
           m_exclusions(Exclusions::read()),
           m_report(session.output()),
-          m_visit(session.service(), m_exclusions, m_report),
+          m_service(session.service()),
+          m_visit(m_service, m_exclusions, m_report),
           m_roots(rootsOf(options)),
           m_sweep(m_state, m_roots, options.isFull, skipRule())
     {
@@ -131,7 +132,7 @@ public:
             {QStringLiteral("full"), m_sweep.isFull()},
             {QStringLiteral("since"),
              JsonText::time(since ? QDateTime::fromMSecsSinceEpoch(*since) : QDateTime())},
-            {QStringLiteral("resumed"), !m_sweep.resumedBehind().isEmpty()},
+            {QStringLiteral("resumed"), !m_sweep.resumedAt().isEmpty()},
             {QStringLiteral("finished"), isFinished},
         };
         return m_report.finish(more);
@@ -172,9 +173,9 @@ private:
         m_output.line(since ? QStringLiteral("scanning what changed since %1")
                                   .arg(TimeText::format(QDateTime::fromMSecsSinceEpoch(*since)))
                             : QStringLiteral("scanning everything"));
-        if (!m_sweep.resumedBehind().isEmpty()) {
-            m_output.line(QStringLiteral("going on behind %1")
-                              .arg(printable(FileName::toText(m_sweep.resumedBehind()))));
+        if (!m_sweep.resumedAt().isEmpty()) {
+            m_output.line(
+                QStringLiteral("going on at %1").arg(printable(FileName::toText(m_sweep.resumedAt()))));
         }
     }
 
@@ -198,7 +199,8 @@ private:
         case FileVisit::Outcome::NotDone:
             return Verdict::Again;
         default:
-            return Verdict::Stop;
+            return m_service.state() == ServiceConnection::State::Interrupted ? Verdict::Interrupted
+                                                                              : Verdict::Stop;
         }
     }
 
@@ -208,6 +210,13 @@ private:
         if (!m_isDefault || walker.kind() != TreeWalker::Kind::Unreadable || walker.error() != ENOENT) {
             m_visit.pass(walker, m_roots.contains(walker.path()) ? walker.path() : QByteArray());
         }
+    }
+
+    void stumbled(const TreeWalker& walker) override
+    {
+        m_report.failed(
+            FileName::toText(walker.path()),
+            QStringLiteral("the last two sweeps ended while it was scanned; it is left to the next"));
     }
 
     void notKept(const QString& problem) override
@@ -224,6 +233,7 @@ private:
     const StateDirectory m_state;
     const Exclusions m_exclusions;
     ScanReport m_report;
+    ServiceConnection& m_service;
     FileVisit m_visit;
     DetectionRecords m_records;
     const QVector<QByteArray> m_roots;

@@ -37,6 +37,13 @@ UniqueFd openDirectory(int parent, const char* name, int linkFlag)
 {
     return UniqueFd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | linkFlag));
 }
+
+bool isDirectory(const UniqueFd& directory, dev_t device, ino_t inode)
+{
+    struct stat status = {};
+    return directory.isValid() && ::fstat(directory.get(), &status) == 0 && status.st_dev == device &&
+           status.st_ino == inode;
+}
 } // namespace
 
 TreeWalker::TreeWalker(const QByteArray& root, SkipRule isSkipped)
@@ -54,7 +61,18 @@ TreeWalker::TreeWalker(const QByteArray& root, SkipRule isSkipped)
 
 void TreeWalker::resumeBehind(const QByteArray& path)
 {
+    resume(path, true);
+}
+
+void TreeWalker::resumeAt(const QByteArray& path)
+{
+    resume(path, false);
+}
+
+void TreeWalker::resume(const QByteArray& path, bool isSeen)
+{
     m_resume = namesOf(path.mid(m_root.size()));
+    m_isResumeSeen = isSeen;
     m_levels.front().isResumed = true;
 }
 
@@ -79,19 +97,14 @@ bool TreeWalker::next()
                 m_path.truncate(level.pathSize);
                 m_path = m_path.isEmpty() ? QByteArray("/") : m_path;
             }
+            m_depth = isRoot() ? 0 : m_levels.size() - 2;
             return report(Kind::Unreadable, error);
         }
         if (level.next == level.names.size()) {
-            m_levels.pop_back();
+            leave();
             continue;
         }
-        if (reopened(m_levels.size() - 1) < 0) {
-            // Somebody has moved it away, or another in its place.
-            level.error = ESTALE;
-            level.next = level.names.size();
-            continue;
-        }
-        if (look()) {
+        if ((level.directory.isValid() || reopen()) && look()) {
             return true;
         }
     }
@@ -111,8 +124,9 @@ bool TreeWalker::look()
         m_path += name;
     }
     const bool isResumed = std::exchange(level.isResumed, false);
-    const bool isSeen = isResumed && m_resume.isEmpty();
+    const bool isSeen = isResumed && m_resume.isEmpty() && m_isResumeSeen;
     const size_t depth = m_levels.size();
+    m_depth = depth - 1;
     const bool isFound = lookAt(name, level.names.type(index));
     if (isResumed && m_levels.size() == depth) {
         // No directory any more that leads to the place.
@@ -148,6 +162,9 @@ bool TreeWalker::lookAt(const char* name, unsigned char type)
 bool TreeWalker::enter(const char* name)
 {
     const Level& parent = m_levels.back();
+    if (m_levels.size() > mostLevels) {
+        return report(Kind::Unreadable, ENAMETOOLONG);
+    }
     Level level;
     level.directory = openDirectory(parent.directory.get(), name, linkFlag());
     if (!level.directory.isValid()) {
@@ -171,7 +188,8 @@ bool TreeWalker::enter(const char* name)
     }
     level.pathSize = m_path == "/" ? 0 : m_path.size();
     level.error = level.names.read(level.directory.get());
-    if (!m_resume.isEmpty()) {
+    m_leadsToResume = !m_resume.isEmpty();
+    if (m_leadsToResume) {
         const QByteArray wanted = m_resume.takeFirst();
         level.next = level.names.lowerBound(wanted);
         level.isResumed = level.next < level.names.size() && wanted == level.names.name(level.next);
@@ -200,30 +218,51 @@ bool TreeWalker::passOver(int error)
     return (isRoot() || !isGone) && report(Kind::Unreadable, error);
 }
 
-int TreeWalker::reopened(size_t level)
+void TreeWalker::leave()
 {
-    size_t open = level;
+    const Level left = std::move(m_levels.back());
+    m_levels.pop_back();
+    if (m_levels.size() <= 1 || m_levels.back().directory.isValid() || !left.directory.isValid()) {
+        return;
+    }
+    // Up, and not down again from the root: that would take as many steps as the tree is deep, each time.
+    Level& parent = m_levels.back();
+    parent.directory = openDirectory(left.directory.get(), "..", O_NOFOLLOW);
+    if (!isDirectory(parent.directory, parent.device, parent.inode)) {
+        // Somebody has moved what was left.
+        parent.directory.reset();
+    }
+}
+
+/// Opens the last directory again, by the names that lead there. When it is not there any more, false: the
+/// first that is missing on the way is the last level then, and fails with ESTALE.
+bool TreeWalker::reopen()
+{
+    const size_t last = m_levels.size() - 1;
+    size_t open = last;
     while (open > 0 && !m_levels[open].directory.isValid()) {
         --open;
     }
-    for (; open < level; ++open) {
+    for (; open < last; ++open) {
         Level& parent = m_levels[open];
         Level& child = m_levels[open + 1];
         const char* name = parent.names.name(parent.next - 1);
         // Of the root a link may be followed, as it was at first.
-        UniqueFd directory =
+        child.directory =
             openDirectory(parent.directory.get(), name, open == 0 && m_isBelowSlash ? 0 : O_NOFOLLOW);
-        if (open > 0 && open + openLevels <= level) {
+        if (open > 0 && open + openLevels <= last) {
             parent.directory.reset();
         }
-        struct stat status = {};
-        if (!directory.isValid() || ::fstat(directory.get(), &status) != 0 || status.st_dev != child.device ||
-            status.st_ino != child.inode) {
-            return -1;
+        if (!isDirectory(child.directory, child.device, child.inode)) {
+            // Moved away, or another is in its place: nothing below leads on.
+            child.directory.reset();
+            child.error = ESTALE;
+            child.next = child.names.size();
+            m_levels.erase(m_levels.begin() + static_cast<std::ptrdiff_t>(open) + 2, m_levels.end());
+            return false;
         }
-        child.directory = std::move(directory);
     }
-    return m_levels[level].directory.get();
+    return true;
 }
 
 bool TreeWalker::isRoot() const

@@ -14,7 +14,8 @@
 /// Walks a tree of directories that others may change meanwhile, or have made to do harm.
 ///
 /// Everything is reached by descriptors, name by name, without following links, so nobody leads the walk
-/// astray, and paths may be of any length and depth: at most `openDirectories` descriptors are open. The
+/// astray, and paths may be of any length, and as deep as `mostLevels`: at most `openDirectories` descriptors
+/// are open, and what an object costs does not depend on its depth. The
 /// order is that of the names' bytes, a directory in front of what is in it, hidden ones like others. Other
 /// file systems that are mounted below are walked too, but not those that the kernel makes up (proc, sysfs
 /// ...). What vanishes during the walk is passed over. Memory: the names of the directories on the way down.
@@ -26,6 +27,9 @@ class TreeWalker
 {
 public:
     static constexpr size_t openDirectories = 66;
+    /// Nobody has that many by accident; each takes memory until the walk is back above it. What lies deeper
+    /// is Unreadable, with ENAMETOOLONG.
+    static constexpr size_t mostLevels = 500000;
 
     enum class Kind
     {
@@ -52,6 +56,13 @@ public:
     /// any more, and `path` itself; what is below it comes. Only the directories that lead there come again.
     /// To be called before the first `next`.
     void resumeBehind(const QByteArray& path);
+    /// The same, but `path` itself comes, if it is still there.
+    void resumeAt(const QByteArray& path);
+    /// The Directory comes because it leads to the place where the walk was resumed.
+    bool leadsToResume() const
+    {
+        return m_leadsToResume;
+    }
 
     /// Right behind a Directory: all of it comes, wherever the walk was resumed.
     void restartDirectory();
@@ -66,6 +77,16 @@ public:
     const QByteArray& path() const
     {
         return m_path;
+    }
+    /// The last name in `path`.
+    QByteArray name() const
+    {
+        return m_path.mid(m_path.lastIndexOf('/') + 1);
+    }
+    /// How many names lead from the root to it: 0 is the root itself.
+    size_t depth() const
+    {
+        return m_depth;
     }
     /// Of a File and a Directory. Of Other only its type is sure to be there.
     const struct stat& status() const
@@ -82,6 +103,18 @@ public:
     long fileSystem() const
     {
         return m_levels.back().fileSystem;
+    }
+
+    /// The File lies on a file system that is mounted somewhere below the root.
+    bool isMountedBelow() const
+    {
+        return m_levels.size() > 1 && m_status.st_dev != m_levels[1].device;
+    }
+
+    /// The directory that the File lies in, held open until the next `next`.
+    int directory() const
+    {
+        return m_levels.back().directory.get();
     }
 
     /// Opens the File for reading, never waiting. Invalid with errno set when that fails, or when there is
@@ -111,7 +144,9 @@ private:
     bool enter(const char* name);
     bool report(Kind kind, int error = 0);
     bool passOver(int error);
-    int reopened(size_t level);
+    void leave();
+    bool reopen();
+    void resume(const QByteArray& path, bool isSeen);
     bool isRoot() const;
     int linkFlag() const;
 
@@ -121,8 +156,12 @@ private:
     std::vector<Level> m_levels;
     /// What leads to the place to resume behind, name by name.
     QList<QByteArray> m_resume;
+    /// What is at that place has been seen before.
+    bool m_isResumeSeen = false;
+    bool m_leadsToResume = false;
 
     Kind m_kind = Kind::Other;
+    size_t m_depth = 0;
     QByteArray m_path;
     struct stat m_status = {};
     int m_error = 0;

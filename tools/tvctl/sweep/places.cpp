@@ -7,28 +7,40 @@
 
 namespace
 {
-Place digestOf(const QByteArray& path, quint64 device, quint64 inode)
+/// `kind` keeps apart what would otherwise be the same bytes.
+Place digestOf(char kind, const QByteArray& first, const QByteArray& second = {})
 {
-    const quint64 numbers[] = {device, inode};
     QCryptographicHash hash(QCryptographicHash::Sha256);
-    hash.addData(reinterpret_cast<const char*>(numbers), sizeof(numbers));
-    hash.addData(path);
+    hash.addData(&kind, 1);
+    hash.addData(first);
+    hash.addData(second);
     const QByteArray digest = hash.result();
     Place place = {};
     std::memcpy(place.data(), digest.constData(), place.size());
     return place;
 }
-} // namespace
 
-Place placeOf(const QByteArray& path, const struct stat& status)
+QByteArray bytesOf(const Place& place)
 {
-    return digestOf(path, status.st_dev, status.st_ino);
+    return QByteArray(place.data(), static_cast<int>(place.size()));
 }
+} // namespace
 
 Place placeOf(const QByteArray& path)
 {
-    // No directory has the inode 0.
-    return digestOf(path, 0, 0);
+    return digestOf('p', path);
+}
+
+Place placeBelow(const Place& directory, const QByteArray& name)
+{
+    return digestOf('n', bytesOf(directory), name);
+}
+
+Place placeOfDirectory(const Place& place, const struct stat& status)
+{
+    const quint64 identity[] = {status.st_dev, status.st_ino};
+    return digestOf('d', bytesOf(place),
+                    QByteArray(reinterpret_cast<const char*>(identity), sizeof(identity)));
 }
 
 Places::Places(const QByteArray& packed)

@@ -7,15 +7,18 @@
 
 #include <sys/stat.h>
 
-/// A directory at its path, or a path alone, as a digest: two that differ are never taken for the same, also
-/// when somebody tries.
+/// A path, or the directory at one, as a digest: two that differ are never taken for the same, also when
+/// somebody tries.
 using Place = std::array<char, 16>;
 
-/// The directory of this status at `path`. Another one in its place has another place, and so has the same
-/// one elsewhere.
-Place placeOf(const QByteArray& path, const struct stat& status);
 /// Whatever is at `path`.
 Place placeOf(const QByteArray& path);
+/// Whatever has the `name` in the directory whose path is at `directory`. So a path of any length costs no
+/// more than its last name.
+Place placeBelow(const Place& directory, const QByteArray& name);
+/// The directory of this status at the path of `place`. Another one there has another place, and so has the
+/// same one elsewhere.
+Place placeOfDirectory(const Place& place, const struct stat& status);
 
 /// A set of places; 16 bytes each.
 class Places

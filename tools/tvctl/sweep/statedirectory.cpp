@@ -66,6 +66,11 @@ UniqueFd StateDirectory::openForAppending(const QByteArray& name, qint64 size) c
     return file;
 }
 
+UniqueFd StateDirectory::openForRewriting(const QByteArray& name) const
+{
+    return open(name, O_WRONLY | O_CREAT);
+}
+
 void StateDirectory::remove(const QByteArray& name) const
 {
     ::unlinkat(m_directory.get(), name.constData(), 0);

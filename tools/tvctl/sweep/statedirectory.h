@@ -31,6 +31,9 @@ public:
     /// Opens `name` for appending behind its first `size` bytes, with nothing behind; makes it.
     UniqueFd openForAppending(const QByteArray& name, qint64 size) const;
 
+    /// Opens `name` for being written over from its beginning; makes it.
+    UniqueFd openForRewriting(const QByteArray& name) const;
+
     void remove(const QByteArray& name) const;
 
     /// Writes all of `bytes`.

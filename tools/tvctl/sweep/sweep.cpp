@@ -13,6 +13,10 @@ constexpr qint64 keepEveryMs = 2000;
 
 constexpr const char* stateEnding = ".state";
 constexpr const char* journalEnding = ".progress";
+constexpr const char* stumblingBlockEnding = ".at";
+
+/// Where removable media are mounted.
+constexpr const char* media = "/media";
 
 /// In one order, so that the same roots are the same sweep.
 QVector<QByteArray> sortedOnce(QVector<QByteArray> roots)
@@ -52,7 +56,8 @@ Sweep::Sweep(const StateDirectory& directory, const QVector<QByteArray>& roots, 
     : m_directory(directory),
       m_roots(sortedOnce(roots)),
       m_isSkipped(isSkipped),
-      m_name(nameFor(m_roots))
+      m_name(nameFor(m_roots)),
+      m_stumblingBlock(directory, m_name + stumblingBlockEnding)
 {
     const QByteArray state = m_directory.read(m_name + stateEnding);
     m_last = decodeState(state);
@@ -98,10 +103,10 @@ bool Sweep::run(Visitor& visitor)
     m_lastKept.start();
     for (int root = m_resume.root; root < m_roots.size(); ++root) {
         if (!walk(root, visitor)) {
-            keepProgress(visitor);
             return false;
         }
     }
+    m_stumblingBlock.clear();
     keepResult(visitor);
     return true;
 }
@@ -110,18 +115,25 @@ bool Sweep::walk(int root, Visitor& visitor)
 {
     TreeWalker walker(m_roots.at(root), m_isSkipped);
     m_isResuming = root == m_resume.root && !m_resume.path.isEmpty();
-    if (m_isResuming) {
+    if (m_isResuming && m_resume.isDone) {
         walker.resumeBehind(m_resume.path);
+    } else if (m_isResuming) {
+        walker.resumeAt(m_resume.path);
     }
-    m_new.clear();
+    m_new.reset();
+    m_step.root = root;
     while (walker.next()) {
-        if (visitor.isStopped(walker) || !visit(walker, visitor)) {
+        if (visitor.isStopped(walker)) {
+            m_stumblingBlock.clear();
+            keepProgress(walker, false, visitor);
             return false;
         }
-        m_step.root = root;
-        m_step.path = walker.path();
+        if (!visit(walker, visitor)) {
+            keepProgress(walker, false, visitor);
+            return false;
+        }
         if (m_lastKept.hasExpired(keepEveryMs)) {
-            keepProgress(visitor);
+            keepProgress(walker, true, visitor);
         }
     }
     return true;
@@ -129,21 +141,20 @@ bool Sweep::walk(int root, Visitor& visitor)
 
 bool Sweep::visit(TreeWalker& walker, Visitor& visitor)
 {
+    if (walker.kind() == TreeWalker::Kind::Unreadable) {
+        appendPlace(m_step.again, pathOf(walker));
+        visitor.passed(walker);
+        return true;
+    }
+    if (m_new && walker.depth() <= *m_new) {
+        m_new.reset();
+    }
     switch (walker.kind()) {
     case TreeWalker::Kind::Directory:
         enter(walker);
         return true;
-    case TreeWalker::Kind::File: {
-        const Visitor::Verdict verdict = isDue(walker) ? visitor.changed(walker) : Visitor::Verdict::Done;
-        if (verdict == Visitor::Verdict::Again) {
-            appendPlace(m_step.again, placeOf(walker.path()));
-        }
-        return verdict != Visitor::Verdict::Stop;
-    }
-    case TreeWalker::Kind::Unreadable:
-        appendPlace(m_step.again, placeOf(walker.path()));
-        visitor.passed(walker);
-        return true;
+    case TreeWalker::Kind::File:
+        return !isDue(walker) || scan(walker, visitor);
     default:
         visitor.passed(walker);
         return true;
@@ -152,37 +163,72 @@ bool Sweep::visit(TreeWalker& walker, Visitor& visitor)
 
 void Sweep::enter(TreeWalker& walker)
 {
-    const QByteArray& path = walker.path();
-    const Place place = placeOf(path, walker.status());
+    const Place path = pathOf(walker);
+    m_way.resize(walker.depth());
+    m_way.push_back(path);
+    const Place place = placeOfDirectory(path, walker.status());
     appendPlace(m_step.directories, place);
-    if (!isBelow(path, m_new)) {
-        m_new.clear();
+    if (!m_new && m_last && (!m_last->directories.contains(place) || m_last->again.contains(path))) {
+        m_new = walker.depth();
     }
-    if (m_new.isEmpty() && m_last &&
-        (!m_last->directories.contains(place) || m_last->again.contains(placeOf(path)))) {
-        m_new = path;
-    }
-    if (m_isResuming && isBelow(m_resume.path, path) && !m_seenBefore.contains(place)) {
+    if (m_isResuming && walker.leadsToResume() && !m_seenBefore.contains(place)) {
         // Not the directory in which the sweep was interrupted: in this one nothing is done.
         walker.restartDirectory();
     }
 }
 
-bool Sweep::isDue(const TreeWalker& walker) const
+bool Sweep::scan(const TreeWalker& walker, Visitor& visitor)
 {
-    return !m_since || isBelow(walker.path(), m_new) || changeTimeMs(walker.status()) >= *m_since ||
-           !FileSystems::keepsChangeTimes(walker.fileSystem()) ||
-           (!m_last->again.isEmpty() && m_last->again.contains(placeOf(walker.path())));
+    const Place path = pathOf(walker);
+    if (m_stumblingBlock.isAt(path)) {
+        visitor.stumbled(walker);
+        appendPlace(m_step.again, path);
+        keepProgress(walker, true, visitor);
+        return true;
+    }
+    if (!m_stumblingBlock.begin(path)) {
+        tellNotKept(visitor, errno);
+    }
+    switch (visitor.changed(walker)) {
+    case Visitor::Verdict::Stop:
+        return false;
+    case Visitor::Verdict::Interrupted:
+        m_stumblingBlock.clear();
+        return false;
+    case Visitor::Verdict::Again:
+        appendPlace(m_step.again, path);
+        break;
+    default:
+        break;
+    }
+    m_stumblingBlock.end(path);
+    return true;
 }
 
-void Sweep::keepProgress(Visitor& visitor)
+bool Sweep::isDue(const TreeWalker& walker) const
 {
-    if (!m_step.path.isEmpty()) {
-        append(SweepJournal::encode(m_step), visitor);
-        m_done.directories += m_step.directories;
-        m_done.again += m_step.again;
-        m_step = {};
-    }
+    return !m_since || m_new || changeTimeMs(walker.status()) >= *m_since ||
+           !FileSystems::keepsChangeTimes(walker.fileSystem()) || walker.isMountedBelow() ||
+           isBelow(walker.path(), media) ||
+           (!m_last->again.isEmpty() && m_last->again.contains(pathOf(walker)));
+}
+
+Place Sweep::pathOf(const TreeWalker& walker) const
+{
+    return walker.depth() == 0 ? placeOf(walker.path())
+                               : placeBelow(m_way.at(walker.depth() - 1), walker.name());
+}
+
+void Sweep::keepProgress(const TreeWalker& walker, bool isDone, Visitor& visitor)
+{
+    m_step.path = walker.path();
+    m_step.isDone = isDone;
+    append(SweepJournal::encode(m_step), visitor);
+    m_done.directories += m_step.directories;
+    m_done.again += m_step.again;
+    m_step.path.clear();
+    m_step.directories.clear();
+    m_step.again.clear();
     m_lastKept.start();
 }
 

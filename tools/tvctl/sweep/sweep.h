@@ -2,6 +2,7 @@
 
 #include "tvctl/files/treewalker.h"
 #include "tvctl/sweep/statedirectory.h"
+#include "tvctl/sweep/stumblingblock.h"
 #include "tvctl/sweep/sweepjournal.h"
 #include "tvctl/sweep/sweepstate.h"
 
@@ -11,16 +12,19 @@
 #include <QVector>
 
 #include <optional>
+#include <vector>
 
 /// Finds the files that may have changed since the last finished sweep of the same roots.
 ///
 /// That is by their change time, which nobody can set but by the clock, and everything below a directory that
-/// was not at its place then: files keep their change times when a directory above them is moved. Where a
-/// file system has no change times that can be relied on, all files count as changed. Of an unchanged file
-/// nothing but its status is looked at.
+/// was not at its place then: files keep their change times when a directory above them is moved. Where
+/// change times cannot be relied on, all files count as changed: on file systems that have none, and below
+/// /media and wherever else something is mounted below a root, since a medium may come with any times that
+/// somebody wrote on it elsewhere. Of an unchanged file nothing but its status is looked at.
 ///
 /// A sweep that ends early goes on in the next one. It counts from its first beginning, so that whatever
-/// changed behind its back is due in the sweep after it. For one thread.
+/// changed behind its back is due in the sweep after it. A file at which two sweeps in a row end is passed
+/// by, and is due again in the next. For one thread.
 class Sweep
 {
 public:
@@ -34,7 +38,9 @@ public:
             /// It is due again in the next sweep.
             Again,
             /// The sweep ends here and has not done this one.
-            Stop
+            Stop,
+            /// The same, and the file has nothing to do with it.
+            Interrupted
         };
 
         virtual ~Visitor() = default;
@@ -45,6 +51,8 @@ public:
         virtual Verdict changed(const TreeWalker& walker) = 0;
         /// Anything else but directories and files that are unchanged.
         virtual void passed(const TreeWalker& walker) = 0;
+        /// A file that may have changed, and at which two sweeps have ended.
+        virtual void stumbled(const TreeWalker& walker) = 0;
         /// The state cannot be kept, which is no reason to end.
         virtual void notKept(const QString& problem) = 0;
     };
@@ -64,8 +72,8 @@ public:
     {
         return m_since;
     }
-    /// It goes on behind this path; empty when it is not one that was interrupted.
-    const QByteArray& resumedBehind() const
+    /// It goes on at this path; empty when it is not one that was interrupted.
+    const QByteArray& resumedAt() const
     {
         return m_resume.path;
     }
@@ -84,8 +92,10 @@ private:
     bool walk(int root, Visitor& visitor);
     bool visit(TreeWalker& walker, Visitor& visitor);
     void enter(TreeWalker& walker);
+    bool scan(const TreeWalker& walker, Visitor& visitor);
     bool isDue(const TreeWalker& walker) const;
-    void keepProgress(Visitor& visitor);
+    Place pathOf(const TreeWalker& walker) const;
+    void keepProgress(const TreeWalker& walker, bool isDone, Visitor& visitor);
     void keepResult(Visitor& visitor);
     void append(const QByteArray& block, Visitor& visitor);
     void tellNotKept(Visitor& visitor, int error);
@@ -112,6 +122,9 @@ private:
     /// What has been done since the journal was written last, and before.
     SweepJournal::Step m_step;
     SweepJournal::Step m_done;
-    /// Below this directory everything is due; empty when there is none.
-    QByteArray m_new;
+    StumblingBlock m_stumblingBlock;
+    /// The paths of the directories on the way down, from the root.
+    std::vector<Place> m_way;
+    /// Below the directory of this depth everything is due.
+    std::optional<size_t> m_new;
 };

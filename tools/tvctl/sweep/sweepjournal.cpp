@@ -8,7 +8,7 @@ namespace
 {
 QByteArray heading()
 {
-    return QByteArrayLiteral("tvctl sweep journal 1\n");
+    return QByteArrayLiteral("tvctl sweep journal 2\n");
 }
 
 QByteArray digestOf(const QByteArray& bytes)
@@ -51,7 +51,7 @@ QByteArray SweepJournal::encode(const Begin& begin)
 
 QByteArray SweepJournal::encode(const Step& step)
 {
-    return blockOf(step.root, step.path, step.directories, step.again);
+    return blockOf(step.root, step.path, step.isDone, step.directories, step.again);
 }
 
 std::optional<SweepJournal::Content> SweepJournal::decode(const QByteArray& bytes)
@@ -70,8 +70,9 @@ std::optional<SweepJournal::Content> SweepJournal::decode(const QByteArray& byte
         content.size = static_cast<int>(stream.device()->pos());
         content.done.root = step.root;
         content.done.path = step.path;
+        content.done.isDone = step.isDone;
         content.done.directories += step.directories;
         content.done.again += step.again;
-    } while (readBlock(stream, step.root, step.path, step.directories, step.again));
+    } while (readBlock(stream, step.root, step.path, step.isDone, step.directories, step.again));
     return content;
 }

@@ -19,9 +19,11 @@ struct Begin
 
 struct Step
 {
-    /// The last path that is done, and of which root.
+    /// The path at which the sweep is, and of which root.
     qint32 root = 0;
     QByteArray path;
+    /// It is done, too.
+    bool isDone = false;
     /// What has come to SweepState's `directories` and `again` since the step before, packed.
     QByteArray directories;
     QByteArray again;

@@ -79,11 +79,15 @@ private Q_SLOTS:
     void resumesBehind_data();
     void resumesBehind();
     void resumesBehindTheRoot();
+    void resumesAt_data();
+    void resumesAt();
     void entersNoPseudoFileSystemUnlessNamed();
     void tellsTheFileSystem();
     void passesOverWhatVanishes();
     void isNotLedAstray();
     void goesOnWhenADirectoryIsMovedAway();
+    void tellsWhereTheWayBackIsLost();
+    void tellsDepthAndName();
     void opensTheFile();
     void opensNothingButAFile();
     void walksDeepTreesWithFewDescriptors();
@@ -131,6 +135,12 @@ void skipTo(TreeWalker& walker, const QByteArray& path)
 {
     while (walker.next() && walker.path() != path) {
     }
+}
+
+/// So deep below `directory` that this one has been closed when the walk is there.
+QByteArray deeperThanIsOpen(const QByteArray& directory)
+{
+    return directory + QByteArray("d/").repeated(2 * static_cast<int>(TreeWalker::openDirectories));
 }
 
 int openDescriptors()
@@ -309,6 +319,28 @@ void TestTreeWalker::resumesBehindTheRoot()
     QVERIFY(!file.next());
 }
 
+void TestTreeWalker::resumesAt_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QList<QByteArray>>("expected");
+    using List = QList<QByteArray>;
+    QTest::newRow("file") << QByteArray("/b/2") << List{"D ", "D /b", "F /b/2", "F /c"};
+    QTest::newRow("directory") << QByteArray("/b") << List{"D ", "D /b", "F /b/1", "F /b/2", "F /c"};
+    QTest::newRow("file that went") << QByteArray("/b/1a") << List{"D ", "D /b", "F /b/2", "F /c"};
+    QTest::newRow("root") << QByteArray() << List{"D ", "F /a", "D /b", "F /b/1", "F /b/2", "F /c"};
+}
+
+void TestTreeWalker::resumesAt()
+{
+    QFETCH(QByteArray, path);
+    for (const char* name : {"a", "b/1", "b/2", "c"}) {
+        make(name);
+    }
+    TreeWalker walker(m_root);
+    walker.resumeAt(m_root + path);
+    QTEST(rest(walker, m_root), "expected");
+}
+
 void TestTreeWalker::entersNoPseudoFileSystemUnlessNamed()
 {
     const auto skipTop = [](const QByteArray& path) {
@@ -372,10 +404,7 @@ void TestTreeWalker::isNotLedAstray()
 void TestTreeWalker::goesOnWhenADirectoryIsMovedAway()
 {
     // So deep that the one that is moved has been closed meanwhile.
-    QByteArray deep = "top/moved/";
-    for (size_t i = 0; i < 2 * TreeWalker::openDirectories; ++i) {
-        deep += "d/";
-    }
+    const QByteArray deep = deeperThanIsOpen("top/moved/");
     make(deep);
     make("top/moved/z");
     make("top/z");
@@ -384,16 +413,50 @@ void TestTreeWalker::goesOnWhenADirectoryIsMovedAway()
     QCOMPARE(std::rename((m_root + "/top/moved").constData(), (m_root + "/elsewhere").constData()), 0);
     // Others that look the same in their place.
     make(deep);
-    make("top/moved/z");
+    make("top/moved/other");
+    // The way up leads to the directory that was begun, wherever it is by now, and from there to the root's.
+    const QList<QByteArray> expected = {"F /top/moved/z", "F /top/z"};
+    QCOMPARE(rest(walker, m_root), expected);
+}
+
+void TestTreeWalker::tellsWhereTheWayBackIsLost()
+{
+    // Upwards it leads elsewhere, and downwards to nothing.
+    const QByteArray deep = deeperThanIsOpen("top/a/b/moved/");
+    make(deep);
+    make("top/a/b/z");
+    make("top/a/z");
+    make("top/z");
+    TreeWalker walker(m_root + "/top");
+    skipTo(walker, m_root + '/' + deep.left(deep.size() - 1));
+    QCOMPARE(std::rename((m_root + "/top/a/b/moved").constData(), (m_root + "/elsewhere").constData()), 0);
+    QCOMPARE(std::rename((m_root + "/top/a").constData(), (m_root + "/top/other").constData()), 0);
     QVERIFY(walker.next());
-    // As far as descriptors are open the way back is known; then what is left is told and left.
-    QCOMPARE(walker.kind(), Kind::Unreadable);
+    // Once, for all that is below.
+    QCOMPARE(told(walker, m_root), QByteArray("U /top/a"));
     QCOMPARE(walker.error(), ESTALE);
-    QList<QByteArray> seen = rest(walker, m_root);
-    QCOMPARE(seen.takeLast(), QByteArray("F /top/z"));
-    for (const QByteArray& entry : qAsConst(seen)) {
-        QVERIFY2(entry.startsWith("U /top/moved"), entry.constData());
+    QCOMPARE(walker.depth(), size_t(1));
+    QCOMPARE(rest(walker, m_root), QList<QByteArray>{"F /top/z"});
+}
+
+void TestTreeWalker::tellsDepthAndName()
+{
+    make("top/a/f");
+    TreeWalker walker(m_root + "/top");
+    const struct
+    {
+        size_t depth;
+        const char* name;
+    } expected[] = {{0, "top"}, {1, "a"}, {2, "f"}};
+    for (const auto& object : expected) {
+        QVERIFY(walker.next());
+        QCOMPARE(walker.depth(), object.depth);
+        QCOMPARE(walker.name(), QByteArray(object.name));
     }
+    struct stat status = {};
+    QCOMPARE(::fstatat(walker.directory(), "f", &status, 0), 0);
+    QCOMPARE(status.st_ino, walker.status().st_ino);
+    QVERIFY(!walker.isMountedBelow());
 }
 
 void TestTreeWalker::opensTheFile()

@@ -2,12 +2,15 @@
 
 #include <QTest>
 
+#include <cstring>
+
 class TestPlaces : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void tellsPlacesApart();
+    void takesNoNameForAnIdentity();
     void isASet();
     void dropsARest();
 };
@@ -25,14 +28,29 @@ struct stat statusOf(dev_t device, ino_t inode)
 
 void TestPlaces::tellsPlacesApart()
 {
-    const Place place = placeOf("/a", statusOf(1, 2));
-    QVERIFY(place == placeOf("/a", statusOf(1, 2)));
-    QVERIFY(place != placeOf("/b", statusOf(1, 2)));
-    QVERIFY(place != placeOf("/a", statusOf(2, 2)));
-    QVERIFY(place != placeOf("/a", statusOf(1, 3)));
-    QVERIFY(place != placeOf("/a"));
-    QVERIFY(placeOf("/a") == placeOf("/a"));
-    QVERIFY(placeOf("/a") != placeOf("/b"));
+    const Place path = placeOf("/a");
+    QVERIFY(path == placeOf("/a"));
+    QVERIFY(path != placeOf("/b"));
+    const Place below = placeBelow(path, "x");
+    QVERIFY(below == placeBelow(path, "x"));
+    QVERIFY(below != placeBelow(path, "y"));
+    QVERIFY(below != placeBelow(placeOf("/b"), "x"));
+    const Place place = placeOfDirectory(path, statusOf(1, 2));
+    QVERIFY(place == placeOfDirectory(path, statusOf(1, 2)));
+    QVERIFY(place != placeOfDirectory(placeOf("/b"), statusOf(1, 2)));
+    QVERIFY(place != placeOfDirectory(path, statusOf(2, 2)));
+    QVERIFY(place != placeOfDirectory(path, statusOf(1, 3)));
+    QVERIFY(place != path);
+}
+
+void TestPlaces::takesNoNameForAnIdentity()
+{
+    // A directory of this name beside the one with these numbers.
+    const QByteArray name("nextto_itsbytes", 16);
+    quint64 numbers[2] = {};
+    std::memcpy(numbers, name.constData(), sizeof(numbers));
+    const Place path = placeOf("/a");
+    QVERIFY(placeBelow(path, name) != placeOfDirectory(path, statusOf(numbers[0], numbers[1])));
 }
 
 void TestPlaces::isASet()

@@ -2,10 +2,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <cstdio>
+#include <ctime>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -17,7 +19,37 @@ namespace
 {
 /// The kind that all file systems are said to be; 0 for the truth.
 long pretendedFileSystem = 0;
+/// What lies in directories of this name is said to be on another device; nothing when empty.
+QByteArray pretendedMount;
+
+void pretendDevice(int descriptor, struct stat* status)
+{
+    char path[4096] = {};
+    const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
+    if (!pretendedMount.isEmpty() && ::readlink(link.constData(), path, sizeof(path) - 1) > 0 &&
+        QByteArray(path).endsWith('/' + pretendedMount)) {
+        ++status->st_dev;
+    }
+}
 } // namespace
+
+extern "C" int fstat(int descriptor, struct stat* status) noexcept
+{
+    using Function = int (*)(int, struct stat*);
+    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "fstat"));
+    const int result = real(descriptor, status);
+    pretendDevice(descriptor, status);
+    return result;
+}
+
+extern "C" int fstatat(int directory, const char* name, struct stat* status, int flags) noexcept
+{
+    using Function = int (*)(int, const char*, struct stat*, int);
+    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "fstatat"));
+    const int result = real(directory, name, status, flags);
+    pretendDevice(directory, status);
+    return result;
+}
 
 extern "C" int fstatfs(int descriptor, struct statfs* about) noexcept
 {
@@ -58,6 +90,10 @@ private Q_SLOTS:
     void begetsAFullSweepInPlaceOfAnInterruptedOne();
     void goesOnWithAFullSweep();
     void doesNotResumeWhatIsFinished();
+    void passesByWhatTwoSweepsEndAt();
+    void blamesNoFileForAnInterruption();
+    void scansAllThatIsMountedBelow();
+    void costsTheSameAtAnyDepth();
     void tellsWhenNothingCanBeKept();
 
 private:
@@ -91,6 +127,28 @@ void waitBehind(const SweepTime& time)
     QTRY_VERIFY(SweepTime::now().msecsSinceEpoch > time.msecsSinceEpoch - marginMs + 20);
 }
 
+/// The time of the processor that this process has taken.
+double processorSeconds()
+{
+    constexpr double nsecsPerSecond = 1e9;
+    struct timespec time = {};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / nsecsPerSecond;
+}
+
+/// One directory in the other, and a file in the last.
+bool makeDeep(const QByteArray& root, int depth)
+{
+    if (::mkdir(root.constData(), 0700) != 0) {
+        return false;
+    }
+    UniqueFd directory(::open(root.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (int i = 1; i < depth && ::mkdirat(directory.get(), "d", 0700) == 0; ++i) {
+        directory = UniqueFd(::openat(directory.get(), "d", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    return UniqueFd(::openat(directory.get(), "f", O_CREAT | O_WRONLY | O_CLOEXEC, 0600)).isValid();
+}
+
 /// Notes what it is given.
 class Notes : public Sweep::Visitor
 {
@@ -107,7 +165,7 @@ public:
     {
         const QByteArray path = walker.path().mid(m_root.size() + 1);
         if (path == killAt) {
-            return Verdict::Stop;
+            return killVerdict;
         }
         files += path;
         return path == notDone ? Verdict::Again : Verdict::Done;
@@ -116,6 +174,10 @@ public:
     {
         passedBy += walker.path().mid(m_root.size() + 1);
     }
+    void stumbled(const TreeWalker& walker) override
+    {
+        stumbledAt += walker.path().mid(m_root.size() + 1);
+    }
     void notKept(const QString& problem) override
     {
         problems += problem;
@@ -123,10 +185,12 @@ public:
 
     QList<QByteArray> files;
     QList<QByteArray> passedBy;
+    QList<QByteArray> stumbledAt;
     QStringList problems;
     QByteArray stopAt = "never";
     QByteArray killAt = "never";
     QByteArray notDone = "never";
+    Verdict killVerdict = Verdict::Stop;
 
 private:
     const QByteArray m_root;
@@ -160,7 +224,7 @@ void TestSweep::scansEverythingAtFirst()
     Sweep sweep(*m_state, {m_root}, false, {});
     QVERIFY(sweep.isFull());
     QVERIFY(!sweep.since());
-    QVERIFY(sweep.resumedBehind().isEmpty());
+    QVERIFY(sweep.resumedAt().isEmpty());
     QVERIFY(!sweep.isStateDamaged());
     Notes notes(m_root);
     QVERIFY(sweep.run(notes));
@@ -285,14 +349,14 @@ void TestSweep::scansAgainWhatWasNotDone()
 
 void TestSweep::scansBelowADirectoryThatWasNotReadToItsEnd()
 {
-    // So deep that it is closed meanwhile, and cannot be found again where it was.
+    // So deep that what is above is closed meanwhile, and cannot be found again: neither upwards nor
+    // downwards.
     QByteArray deep = "a/";
     for (size_t i = 0; i < 2 * TreeWalker::openDirectories; ++i) {
         deep += "d/";
     }
     make(deep + "f");
     make("a/z");
-    Notes first(m_root);
     class Mover : public Notes
     {
     public:
@@ -301,19 +365,18 @@ void TestSweep::scansBelowADirectoryThatWasNotReadToItsEnd()
         {
             if (!isMoved) {
                 isMoved = true;
-                std::rename(from.constData(), to.constData());
+                std::rename((root + "/a/d").constData(), (root + "/../outside").constData());
+                std::rename((root + "/a").constData(), (root + "/b").constData());
             }
             return Notes::changed(walker);
         }
         bool isMoved = false;
-        QByteArray from;
-        QByteArray to;
+        QByteArray root;
     };
     Mover mover(m_root);
-    mover.from = path("a");
-    mover.to = path("b");
+    mover.root = m_root;
     QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(mover));
-    QVERIFY(mover.passedBy.contains("a"));
+    QCOMPARE(mover.passedBy, QList<QByteArray>{"a"});
     QVERIFY(!mover.files.contains("a/z"));
     QVERIFY(mover.files.contains(deep + "f"));
     // Back in its place it looks as if all of it had been seen.
@@ -391,7 +454,7 @@ void TestSweep::goesOnWhereItWasStopped()
     QVERIFY(!Sweep(*m_state, {m_root}, false, {}, soon()).run(first));
     QCOMPARE(first.files.size(), 2);
     Sweep second(*m_state, {m_root}, false, {}, soon());
-    QCOMPARE(second.resumedBehind(), path("a/2"));
+    QCOMPARE(second.resumedAt(), path("a/3"));
     Notes rest(m_root);
     rest.stopAt = "/c";
     QVERIFY(!second.run(rest));
@@ -402,7 +465,7 @@ void TestSweep::goesOnWhereItWasStopped()
     QCOMPARE(last.files, QList<QByteArray>{"c"});
     // All of it is known now.
     Sweep after(*m_state, {m_root}, false, {}, soon());
-    QVERIFY(after.resumedBehind().isEmpty() && !after.isFull());
+    QVERIFY(after.resumedAt().isEmpty() && !after.isFull());
     Notes none(m_root);
     QVERIFY(after.run(none));
     QVERIFY(none.files.isEmpty());
@@ -425,13 +488,13 @@ void TestSweep::goesOnWhereItWasKilled()
     QVERIFY(journal.open(QIODevice::Append) && journal.write("half a step") > 0);
     journal.close();
     Sweep sweep(*m_state, {m_root}, false, {}, soon());
-    QCOMPARE(sweep.resumedBehind(), path("a"));
+    QCOMPARE(sweep.resumedAt(), path("b"));
     Notes rest(m_root);
     rest.killAt = "c";
     QVERIFY(!sweep.run(rest));
     QCOMPARE(rest.files, QList<QByteArray>{"b"});
     // What was half written is not in the way of what comes behind.
-    QCOMPARE(Sweep(*m_state, {m_root}, false, {}, soon()).resumedBehind(), path("b"));
+    QCOMPARE(Sweep(*m_state, {m_root}, false, {}, soon()).resumedAt(), path("c"));
 }
 
 void TestSweep::goesOnInTheRightRoot()
@@ -497,7 +560,7 @@ void TestSweep::begetsAFullSweepInPlaceOfAnInterruptedOne()
     first.stopAt = "/b";
     QVERIFY(!Sweep(*m_state, {m_root}, false, {}, soon()).run(first));
     Sweep full(*m_state, {m_root}, true, {}, soon());
-    QVERIFY(full.resumedBehind().isEmpty());
+    QVERIFY(full.resumedAt().isEmpty());
     Notes all(m_root);
     QVERIFY(full.run(all));
     QCOMPARE(all.files.size(), 3);
@@ -538,7 +601,7 @@ void TestSweep::doesNotResumeWhatIsFinished()
     QVERIFY(!QFile::exists(journal));
     // Killed in the moment in between.
     QVERIFY(QFile::copy(m_directory->filePath(QStringLiteral("kept")), journal));
-    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).resumedBehind().isEmpty());
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).resumedAt().isEmpty());
 }
 
 void TestSweep::tellsWhenNothingCanBeKept()
@@ -550,6 +613,90 @@ void TestSweep::tellsWhenNothingCanBeKept()
     QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(notes));
     QCOMPARE(notes.files, QList<QByteArray>{"a"});
     QCOMPARE(notes.problems, QStringList{qt_error_string(ENOENT)});
+}
+
+void TestSweep::passesByWhatTwoSweepsEndAt()
+{
+    for (const char* name : {"a", "b", "c"}) {
+        make(name);
+    }
+    for (int i = 0; i < 2; ++i) {
+        Notes ended(m_root);
+        ended.killAt = "b";
+        QVERIFY(!Sweep(*m_state, {m_root}, false, {}, soon()).run(ended));
+        QVERIFY(ended.stumbledAt.isEmpty());
+    }
+    Notes third(m_root);
+    third.killAt = "b";
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(third));
+    QCOMPARE(third.stumbledAt, QList<QByteArray>{"b"});
+    QCOMPARE(third.files, QList<QByteArray>{"c"});
+    // It has its turn again.
+    Notes next(m_root);
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(next));
+    QCOMPARE(next.files, QList<QByteArray>{"b"});
+}
+
+void TestSweep::blamesNoFileForAnInterruption()
+{
+    make("a");
+    make("b");
+    for (int i = 0; i < 3; ++i) {
+        Notes ended(m_root);
+        ended.killAt = "b";
+        ended.killVerdict = Verdict::Interrupted;
+        QVERIFY(!Sweep(*m_state, {m_root}, false, {}, soon()).run(ended));
+        QVERIFY(ended.stumbledAt.isEmpty());
+    }
+    // Nor a file in front of which somebody wanted to end.
+    for (int i = 0; i < 3; ++i) {
+        Notes ended(m_root);
+        ended.stopAt = "/b";
+        QVERIFY(!Sweep(*m_state, {m_root}, false, {}, soon()).run(ended));
+        QVERIFY(ended.stumbledAt.isEmpty());
+    }
+}
+
+void TestSweep::scansAllThatIsMountedBelow()
+{
+    make("sub/f");
+    make("f");
+    for (const bool isMounted : {false, true}) {
+        pretendedMount = isMounted ? "sub" : "";
+        for (int i = 0; i < 2; ++i) {
+            Notes notes(m_root);
+            QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(notes));
+            if (i > 0) {
+                QCOMPARE(notes.files, isMounted ? QList<QByteArray>{"sub/f"} : QList<QByteArray>());
+            }
+        }
+    }
+    pretendedMount.clear();
+}
+
+void TestSweep::costsTheSameAtAnyDepth()
+{
+    // In memory where there is any: a disk takes minutes for that many directories.
+    const QTemporaryDir memory(QStringLiteral("/dev/shm/tst_sweep-XXXXXX"));
+    const QByteArray place = QFile::encodeName(memory.isValid() ? memory.path() : m_directory->path());
+    const auto secondsFor = [this, place](int depth) {
+        const QByteArray root = place + '/' + QByteArray::number(depth);
+        if (!makeDeep(root, depth)) {
+            return -1.0;
+        }
+        Notes notes(root);
+        const double before = processorSeconds();
+        const bool isFinished = Sweep(*m_state, {root}, false, {}, soon()).run(notes);
+        const double after = processorSeconds();
+        QProcess::execute(QStringLiteral("rm"), {QStringLiteral("-rf"), QFile::decodeName(root)});
+        return isFinished && notes.files.size() == 1 ? after - before : -1.0;
+    };
+    const double few = secondsFor(10000);
+    const double many = secondsFor(40000);
+    QVERIFY(few > 0 && many > 0);
+    qInfo("10,000 levels take %.2f s, 40,000 take %.2f s", few, many);
+    QVERIFY2(many / few < 8, "as many times the work as levels, not the square of that");
+    QVERIFY(many < 10);
 }
 
 QTEST_GUILESS_MAIN(TestSweep)

@@ -21,12 +21,12 @@ QByteArray beginning()
 
 QByteArray first()
 {
-    return SweepJournal::encode(SweepJournal::Step{0, "/a/\xff", "directories1", "again1"});
+    return SweepJournal::encode(SweepJournal::Step{0, "/a/\xff", true, "directories1", "again1"});
 }
 
 QByteArray second()
 {
-    return SweepJournal::encode(SweepJournal::Step{1, "/b", "directories2", {}});
+    return SweepJournal::encode(SweepJournal::Step{1, "/b", false, "directories2", {}});
 }
 } // namespace
 
@@ -40,6 +40,8 @@ void TestSweepJournal::sumsItsSteps()
     QVERIFY(journal->begin.isFull);
     QCOMPARE(journal->done.root, 1);
     QCOMPARE(journal->done.path, QByteArray("/b"));
+    QVERIFY(!journal->done.isDone);
+    QVERIFY(SweepJournal::decode(beginning() + first())->done.isDone);
     QCOMPARE(journal->done.directories, QByteArray("directories1directories2"));
     QCOMPARE(journal->done.again, QByteArray("again1"));
     QCOMPARE(journal->size, bytes.size());
