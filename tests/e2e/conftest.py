@@ -82,8 +82,8 @@ def impostor():
     """Puts another program on the port; its arguments are the replies that it gives."""
     impostors = []
 
-    def make(*replies):
-        impostors.append(Impostor(*replies))
+    def make(*replies, **options):
+        impostors.append(Impostor(*replies, **options))
         return impostors[-1]
 
     yield make

@@ -1,11 +1,14 @@
 #include "tvctl/commands/cleancommand.h"
 
 #include "common/filename.h"
+#include "tvctl/commands/commandcapabilities.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
+#include "tvctl/files/treewalker.h"
 #include "tvctl/scanner/filecleaner.h"
+#include "tvctl/scanner/handover.h"
 
 #include <CLI/CLI.hpp>
 
@@ -35,39 +38,43 @@ std::optional<bool> isReportOnly(Session& session)
     }
 }
 
-/// Why the service is not even asked to remove what is at `path`; empty when it may be asked.
-QString problemOf(const QString& path)
+/// Why the service is not even asked to remove what `walker` stands at; empty when it may be asked.
+QString problemOf(const TreeWalker& walker)
 {
-    struct stat status = {};
-    if (::lstat(FileName::toBytes(path).constData(), &status) != 0) {
-        return qt_error_string(errno);
-    }
-    if (S_ISREG(status.st_mode)) {
+    switch (walker.kind()) {
+    case TreeWalker::Kind::File:
         return {};
-    }
-    if (S_ISDIR(status.st_mode)) {
+    case TreeWalker::Kind::Unreadable:
+        return qt_error_string(walker.error());
+    case TreeWalker::Kind::Other:
+        return S_ISLNK(walker.status().st_mode) ? QStringLiteral("it is a symbolic link")
+                                                : QStringLiteral("it is no regular file");
+    default:
         return QStringLiteral("it is a folder");
     }
-    return S_ISLNK(status.st_mode) ? QStringLiteral("it is a symbolic link")
-                                   : QStringLiteral("it is no regular file");
 }
 
-Result cleanOne(FileCleaner& cleaner, const QString& path)
+Result cleanOne(FileCleaner& cleaner, const QString& path, bool isHandedOver)
 {
-    const QString problem = problemOf(path);
-    return problem.isEmpty() ? cleaner.clean(path)
-                             : Result{Result::Kind::NotRemoved, QStringLiteral("not removed: ") + problem};
+    TreeWalker walker(FileName::toBytes(path));
+    const QString problem = walker.next() ? problemOf(walker) : qt_error_string(ENOENT);
+    if (!problem.isEmpty()) {
+        return {Result::Kind::NotRemoved, QStringLiteral("not removed: ") + problem};
+    }
+    return cleaner.clean(walker, isHandedOver ? std::make_optional(walker.status()) : std::nullopt);
 }
 
 ExitCode clean(Session& session, const std::vector<std::string>& arguments)
 {
     Output& output = session.output();
+    requireDroppedCapabilities();
     ServiceConnection& connection = session.service();
+    const bool isHandedOver = HandOver::isPossible(connection);
     FileCleaner cleaner(connection, session.installation(), isReportOnly(session));
     QJsonArray results;
     bool isAllRemoved = true;
     for (const QString& path : pathsOf(arguments)) {
-        Result result = cleanOne(cleaner, path);
+        Result result = cleanOne(cleaner, path, isHandedOver);
         const bool isServed = result.kind != Result::Kind::NoService;
         if (!isServed) {
             result.text = QStringLiteral("%1: %2").arg(connection.problem(), result.text);

@@ -1,15 +1,24 @@
 #include "tvctl/commands/filevisit.h"
 
 #include "common/filename.h"
+#include "tvctl/scanner/handover.h"
 
-FileVisit::FileVisit(ServiceConnection& connection, const Exclusions& exclusions, ScanReport& report)
+FileVisit::FileVisit(ServiceConnection& connection, const Exclusions* exclusions, ScanReport& report)
     : m_connection(connection),
-      m_scanner(connection, exclusions),
+      m_scanner(connection, exclusions != nullptr ? *exclusions : noExclusions()),
       m_report(report)
 {
     m_connection.setInterruption(m_interruption.descriptor());
     // Any large file takes that long; what is scanned is shown.
     m_connection.setSlowNotice({});
+    if (exclusions == nullptr || !HandOver::isPossible(m_connection)) {
+        m_scanner.goByPath();
+        if (m_connection.state() == ServiceConnection::State::Open) {
+            m_report.note(
+                QStringLiteral("tvfilemon cannot be handed open files from here; they are scanned by "
+                               "their paths, which others may change meanwhile"));
+        }
+    }
 }
 
 bool FileVisit::isInterrupted()
@@ -24,7 +33,6 @@ bool FileVisit::isInterrupted()
 FileVisit::Outcome FileVisit::scan(const TreeWalker& walker)
 {
     using Kind = FileScanner::Result::Kind;
-    const QString path = FileName::toText(walker.path());
     const FileScanner::Result result = m_scanner.scan(walker);
     switch (result.kind) {
     case Kind::Clean:
@@ -32,35 +40,47 @@ FileVisit::Outcome FileVisit::scan(const TreeWalker& walker)
         return Outcome::Done;
     case Kind::Infected:
         m_report.scanned();
-        return detected(path, result.virusName);
+        return detected(walker, result);
     case Kind::Failed:
-        m_report.failed(path, result.problem);
+        m_report.failed(FileName::toText(walker.path()), result.problem);
         return Outcome::NotDone;
     case Kind::Gone:
         return Outcome::Done;
     default:
-        m_report.stopped(m_connection.problem());
-        return Outcome::NoService;
+        return stop();
     }
 }
 
-FileVisit::Outcome FileVisit::detected(const QString& path, const QString& virusName)
+FileVisit::Outcome FileVisit::detected(const TreeWalker& walker, const FileScanner::Result& result)
 {
     using Kind = FileCleaner::Result::Kind;
+    const QString path = FileName::toText(walker.path());
     if (!m_cleaner) {
-        m_report.detected(path, virusName, std::nullopt);
+        m_report.detected(path, result.virusName, std::nullopt);
         return Outcome::Done;
     }
-    const FileCleaner::Result cleaned = m_cleaner->clean(path);
-    m_report.detected(path, virusName, cleaned);
+    const FileCleaner::Result cleaned = m_cleaner->clean(walker, result.scanned);
+    m_report.detected(path, result.virusName, cleaned);
     if (m_listener) {
-        m_listener(path, virusName, cleaned.kind);
+        m_listener(path, result.virusName, cleaned.kind);
     }
     if (cleaned.kind == Kind::NoService) {
-        m_report.stopped(m_connection.problem());
-        return Outcome::NoService;
+        return stop();
     }
     return cleaned.kind == Kind::NotRemoved ? Outcome::NotDone : Outcome::Done;
+}
+
+FileVisit::Outcome FileVisit::stop()
+{
+    m_report.stopped(m_connection.problem());
+    return m_connection.state() == ServiceConnection::State::Interrupted ? Outcome::Interrupted
+                                                                         : Outcome::NoService;
+}
+
+const Exclusions& FileVisit::noExclusions()
+{
+    static const Exclusions none;
+    return none;
 }
 
 void FileVisit::pass(const TreeWalker& walker, const QByteArray& root)

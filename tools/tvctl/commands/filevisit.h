@@ -16,8 +16,9 @@
 class FileVisit
 {
 public:
-    /// Both have to live as long; `connection` is open.
-    FileVisit(ServiceConnection& connection, const Exclusions& exclusions, ScanReport& report);
+    /// All have to live as long; `connection` is open. `exclusions` are null when they are not known. Finds
+    /// out how files can be handed to the service, and tells when that is not as safe as it should be.
+    FileVisit(ServiceConnection& connection, const Exclusions* exclusions, ScanReport& report);
 
     /// Infected files are removed as well.
     void setCleaner(const FileCleaner& cleaner)
@@ -32,6 +33,13 @@ public:
         m_listener = std::move(listener);
     }
 
+    /// It may be that another file was scanned than the one that is there: somebody may have had its path
+    /// lead elsewhere.
+    bool isByPath() const
+    {
+        return m_scanner.isByPath();
+    }
+
     /// Somebody wants to end, which is told.
     bool isInterrupted();
 
@@ -41,7 +49,9 @@ public:
         /// It was not scanned, or is infected and could not be removed.
         NotDone,
         /// The service is gone, which is told.
-        NoService
+        NoService,
+        /// Somebody did not want to wait for the service any longer, which is told.
+        Interrupted
     };
     /// Scans the File at which `walker` stands.
     Outcome scan(const TreeWalker& walker);
@@ -51,7 +61,10 @@ public:
     void pass(const TreeWalker& walker, const QByteArray& root);
 
 private:
-    Outcome detected(const QString& path, const QString& virusName);
+    Outcome detected(const TreeWalker& walker, const FileScanner::Result& result);
+    Outcome stop();
+
+    static const Exclusions& noExclusions();
 
     ServiceConnection& m_connection;
     FileScanner m_scanner;

@@ -1,6 +1,7 @@
 #include "tvctl/commands/scancommand.h"
 
 #include "common/filename.h"
+#include "tvctl/commands/commandcapabilities.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/filevisit.h"
 #include "tvctl/commands/scanreport.h"
@@ -28,7 +29,7 @@ struct ScanOptions
 /// What the settings say, as far as they can be read.
 struct KnownSettings
 {
-    Exclusions exclusions;
+    std::optional<Exclusions> exclusions;
     std::optional<bool> isReportOnly;
 };
 
@@ -51,7 +52,7 @@ public:
         : m_connection(session.service()),
           m_settings(readSettings(session)),
           m_report(session.output()),
-          m_visit(m_connection, m_settings.exclusions, m_report)
+          m_visit(m_connection, m_settings.exclusions ? &*m_settings.exclusions : nullptr, m_report)
     {
         if (options.isCleaning) {
             m_visit.setCleaner(FileCleaner(m_connection, session.installation(), m_settings.isReportOnly));
@@ -80,7 +81,7 @@ private:
     TreeWalker::SkipRule skipRule() const
     {
         return [this](const QByteArray& path) {
-            return m_settings.exclusions.isDirectoryExcluded(path);
+            return m_settings.exclusions && m_settings.exclusions->isDirectoryExcluded(path);
         };
     }
 
@@ -92,9 +93,10 @@ private:
             if (m_visit.isInterrupted()) {
                 return false;
             }
-            m_report.proceed(FileName::toText(walker.path()), m_counter ? m_counter->total() : 0);
+            m_report.proceed(walker.path(), m_counter ? m_counter->total() : 0);
             if (walker.kind() == TreeWalker::Kind::File) {
-                if (m_visit.scan(walker) == FileVisit::Outcome::NoService) {
+                const FileVisit::Outcome outcome = m_visit.scan(walker);
+                if (outcome == FileVisit::Outcome::NoService || outcome == FileVisit::Outcome::Interrupted) {
                     return false;
                 }
             } else if (walker.kind() != TreeWalker::Kind::Directory) {
@@ -127,6 +129,7 @@ void addScanCommand(CLI::App& tool, Action& chosen)
                       "Have infected files put into quarantine and removed, if the settings allow it");
     command->callback([options, &chosen] {
         chosen = [options](Session& session) {
+            requireDroppedCapabilities();
             return ScanRun(session, *options).run();
         };
     });

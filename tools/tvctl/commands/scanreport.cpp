@@ -1,5 +1,7 @@
 #include "tvctl/commands/scanreport.h"
 
+#include "common/filename.h"
+#include "tvctl/commands/shortpath.h"
 #include "tvctl/console/columns.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
@@ -12,18 +14,32 @@ QString number(qint64 count)
 {
     return QLocale::c().toString(count);
 }
+
+/// A rate says nothing about what was over at once, nor about a few files.
+QString timeText(double seconds, qint64 files)
+{
+    constexpr double msecsPerSecond = 1000;
+    const double rate = static_cast<double>(files) / seconds;
+    if (seconds < 1) {
+        return QStringLiteral("%1 ms").arg(static_cast<int>(seconds * msecsPerSecond));
+    }
+    const QString time = QStringLiteral("%1 s").arg(seconds, 0, 'f', 1);
+    return rate < 1 ? time : QStringLiteral("%1, %2 files/s").arg(time, number(static_cast<qint64>(rate)));
+}
 } // namespace
 
 ScanReport::ScanReport(Output& output)
     : m_output(output),
-      m_progress(output.showsProgress(), QStringLiteral("files"))
+      m_progress(output.showsProgress(), QStringLiteral("files"), output.hasProgressColours())
 {
     m_elapsed.start();
 }
 
-void ScanReport::proceed(const QString& path, qint64 total)
+void ScanReport::proceed(const QByteArray& path, qint64 total)
 {
-    m_progress.update(m_lookedAt.value_or(m_scanned), total, path);
+    if (m_progress.isDue()) {
+        m_progress.update(m_lookedAt.value_or(m_scanned), total, FileName::toText(shortPath(path)));
+    }
 }
 
 void ScanReport::lookedAt()
@@ -143,7 +159,6 @@ void ScanReport::addError(const QString& path, const QString& reason)
 
 QStringList ScanReport::summary(double seconds) const
 {
-    const double rate = seconds > 0 ? static_cast<double>(m_scanned) / seconds : 0;
     QVector<QStringList> rows = {
         {QStringLiteral("files scanned:"), number(m_scanned)},
         {QStringLiteral("infected:"), number(m_infected)},
@@ -152,8 +167,7 @@ QStringList ScanReport::summary(double seconds) const
         {QStringLiteral("unreadable:"), number(m_unreadable)},
         {QStringLiteral("skipped:"), QStringLiteral("%1 excluded folders, %2 links and devices")
                                          .arg(number(m_skipped), number(m_passedOver))},
-        {QStringLiteral("time:"),
-         QStringLiteral("%1 s, %2 files/s").arg(seconds, 0, 'f', 1).arg(number(static_cast<qint64>(rate)))},
+        {QStringLiteral("time:"), timeText(seconds, m_scanned)},
     };
     if (m_lookedAt) {
         rows.prepend({QStringLiteral("files looked at:"), number(*m_lookedAt)});

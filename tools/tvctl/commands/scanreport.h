@@ -5,6 +5,7 @@
 #include "tvctl/console/progress.h"
 #include "tvctl/scanner/filecleaner.h"
 
+#include <QByteArray>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -21,7 +22,7 @@ public:
     explicit ScanReport(Output& output);
 
     /// `path` is what is looked at now; `total` 0 when nobody knows how many there are.
-    void proceed(const QString& path, qint64 total);
+    void proceed(const QByteArray& path, qint64 total);
 
     /// One more file was looked at, which not all are scanned of; to be called for all or none.
     void lookedAt();

@@ -4,9 +4,11 @@
 #include "common/filename.h"
 #include "platform/tvcore/virusconfig.h"
 #include "platform/tvcore/virusreport.h"
+#include "tvctl/commands/commandcapabilities.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/filevisit.h"
 #include "tvctl/commands/scanreport.h"
+#include "tvctl/commands/shortpath.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/timetext.h"
@@ -103,8 +105,7 @@ public:
           m_state(lockedState(session)),
           m_exclusions(Exclusions::read()),
           m_report(session.output()),
-          m_service(session.service()),
-          m_visit(m_service, m_exclusions, m_report),
+          m_visit(session.service(), &m_exclusions, m_report),
           m_roots(rootsOf(options)),
           m_sweep(m_state, m_roots, options.isFull, skipRule())
     {
@@ -174,8 +175,8 @@ private:
                                   .arg(TimeText::format(QDateTime::fromMSecsSinceEpoch(*since)))
                             : QStringLiteral("scanning everything"));
         if (!m_sweep.resumedAt().isEmpty()) {
-            m_output.line(
-                QStringLiteral("going on at %1").arg(printable(FileName::toText(m_sweep.resumedAt()))));
+            m_output.line(QStringLiteral("going on at %1")
+                              .arg(printable(FileName::toText(shortPath(m_sweep.resumedAt())))));
         }
     }
 
@@ -187,7 +188,7 @@ private:
         if (walker.kind() == TreeWalker::Kind::File) {
             m_report.lookedAt();
         }
-        m_report.proceed(FileName::toText(walker.path()), 0);
+        m_report.proceed(walker.path(), 0);
         return false;
     }
 
@@ -195,12 +196,13 @@ private:
     {
         switch (m_visit.scan(walker)) {
         case FileVisit::Outcome::Done:
-            return Verdict::Done;
+            return m_visit.isByPath() ? Verdict::Again : Verdict::Done;
         case FileVisit::Outcome::NotDone:
             return Verdict::Again;
+        case FileVisit::Outcome::Interrupted:
+            return Verdict::Interrupted;
         default:
-            return m_service.state() == ServiceConnection::State::Interrupted ? Verdict::Interrupted
-                                                                              : Verdict::Stop;
+            return Verdict::Stop;
         }
     }
 
@@ -233,7 +235,6 @@ private:
     const StateDirectory m_state;
     const Exclusions m_exclusions;
     ScanReport m_report;
-    ServiceConnection& m_service;
     FileVisit m_visit;
     DetectionRecords m_records;
     const QVector<QByteArray> m_roots;
@@ -242,6 +243,7 @@ private:
 
 ExitCode sweep(Session& session, const SweepOptions& options)
 {
+    requireDroppedCapabilities();
     session.requireSettings();
     session.requireReports();
     goToBackground();

@@ -3,6 +3,8 @@
 #include "common/filename.h"
 #include "platform/tvcore/scanconfig.h"
 
+#include <algorithm>
+
 namespace
 {
 /// The store's numbers of the lists.
@@ -14,15 +16,16 @@ Exclusions Exclusions::read()
 {
     Exclusions exclusions;
     ScanConfig config;
-    exclusions.m_files = config.getExcludeList(fileList);
-    const QSet<QString> directories = config.getExcludeList(directoryList);
-    for (const QString& directory : directories) {
-        exclusions.m_directories.insert(FileName::toBytes(directory));
-    }
+    exclusions.m_files = Paths(config.getExcludeList(fileList));
+    exclusions.m_directories = Paths(config.getExcludeList(directoryList));
     return exclusions;
 }
 
-bool Exclusions::isFileExcluded(const QString& path) const
+Exclusions::Paths::Paths(const QSet<QString>& list)
 {
-    return path.endsWith(QLatin1String(".tvq")) || m_files.contains(path);
+    for (const QString& text : list) {
+        const QByteArray path = FileName::toBytes(text);
+        m_paths.insert(path);
+        m_longest = std::max(m_longest, path.size());
+    }
 }

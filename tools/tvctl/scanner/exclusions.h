@@ -20,9 +20,28 @@ public:
     }
 
     /// What the service would answer for a file of this path: that it is clean, whatever is in it.
-    bool isFileExcluded(const QString& path) const;
+    bool isFileExcluded(const QByteArray& path) const
+    {
+        return path.endsWith(".tvq") || m_files.contains(path);
+    }
 
 private:
-    QSet<QByteArray> m_directories;
-    QSet<QString> m_files;
+    /// Whole paths. One that is longer than all of them is not even hashed: others make paths of any length,
+    /// and each directory on the way down is asked for.
+    class Paths
+    {
+    public:
+        explicit Paths(const QSet<QString>& list = {});
+        bool contains(const QByteArray& path) const
+        {
+            return path.size() <= m_longest && m_paths.contains(path);
+        }
+
+    private:
+        QSet<QByteArray> m_paths;
+        int m_longest = 0;
+    };
+
+    Paths m_directories;
+    Paths m_files;
 };

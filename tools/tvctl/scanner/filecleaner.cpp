@@ -1,24 +1,52 @@
 #include "tvctl/scanner/filecleaner.h"
 
 #include "common/filename.h"
+#include "common/heldfile.h"
 #include "platform/tvcore/scanconfig.h"
 #include "tvctl/client/servicereply.h"
+#include "tvctl/scanner/handover.h"
+#include "tvctl/scanner/pathtrust.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 
 #include <cerrno>
 
-#include <sys/stat.h>
+#include <fcntl.h>
 
 namespace
 {
 constexpr int reportOnly = 0;
 
-bool isThere(const QString& path)
+using Result = FileCleaner::Result;
+
+Result notRemoved(const QString& reason)
 {
-    struct stat status = {};
-    return ::lstat(FileName::toBytes(path).constData(), &status) == 0;
+    return {Result::Kind::NotRemoved, QStringLiteral("not removed: ") + reason};
+}
+
+/// What has the name of the file now.
+enum class Present
+{
+    TheFile,
+    Nothing,
+    AnotherFile
+};
+
+Present presentAt(const TreeWalker& walker, const struct stat& file)
+{
+    struct stat now = {};
+    if (::fstatat(walker.directory(), walker.name().constData(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
+        return errno == ENOENT ? Present::Nothing : Present::AnotherFile;
+    }
+    return now.st_dev == file.st_dev && now.st_ino == file.st_ino ? Present::TheFile : Present::AnotherFile;
+}
+
+/// What follows the time in the name of a copy of the file that was at `path`.
+QString nameEndFor(const QByteArray& path)
+{
+    const QByteArray digest = QCryptographicHash::hash(path, QCryptographicHash::Md5).toHex();
+    return QLatin1Char('_') + QString::fromLatin1(digest) + QStringLiteral(".tvq");
 }
 } // namespace
 
@@ -30,63 +58,104 @@ FileCleaner::FileCleaner(ServiceConnection& connection, const Installation& inst
 {
 }
 
-FileCleaner::Result FileCleaner::clean(const QString& path)
+FileCleaner::Result FileCleaner::clean(const TreeWalker& walker, const std::optional<struct stat>& scanned)
 {
-    const Request request = makeRequest(QByteArrayLiteral("CLEAN"), path);
+    const HandOver directory(walker.directory());
+    const QByteArray told = scanned ? directory.path() + '/' + walker.name() : walker.path();
+    const Request request = makeRequest(QByteArrayLiteral("CLEAN"), FileName::toText(told));
     if (!request.isValid()) {
-        return {Result::Kind::NotRemoved, QStringLiteral("not removed: ") + request.problem};
+        return notRemoved(request.problem);
     }
     if (m_isReportOnly.value_or(false)) {
         return {Result::Kind::ReportOnly, QStringLiteral("not removed: the settings only allow reports")};
     }
-    if (!isThere(path)) {
-        return {Result::Kind::NotRemoved, QStringLiteral("not removed: it is not there any more")};
+    const QString distrust = scanned ? QString() : distrustOf(told);
+    return distrust.isEmpty() ? cleanAs(told, request, walker, scanned.value_or(walker.status()))
+                              : notRemoved(distrust);
+}
+
+FileCleaner::Result FileCleaner::cleanAs(const QByteArray& path, const Request& request,
+                                         const TreeWalker& walker, const struct stat& file)
+{
+    const Present there = presentAt(walker, file);
+    if (there != Present::TheFile) {
+        return notRemoved(there == Present::Nothing ? QStringLiteral("it is not there any more")
+                                                    : QStringLiteral("another file has its name by now"));
     }
-    const int before = copiesOf(path);
+    const auto before = copiesOf(path);
     const auto reply = m_connection.ask(request);
     if (!reply) {
         return {Result::Kind::NoService, QStringLiteral("nobody knows whether it was removed")};
     }
+    // Also when it was not removed: of what could not be removed there may be a copy.
+    const QString copy = tellCopy(path, walker.path(), before);
     if (ServiceReply::clean(*reply) != ServiceReply::Clean::Removed) {
-        return explainNotRemoved();
+        return notRemoved(explainNotRemoved());
     }
-    // A file that cannot be copied is removed all the same.
-    const int after = copiesOf(path);
-    if (before < 0 || after < 0) {
-        return {Result::Kind::Removed, QStringLiteral("removed")};
+    switch (presentAt(walker, file)) {
+    case Present::Nothing:
+        return {Result::Kind::Removed, QStringLiteral("removed") + copy};
+    case Present::TheFile:
+        return notRemoved(QStringLiteral("tvfilemon says that it was, but it is there"));
+    default:
+        return notRemoved(QStringLiteral("another file has its name by now") + copy);
     }
-    return {Result::Kind::Removed, after > before
-                                       ? QStringLiteral("removed; its copy is in the quarantine")
-                                       : QStringLiteral("removed; there is no copy of it in the quarantine")};
 }
 
-FileCleaner::Result FileCleaner::explainNotRemoved() const
+QString FileCleaner::explainNotRemoved() const
 {
-    return {Result::Kind::NotRemoved,
-            m_isReportOnly
-                ? QStringLiteral("not removed: tvfilemon could not do it; its log tells why: %1")
-                      .arg(m_installation.logFile())
-                : QStringLiteral("not removed: the settings only allow reports, or tvfilemon could "
-                                 "not do it")};
+    return m_isReportOnly ? QStringLiteral("tvfilemon could not do it; its log tells why: %1")
+                                .arg(m_installation.logFile())
+                          : QStringLiteral("the settings only allow reports, or tvfilemon could not do it");
 }
 
-/// How many copies of files at this path there are; -1 when that cannot be seen.
-int FileCleaner::copiesOf(const QString& path) const
+/// The names of the copies of files at this path; nothing when that cannot be seen.
+std::optional<QStringList> FileCleaner::copiesOf(const QByteArray& path) const
 {
     const QDir quarantine(m_installation.quarantine());
     struct stat status = {};
     if (::stat(FileName::toBytes(quarantine.path()).constData(), &status) != 0) {
         // It is made with the first copy.
-        return errno == ENOENT ? 0 : -1;
+        return errno == ENOENT ? std::make_optional(QStringList()) : std::nullopt;
     }
     if (S_ISDIR(status.st_mode) && !quarantine.isReadable()) {
-        return -1;
+        return std::nullopt;
     }
-    // A copy is named by the time and the digest of the path.
-    const QByteArray digest =
-        QCryptographicHash::hash(FileName::toBytes(path), QCryptographicHash::Md5).toHex();
-    return quarantine.entryList({QStringLiteral("*_%1.tvq").arg(QString::fromLatin1(digest))}, QDir::Files)
-        .size();
+    return quarantine.entryList({QLatin1Char('*') + nameEndFor(path)}, QDir::Files);
+}
+
+/// What became of the copy of the file at `path`, which the service was told as `told`, and gives the copy
+/// the name for `path`. `before` are the copies of `told` that were there before.
+QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path,
+                              const std::optional<QStringList>& before) const
+{
+    const auto after = copiesOf(told);
+    if (!before || !after) {
+        return told == path
+                   ? QString()
+                   : QStringLiteral("; its copy cannot be seen from here, and its name does not tell "
+                                    "where it comes from");
+    }
+    QString made;
+    for (const QString& name : *after) {
+        made = before->contains(name) ? made : name;
+    }
+    if (made.isEmpty()) {
+        return QStringLiteral("; there is no copy of it in the quarantine");
+    }
+    if (told != path) {
+        const QByteArray directory = FileName::toBytes(m_installation.quarantine());
+        const QString name =
+            made.left(made.indexOf(QLatin1Char('_'), made.indexOf(QLatin1Char('_')) + 1)) + nameEndFor(path);
+        if (!HeldFile(directory + '/' + made.toLatin1()).rename(name.toLatin1())) {
+            const int error = errno;
+            return QStringLiteral("; its copy is in the quarantine as %1, which does not tell where it comes "
+                                  "from: %2")
+                .arg(made, qt_error_string(error));
+        }
+        ::fsync(UniqueFd(::open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
+    }
+    return QStringLiteral("; its copy is in the quarantine");
 }
 
 bool FileCleaner::isReportOnlyStored()

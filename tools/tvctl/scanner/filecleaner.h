@@ -1,16 +1,26 @@
 #pragma once
 
 #include "tvctl/client/serviceconnection.h"
+#include "tvctl/files/treewalker.h"
 #include "tvctl/installation/installation.h"
 
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
+
+#include <sys/stat.h>
 
 /// Has the service remove files after it has put a copy of each into the quarantine.
 ///
 /// The service does not look again whether a file is infected, and by its reply nobody can tell why nothing
 /// was removed; this finds out as far as it can be seen from outside.
+///
+/// The service is told a name in the directory that the walker holds, not a path: whoever may rename a
+/// directory on the way could have root's file of that name removed. It calls the copy in the quarantine
+/// after what it was told, so the copy is then given the name that it would have by the path, from which its
+/// origin is known.
 class FileCleaner
 {
 public:
@@ -35,7 +45,9 @@ public:
     FileCleaner(ServiceConnection& connection, const Installation& installation,
                 std::optional<bool> isReportOnly);
 
-    Result clean(const QString& path);
+    /// Cleans the File at which `walker` stands, if it is still the one that `scanned` tells. Without
+    /// `scanned` the service is told the path, and only if nobody else can have it lead elsewhere.
+    Result clean(const TreeWalker& walker, const std::optional<struct stat>& scanned);
 
     /// What the settings say; the store must be readable.
     static bool isReportOnlyStored();
@@ -44,8 +56,12 @@ public:
     static QString nameOf(Result::Kind kind);
 
 private:
-    Result explainNotRemoved() const;
-    int copiesOf(const QString& path) const;
+    Result cleanAs(const QByteArray& path, const Request& request, const TreeWalker& walker,
+                   const struct stat& file);
+    QString explainNotRemoved() const;
+    std::optional<QStringList> copiesOf(const QByteArray& path) const;
+    QString tellCopy(const QByteArray& told, const QByteArray& path,
+                     const std::optional<QStringList>& before) const;
 
     ServiceConnection& m_connection;
     const Installation m_installation;

@@ -2,20 +2,35 @@
 
 #include "common/filename.h"
 #include "tvctl/client/servicereply.h"
+#include "tvctl/files/filesystems.h"
+#include "tvctl/scanner/handover.h"
 
 #include <cerrno>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace
 {
-/// A number that other processes rarely use, see below; what is usual lets a process have 1024.
-constexpr int rareDescriptor = 800;
-
 QByteArray scanCommand()
 {
     return QByteArrayLiteral("SCAN");
+}
+
+bool isGone(const TreeWalker& walker)
+{
+    return !walker.openFile().isValid() && errno == ENOENT;
+}
+
+FileScanner::Result whyNotOpened(int error)
+{
+    FileScanner::Result result;
+    if (error == ENOENT) {
+        result.kind = FileScanner::Result::Kind::Gone;
+    } else if (error == EWOULDBLOCK) {
+        result.problem = QStringLiteral("another program holds it by a lease");
+    } else {
+        result.problem =
+            QStringLiteral("it cannot be opened to hand it over: %1").arg(qt_error_string(error));
+    }
+    return result;
 }
 } // namespace
 
@@ -27,44 +42,54 @@ FileScanner::FileScanner(ServiceConnection& connection, const Exclusions& exclus
 
 FileScanner::Result FileScanner::scan(const TreeWalker& walker)
 {
-    const QString path = FileName::toText(walker.path());
-    const Request request = makeRequest(scanCommand(), path);
-    if (!request.isValid()) {
-        return scanOpened(walker, path, request.problem);
+    Result result;
+    if (m_isByPath) {
+        const Request request = makeRequest(scanCommand(), FileName::toText(walker.path()));
+        result = request.isValid() ? scanPath(walker, request) : scanOpened(walker);
+        result.scanned.reset();
+        if (!request.isValid() && result.kind == Result::Kind::Failed) {
+            result.problem = QStringLiteral("%1, and %2").arg(request.problem, result.problem);
+        }
+    } else {
+        result = scanOpened(walker);
     }
+    return result;
+}
+
+FileScanner::Result FileScanner::scanPath(const TreeWalker& walker, const Request& request)
+{
     Result result = ask(request);
-    if (result.kind == Result::Kind::Failed && !walker.openFile().isValid() && errno == ENOENT) {
+    if (result.kind == Result::Kind::Failed && isGone(walker)) {
         // The monitor may just have cleaned it, or its owner removed it.
         result.kind = Result::Kind::Gone;
     }
     return result;
 }
 
-FileScanner::Result FileScanner::scanOpened(const TreeWalker& walker, const QString& path,
-                                            const QString& nameProblem)
+FileScanner::Result FileScanner::scanOpened(const TreeWalker& walker)
 {
-    if (m_exclusions.isFileExcluded(path)) {
-        return {Result::Kind::Clean, {}, {}};
+    Result result;
+    if (m_exclusions.isFileExcluded(walker.path())) {
+        result.kind = Result::Kind::Clean;
+        return result;
     }
     const UniqueFd opened = walker.openFile();
-    if (!opened.isValid()) {
-        const int error = errno;
-        return {error == ENOENT ? Result::Kind::Gone : Result::Kind::Failed,
-                {},
-                QStringLiteral("%1, and it cannot be opened to hand it over: %2")
-                    .arg(nameProblem, qt_error_string(error))};
+    struct stat status = {};
+    if (!opened.isValid() || ::fstat(opened.get(), &status) != 0) {
+        return whyNotOpened(errno);
     }
-    // The service runs as root on this machine and follows the kernel's link to what this process has open;
-    // that name can always be sent. In another process namespace the number of this process might mean
-    // another one there: a rare descriptor makes it likely that the service finds nothing instead of
-    // something else.
-    const UniqueFd rare(::fcntl(opened.get(), F_DUPFD_CLOEXEC, rareDescriptor));
-    const int descriptor = rare.isValid() ? rare.get() : opened.get();
-    Result result =
-        ask(makeRequest(scanCommand(), QStringLiteral("/proc/%1/fd/%2").arg(::getpid()).arg(descriptor)));
-    if (result.kind == Result::Kind::Failed) {
-        result.problem =
-            QStringLiteral("%1, and what is handed over instead: %2").arg(nameProblem, result.problem);
+    const auto known = m_links.find(status);
+    if (known) {
+        result.kind = known->isEmpty() ? Result::Kind::Clean : Result::Kind::Infected;
+        result.virusName = *known;
+    } else {
+        result =
+            scanPath(walker, makeRequest(scanCommand(), FileName::toText(HandOver(opened.get()).path())));
+    }
+    result.scanned = status;
+    const bool isScanned = result.kind == Result::Kind::Clean || result.kind == Result::Kind::Infected;
+    if (isScanned && !known && FileSystems::keepsChangeTimes(walker.fileSystem())) {
+        m_links.add(status, result.virusName);
     }
     return result;
 }
@@ -73,19 +98,20 @@ FileScanner::Result FileScanner::ask(const Request& request)
 {
     const auto reply = m_connection.ask(request);
     if (!reply) {
-        return {Result::Kind::NoService, {}, {}};
+        return {Result::Kind::NoService, {}, {}, {}};
     }
     const ServiceReply::Scan scan = ServiceReply::scan(*reply);
     switch (scan.result) {
     case ServiceReply::Scan::Result::Clean:
-        return {Result::Kind::Clean, {}, {}};
+        return {Result::Kind::Clean, {}, {}, {}};
     case ServiceReply::Scan::Result::Infected:
-        return {Result::Kind::Infected, scan.virusName, {}};
+        return {Result::Kind::Infected, scan.virusName, {}, {}};
     case ServiceReply::Scan::Result::Failed:
-        return {Result::Kind::Failed, {}, ServiceReply::scanErrorText(scan.errorCode)};
+        return {Result::Kind::Failed, {}, ServiceReply::scanErrorText(scan.errorCode), {}};
     default:
         return {Result::Kind::Failed,
                 {},
-                QStringLiteral("the service answered \"%1\"").arg(QString::fromUtf8(*reply))};
+                QStringLiteral("the service answered \"%1\"").arg(QString::fromUtf8(*reply)),
+                {}};
     }
 }

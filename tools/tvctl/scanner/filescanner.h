@@ -3,10 +3,16 @@
 #include "tvctl/client/serviceconnection.h"
 #include "tvctl/files/treewalker.h"
 #include "tvctl/scanner/exclusions.h"
+#include "tvctl/scanner/scannedlinks.h"
 
 #include <QString>
 
-/// Has the service scan files, also those whose names its protocol does not carry.
+#include <optional>
+
+#include <sys/stat.h>
+
+/// Has the service scan files. What is scanned is the very file that the walker stands at, wherever its path
+/// leads meanwhile, and a file with several names is scanned once.
 class FileScanner
 {
 public:
@@ -27,19 +33,36 @@ public:
         Kind kind = Kind::Failed;
         QString virusName;
         QString problem;
+        /// The file that was scanned; nothing when all that is known is its path.
+        std::optional<struct stat> scanned;
     };
 
     /// `connection`, open, has to live as long. `exclusions` are those of the service, as far as they are
     /// known.
     FileScanner(ServiceConnection& connection, const Exclusions& exclusions);
 
+    /// Files are named by their paths, where the protocol carries them: the service cannot be handed
+    /// anything, or only the service knows what is excluded. Others may have a path lead to another file
+    /// meanwhile.
+    void goByPath()
+    {
+        m_isByPath = true;
+    }
+    bool isByPath() const
+    {
+        return m_isByPath;
+    }
+
     /// Scans the file that `walker` stands at.
     Result scan(const TreeWalker& walker);
 
 private:
-    Result scanOpened(const TreeWalker& walker, const QString& path, const QString& nameProblem);
+    Result scanPath(const TreeWalker& walker, const Request& request);
+    Result scanOpened(const TreeWalker& walker);
     Result ask(const Request& request);
 
     ServiceConnection& m_connection;
     const Exclusions& m_exclusions;
+    bool m_isByPath = false;
+    ScannedLinks m_links;
 };
