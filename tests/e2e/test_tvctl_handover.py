@@ -116,10 +116,13 @@ def test_a_confined_service(tv, tvctl, home, confined, command):
 
 def test_the_copy_tells_where_it_comes_from(tv, tvctl, home, confined):
     bad = write_once(home / "bad")
+    os.chmod(bad, 0o751)
     confined()
     tvctl.json("sweep", status=1)
     [entry] = tvctl.json("quarantine", "list")["copies"]
     assert (entry["path"], entry["virus"]) == (str(bad), EICAR_NAME)
+    [copy] = tv.quarantine.iterdir()
+    assert b"mode=0751" in os.getxattr(copy, "user.tvfilemon.original")
 
 
 def test_capabilities_are_dropped(tvctl, home, fake_service):

@@ -2,6 +2,7 @@
 
 #include "common/filename.h"
 #include "common/heldfile.h"
+#include "common/originalstate.h"
 #include "platform/tvcore/scanconfig.h"
 #include "tvctl/client/servicereply.h"
 #include "tvctl/scanner/handover.h"
@@ -10,7 +11,9 @@
 #include <QCryptographicHash>
 #include <QDir>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
 
 #include <fcntl.h>
 
@@ -40,6 +43,39 @@ Present presentAt(const TreeWalker& walker, const struct stat& file)
         return errno == ENOENT ? Present::Nothing : Present::AnotherFile;
     }
     return now.st_dev == file.st_dev && now.st_ino == file.st_ino ? Present::TheFile : Present::AnotherFile;
+}
+
+bool haveSameContent(int one, int other)
+{
+    // Of a hole of any size somebody else decides; what is larger is not worth the time.
+    constexpr off_t most = off_t(1) << 30;
+    std::array<char, 65536> left;
+    std::array<char, 65536> right;
+    for (off_t at = 0; at < most;) {
+        const ssize_t got = ::pread(one, left.data(), left.size(), at);
+        if (got < 0 || ::pread(other, right.data(), right.size(), at) != got ||
+            std::memcmp(left.data(), right.data(), static_cast<size_t>(got)) != 0) {
+            return false;
+        }
+        if (got == 0) {
+            return true;
+        }
+        at += got;
+    }
+    return false;
+}
+
+/// Notes with `copy` what the open `original` was. The service notes nothing of what a link led to, and the
+/// kernel's link to the directory is one. Only with the same content: in the last moment somebody may have
+/// put a link to another user's file there, whose copy must not be given back as his.
+void keepState(int original, const QByteArray& copy)
+{
+    const UniqueFd file(::open(copy.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (file.isValid() && !OriginalState::attachedTo(file.get()) && ::fstat(original, &status) == 0 &&
+        haveSameContent(original, file.get())) {
+        OriginalState::of(status).attachTo(file.get());
+    }
 }
 
 /// What follows the time in the name of a copy of the file that was at `path`.
@@ -82,13 +118,14 @@ FileCleaner::Result FileCleaner::cleanAs(const QByteArray& path, const Request& 
         return notRemoved(there == Present::Nothing ? QStringLiteral("it is not there any more")
                                                     : QStringLiteral("another file has its name by now"));
     }
+    const UniqueFd original = walker.openFile();
     const auto before = copiesOf(path);
     const auto reply = m_connection.ask(request);
     if (!reply) {
         return {Result::Kind::NoService, QStringLiteral("nobody knows whether it was removed")};
     }
     // Also when it was not removed: of what could not be removed there may be a copy.
-    const QString copy = tellCopy(path, walker.path(), before);
+    const QString copy = tellCopy(path, walker.path(), original.get(), before);
     if (ServiceReply::clean(*reply) != ServiceReply::Clean::Removed) {
         return notRemoved(explainNotRemoved());
     }
@@ -126,7 +163,7 @@ std::optional<QStringList> FileCleaner::copiesOf(const QByteArray& path) const
 
 /// What became of the copy of the file at `path`, which the service was told as `told`, and gives the copy
 /// the name for `path`. `before` are the copies of `told` that were there before.
-QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path,
+QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path, int original,
                               const std::optional<QStringList>& before) const
 {
     const auto after = copiesOf(told);
@@ -153,6 +190,7 @@ QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path,
                                   "from: %2")
                 .arg(made, qt_error_string(error));
         }
+        keepState(original, directory + '/' + name.toLatin1());
         ::fsync(UniqueFd(::open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
     }
     return QStringLiteral("; its copy is in the quarantine");

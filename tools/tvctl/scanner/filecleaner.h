@@ -60,7 +60,7 @@ private:
                    const struct stat& file);
     QString explainNotRemoved() const;
     std::optional<QStringList> copiesOf(const QByteArray& path) const;
-    QString tellCopy(const QByteArray& told, const QByteArray& path,
+    QString tellCopy(const QByteArray& told, const QByteArray& path, int original,
                      const std::optional<QStringList>& before) const;
 
     ServiceConnection& m_connection;
