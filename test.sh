@@ -9,10 +9,10 @@ usage()
 usage: ./test.sh [--quick]
 
 Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit and
-the end-to-end tests, both also with the address and undefined behaviour sanitizers, and the desktop test.
-Not the tests of the Debian package: tests/package/run.
+the end-to-end tests, both also with the address and undefined behaviour sanitizers, the desktop test, and the Debian
+package: that is built, installed in a Debian of its own, and run there.
 
-  --quick   neither sanitizers nor checks of the sources
+  --quick   neither sanitizers nor checks of the sources, nor the package
   --help    this text
 
 TVFILEMON_TEST_SIGNATURES   directory of signed signatures, by default ../shared/testdata/signatures; where there
@@ -151,6 +151,15 @@ end_to_end_tests()
 }
 
 # Its container is one of systemd, which only root can boot, and its service takes nothing but signed signatures.
+package_tests()
+{
+    if [ "$(id -u)" -ne 0 ] || ! [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
+        skipped=$((skipped + 1))
+        echo "SKIPPED: package: needs root and signed signatures"
+        return
+    fi
+    suite "package" package tests/package/run --junitxml="$results/package.xml"
+}
 
 if [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
     echo "Signatures: the signed ones in $TVFILEMON_TEST_SIGNATURES"
@@ -179,6 +188,7 @@ if ! $quick && step "build, asan" build asan; then
     end_to_end_tests asan --ignore-glob='test_tvctl_*' --ignore-glob='test_manual.py' \
         --ignore-glob='test_update.py' --ignore-glob='test_firewall.py'
 fi
+$quick || package_tests
 
 echo
 for failure in "${failures[@]}"; do

@@ -17,7 +17,8 @@ DEB = Path(os.environ["TVFILEMON_DEB"])
 SIGNATURES = Path(os.environ["TVFILEMON_TEST_SIGNATURES"])
 
 sys.path.insert(0, str(Path(__file__).parent.parent / "support"))
-from make_signatures import EICAR  # noqa: E402,F401
+from make_signatures import EICAR, KLEZ_NAME, KLEZ_PATTERN  # noqa: E402,F401
+from mirror import Mirror  # noqa: E402,F401
 
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LANG": "C.UTF-8",
                "DEBIAN_FRONTEND": "noninteractive"}
@@ -57,32 +58,85 @@ def chroot(*command, check=True):
                 ROOT, *command], check)
 
 
-def newer_package(version):
+def installed_version():
+    """Empty when the package is not there, or only its configuration."""
+    result = run(["dpkg-query", f"--admindir={ROOT}/var/lib/dpkg", "--show",
+                  "--showformat=${db:Status-Status} ${Version}", "tvfilemon"], check=False).stdout
+    return result.removeprefix("installed ") if result.startswith("installed ") else ""
+
+
+def other_version(version):
     """The package once more, as another version: what an upgrade runs is its scripts and its files."""
     tree = ROOT.parent / "repacked"
     result = ROOT / f"tvfilemon_{version}.deb"
-    shutil.rmtree(tree, ignore_errors=True)
-    run(["dpkg-deb", "--raw-extract", DEB, tree])
-    control = tree / "DEBIAN" / "control"
-    lines = control.read_text().splitlines(keepends=True)
-    control.write_text("".join(f"Version: {version}\n" if line.startswith("Version:") else line
-                               for line in lines))
-    run(["dpkg-deb", "--root-owner-group", "--build", tree, result])
-    shutil.rmtree(tree)
+    if not result.exists():
+        shutil.rmtree(tree, ignore_errors=True)
+        run(["dpkg-deb", "--raw-extract", DEB, tree])
+        control = tree / "DEBIAN" / "control"
+        lines = control.read_text().splitlines(keepends=True)
+        control.write_text("".join(f"Version: {version}\n" if line.startswith("Version:") else line
+                                   for line in lines))
+        # Made and read a few times on this machine: to pack it tightly would take half of the test.
+        run(["dpkg-deb", "--root-owner-group", "-Zgzip", "-z1", "--build", tree, result])
+        shutil.rmtree(tree)
     return f"./{result.name}"
 
 
-class Inside:
+def wait_gone(path):
+    wait_until(lambda: not path.exists(), f"{path} to go")
+
+
+class Network:
+    """The network of a process."""
+
+    def __init__(self, process):
+        self.leader = process
+
+    def within(self, function):
+        """The result of the function, called in that network: the sockets that it makes are there."""
+        results = []
+
+        def call():
+            # Of this thread alone, which ends with the function.
+            try:
+                with open(f"/proc/{self.leader}/ns/net", "rb") as network:
+                    assert LIBC.setns(network.fileno(), 0) == 0
+                results.append(function())
+            except BaseException as error:  # pylint: disable=broad-except
+                results.append(error)
+
+        thread = threading.Thread(target=call)
+        thread.start()
+        thread.join()
+        if isinstance(results[0], BaseException):
+            raise results[0]
+        return results[0]
+
+    def ask(self, *requests, address="127.0.0.1", timeout=TIMEOUT):
+        """The replies of the command port to the requests of one client; an exception when there are none."""
+        def talk():
+            answers = []
+            with socket.create_connection((address, 8889), timeout) as connection:
+                for request in ("MODULE test", *requests):
+                    connection.sendall(request.encode())
+                    answers.append(connection.recv(4096).decode())
+            return answers[1:]
+
+        return self.within(talk)
+
+
+class Inside(Network):
     """Processes in namespaces of the directory; `leader` is one of them, by its number outside."""
 
-    leader = None
+    def __init__(self):
+        super().__init__(None)
 
     def path(self, name):
         """A path in the file systems of the leader."""
         return Path(f"/proc/{self.leader}/root") / str(name).lstrip("/")
 
     def command(self, *command):
-        return ["nsenter", f"--target={self.leader}", "--all", "--root", "--wd=/", "env", "--ignore-environment",
+        return ["nsenter", f"--target={self.leader}", "--all", "--root", "--wdns=/", "env", "--ignore-environment",
                 *(f"{name}={value}" for name, value in ENVIRONMENT.items()), *map(str, command)]
 
     def run(self, *command, check=True):
@@ -102,34 +156,12 @@ class Inside:
     def wait_log(self, text, skip=0):
         wait_until(lambda: text in self.log()[skip:], lambda: f"{text!r} in the log: {self.log()}")
 
-    def ask(self, *requests, address="127.0.0.1", timeout=TIMEOUT):
-        """The replies of the command port to the requests of one client; an exception when there are none."""
-        answers = []
-
-        def talk():
-            # Of this thread alone, which ends with the function.
-            with open(f"/proc/{self.leader}/ns/net", "rb") as network:
-                assert LIBC.setns(network.fileno(), 0) == 0
-            try:
-                with socket.create_connection((address, 8889), timeout) as connection:
-                    for request in ("MODULE test", *requests):
-                        connection.sendall(request.encode())
-                        answers.append(connection.recv(4096).decode())
-            except OSError as error:
-                answers.append(error)
-
-        thread = threading.Thread(target=talk)
-        thread.start()
-        thread.join()
-        if isinstance(answers[-1], OSError):
-            raise answers[-1]
-        return answers[1:]
-
 
 class ByHand(Inside):
     """The service alone, with the restrictions of its unit as far as mounts and `setpriv` can put them on it."""
 
     def __init__(self):
+        super().__init__()
         script = (
             'cd "$0"; mount --rbind . .; cd "$0"\n'
             "for directory in usr etc boot; do\n"
@@ -165,6 +197,7 @@ class Container(Inside):
     """The directory, booted: systemd is its first process, and it has a network of its own."""
 
     def __init__(self):
+        super().__init__()
         self.output = ROOT.parent / "boot.log"
         with open(self.output, "wb") as output:
             # Not registered: the machine that runs the tests may have no systemd itself.
@@ -208,7 +241,7 @@ class Container(Inside):
 
     def as_restricted(self, *command):
         """A command in the file systems as the service sees them."""
-        return run(["nsenter", f"--target={self.main_process()}", "--mount", "--root", "--wd=/", *command],
+        return run(["nsenter", f"--target={self.main_process()}", "--mount", "--root", "--wdns=/", *command],
                    check=False)
 
     def restart(self):
@@ -216,10 +249,15 @@ class Container(Inside):
         already = len(self.log())
         self.run("systemctl", "restart", "tvfilemon.service")
         self.wait_log("Watching: /media", already)
+        self.wait_port()
+
+    def wait_port(self):
+        """The listener is made by another thread."""
+        wait_until(lambda: ":22B9 00000000:0000 0A " in Path(f"/proc/{self.leader}/net/tcp").read_text(), "the port")
 
     def close(self):
-        """As the machine would be switched off."""
-        os.kill(self.leader, signal.SIGRTMIN + 4)
+        """As if somebody had pulled the plug: nothing of it is needed any more."""
+        os.kill(self.leader, signal.SIGKILL)
         self._nspawn.wait(TIMEOUT)
 
 
