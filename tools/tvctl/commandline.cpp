@@ -44,22 +44,21 @@ void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
     tool.set_version_flag("--version", "tvctl " + Common::getBuildVersion().toStdString());
 }
 
-void addCommands(CLI::App& tool, Action& chosen)
+void addCommands(const Command& tool)
 {
-    tool.require_subcommand(1);
-    addStatusCommand(tool, chosen);
-    addDoctorCommand(tool, chosen);
-    addSelftestCommand(tool, chosen);
-    addConfigCommand(tool, chosen);
-    addExcludeCommand(tool, chosen);
-    addIocCommand(tool, chosen);
-    addScanCommand(tool, chosen);
-    addSweepCommand(tool, chosen);
-    addUrlCommand(tool, chosen);
-    addCleanCommand(tool, chosen);
-    addReloadCommand(tool, chosen);
-    addDetectionsCommand(tool, chosen);
-    addQuarantineCommand(tool, chosen);
+    addStatusCommand(tool);
+    addDoctorCommand(tool);
+    addSelftestCommand(tool);
+    addConfigCommand(tool);
+    addExcludeCommand(tool);
+    addIocCommand(tool);
+    addScanCommand(tool);
+    addSweepCommand(tool);
+    addUrlCommand(tool);
+    addCleanCommand(tool);
+    addReloadCommand(tool);
+    addDetectionsCommand(tool);
+    addQuarantineCommand(tool);
 }
 
 /// The whole path of the subcommand that was meant, for the advice to ask for its help.
@@ -129,7 +128,8 @@ ExitCode parseAndRun(int argc, char* argv[], Output& output)
 void declareCommandLine(CLI::App& tool, GlobalOptions& options, Action& chosen)
 {
     addGlobalOptions(tool, options);
-    addCommands(tool, chosen);
+    tool.require_subcommand(1);
+    addCommands(Command(tool, chosen));
 }
 
 ExitCode runCommandLine(int argc, char* argv[])

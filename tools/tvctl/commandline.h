@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
+#include "tvctl/commandtree/action.h"
 #include "tvctl/console/exitcode.h"
 
 #include <string>

@@ -1,14 +1,10 @@
 #include "platform/tvcore/hashcachestore.h"
 
 #include "platform/tvcore/storetext.h"
+#include "platform/tvcore/storetime.h"
 
 namespace
 {
-QVariant toBoundTime(const QDateTime& time)
-{
-    return time.isValid() ? QVariant(time.toMSecsSinceEpoch()) : QVariant(QVariant::LongLong);
-}
-
 QDateTime fetchedTime(const QVariant& value)
 {
     return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong());
@@ -21,7 +17,7 @@ QVariant toBoundText(const QString& text)
 
 /// The text in the columns from `column` on: whether it is null, then its bytes. Qt reads both a null and an
 /// empty text as null.
-QString fetchedText(const QSqlQuery& row, int column)
+QString fetchedNullableText(const QSqlQuery& row, int column)
 {
     return row.value(column).toBool() ? QString()
                                       : StoreText::fromFetched(row.value(column + 1).toByteArray());
@@ -31,8 +27,8 @@ QString fetchedText(const QSqlQuery& row, int column)
 QVariantList toBound(const FileIOCInfo& info)
 {
     return {info.getFileSize(),
-            toBoundTime(info.getFileCreateDate()),
-            toBoundTime(info.getFileModDate()),
+            StoreTime::toBound(info.getFileCreateDate()),
+            StoreTime::toBound(info.getFileModDate()),
             toBoundText(info.getFileMD5()),
             toBoundText(info.getFileSHA1()),
             toBoundText(info.getFileSHA256()),
@@ -72,10 +68,10 @@ bool HashCacheStore::find(const QString& path, FileIOCInfo& info)
                 stored.setFileSize(row.value(0).toLongLong());
                 stored.setFileCreateDate(fetchedTime(row.value(1)));
                 stored.setFileModDate(fetchedTime(row.value(2)));
-                stored.setFileMD5(fetchedText(row, 3));
-                stored.setFileSHA1(fetchedText(row, 5));
-                stored.setFileSHA256(fetchedText(row, 7));
-                stored.setFileSign(fetchedText(row, 9));
+                stored.setFileMD5(fetchedNullableText(row, 3));
+                stored.setFileSHA1(fetchedNullableText(row, 5));
+                stored.setFileSHA256(fetchedNullableText(row, 7));
+                stored.setFileSign(fetchedNullableText(row, 9));
             });
     });
     if (!isRead || !isFound) {

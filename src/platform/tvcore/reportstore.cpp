@@ -2,6 +2,7 @@
 
 #include "platform/tvcore/storelog.h"
 #include "platform/tvcore/storetext.h"
+#include "platform/tvcore/storetime.h"
 
 #include <QCoreApplication>
 
@@ -14,22 +15,17 @@ constexpr int lastRetryMs = 30000;
 /// Records removed in one transaction: the service has to get its turn in between.
 constexpr int removedPerStep = 500;
 
-QVariant toBoundTime(const QDateTime& time)
-{
-    return time.isValid() ? QVariant(time.toMSecsSinceEpoch()) : QVariant(QVariant::LongLong);
-}
-
 /// The condition for a period, with its values added to `values`.
 QString periodCondition(const QDateTime& from, const QDateTime& to, QVariantList& values)
 {
     QString condition = QStringLiteral("TRUE");
     if (from.isValid()) {
         condition += QStringLiteral(" AND detected_at >= ?");
-        values.append(toBoundTime(from));
+        values.append(StoreTime::toBound(from));
     }
     if (to.isValid()) {
         condition += QStringLiteral(" AND detected_at < ?");
-        values.append(toBoundTime(to));
+        values.append(StoreTime::toBound(to));
     }
     return condition;
 }
@@ -111,7 +107,7 @@ qint64 ReportStore::removeBefore(const QDateTime& before)
                 const bool isDone = connection.execute(
                     QStringLiteral("DELETE FROM virus_report WHERE id IN "
                                    "(SELECT id FROM virus_report WHERE detected_at < ? LIMIT ?)"),
-                    {toBoundTime(before), removedPerStep});
+                    {StoreTime::toBound(before), removedPerStep});
                 step = connection.affectedRows();
                 return isDone;
             },
@@ -185,7 +181,7 @@ bool ReportStore::insert(StoreConnection& connection, const VirusReport& report)
             "INSERT INTO virus_report(detected_at, file_name, file_path, virus_name, clean_status, "
             "module_name, module_version) VALUES(?, CAST(? AS TEXT), CAST(? AS TEXT), "
             "CAST(? AS TEXT), ?, CAST(? AS TEXT), CAST(? AS TEXT))"),
-        {toBoundTime(report.m_dateTime), StoreText::toBound(report.m_fileName),
+        {StoreTime::toBound(report.m_dateTime), StoreText::toBound(report.m_fileName),
          StoreText::toBound(report.m_filePath), StoreText::toBound(report.m_virusName), report.m_cleanStatus,
          StoreText::toBound(report.m_moduleName), StoreText::toBound(report.m_moduleVersion)});
 }

@@ -3,14 +3,13 @@
 #include "common/filename.h"
 #include "tvctl/commands/commandcapabilities.h"
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/files/treewalker.h"
 #include "tvctl/scanner/filecleaner.h"
 #include "tvctl/scanner/handover.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -103,18 +102,14 @@ ExitCode clean(Session& session, const std::vector<std::string>& arguments)
 }
 } // namespace
 
-void addCleanCommand(CLI::App& tool, Action& chosen)
+void addCleanCommand(const Command& tool)
 {
-    CLI::App* command =
-        tool.add_subcommand("clean", "Have files put into quarantine and removed, infected or not");
-    command->footer(
+    const Command command =
+        tool.addCommand("clean", "Have files put into quarantine and removed, infected or not");
+    command.setFooter(
         "Nobody looks whether a file is infected: what is named here is removed, if the settings allow\n"
         "more than reports. Folders and symbolic links are refused.");
     auto paths = std::make_shared<std::vector<std::string>>();
-    command->add_option("PATH", *paths, "Files to remove")->required();
-    command->callback([paths, &chosen] {
-        chosen = [paths](Session& session) {
-            return clean(session, *paths);
-        };
-    });
+    command.addOption("PATH", *paths, "Files to remove").required();
+    command.setAction([paths](Session& session) { return clean(session, *paths); });
 }

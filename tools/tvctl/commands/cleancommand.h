@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl clean PATH...`.
-void addCleanCommand(CLI::App& tool, Action& chosen);
+void addCleanCommand(const Command& tool);

@@ -2,12 +2,11 @@
 
 #include "common/filename.h"
 #include "tvctl/commands/servicereload.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/settingkey.h"
 #include "tvctl/console/columns.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/installation/storeaccess.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonObject>
 
@@ -101,24 +100,20 @@ const SettingKey& keyOf(const std::string& name)
     return *settingKey(QString::fromStdString(name));
 }
 
-void addList(CLI::App& config, Action& chosen)
+void addList(const Command& config)
 {
-    config.add_subcommand("list", "Show all settings")->callback([&chosen] { chosen = list; });
+    config.addCommand("list", "Show all settings").setAction(list);
 }
 
-void addGet(CLI::App& config, Action& chosen)
+void addGet(const Command& config)
 {
-    CLI::App* command = config.add_subcommand("get", "Print the value of a setting");
+    const Command command = config.addCommand("get", "Print the value of a setting");
     auto name = std::make_shared<std::string>();
-    command->add_option("KEY", *name, "Which setting")->required()->check(CLI::IsMember(keyNames()));
-    command->callback([name, &chosen] {
-        chosen = [name](Session& session) {
-            return get(session, keyOf(*name));
-        };
-    });
+    command.addOption("KEY", *name, "Which setting").required().oneOf(keyNames());
+    command.setAction([name](Session& session) { return get(session, keyOf(*name)); });
 }
 
-void addSet(CLI::App& config, Action& chosen)
+void addSet(const Command& config)
 {
     struct Arguments
     {
@@ -126,29 +121,24 @@ void addSet(CLI::App& config, Action& chosen)
         std::string value;
         bool isWithoutReload = false;
     };
-    CLI::App* command = config.add_subcommand("set", "Change a setting");
+    const Command command = config.addCommand("set", "Change a setting");
     auto arguments = std::make_shared<Arguments>();
-    command->add_option("KEY", arguments->name, "Which setting")
-        ->required()
-        ->check(CLI::IsMember(keyNames()));
+    command.addOption("KEY", arguments->name, "Which setting").required().oneOf(keyNames());
     command
-        ->add_option("VALUE", arguments->value,
-                     "on or off; report or clean; allow, rename or delete; or the number of another action")
-        ->required();
-    addNoReloadFlag(*command, arguments->isWithoutReload);
-    command->callback([arguments, &chosen] {
-        chosen = [arguments](Session& session) {
-            return set(session, keyOf(arguments->name), arguments->value, !arguments->isWithoutReload);
-        };
+        .addOption("VALUE", arguments->value,
+                   "on or off; report or clean; allow, rename or delete; or the number of another action")
+        .required();
+    addNoReloadFlag(command, arguments->isWithoutReload);
+    command.setAction([arguments](Session& session) {
+        return set(session, keyOf(arguments->name), arguments->value, !arguments->isWithoutReload);
     });
 }
 } // namespace
 
-void addConfigCommand(CLI::App& tool, Action& chosen)
+void addConfigCommand(const Command& tool)
 {
-    CLI::App* config = tool.add_subcommand("config", "Show and change the settings");
-    config->require_subcommand(1);
-    addList(*config, chosen);
-    addGet(*config, chosen);
-    addSet(*config, chosen);
+    const Command config = tool.addGroup("config", "Show and change the settings");
+    addList(config);
+    addGet(config);
+    addSet(config);
 }

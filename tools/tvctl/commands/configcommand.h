@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl config list|get|set`.
-void addConfigCommand(CLI::App& tool, Action& chosen);
+void addConfigCommand(const Command& tool);

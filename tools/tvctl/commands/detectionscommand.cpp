@@ -6,15 +6,12 @@
 #include "tvctl/commands/detectionsprune.h"
 #include "tvctl/commands/detectionsreport.h"
 
-#include <CLI/CLI.hpp>
-
-void addDetectionsCommand(CLI::App& tool, Action& chosen)
+void addDetectionsCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand("detections", "Show, stream, export or remove what was detected");
-    command->require_subcommand(1);
-    addDetectionsList(*command, chosen);
-    addDetectionsFollow(*command, chosen);
-    addDetectionsExport(*command, chosen);
-    addDetectionsPrune(*command, chosen);
-    addDetectionsReport(*command, chosen);
+    const Command command = tool.addGroup("detections", "Show, stream, export or remove what was detected");
+    addDetectionsList(command);
+    addDetectionsFollow(command);
+    addDetectionsExport(command);
+    addDetectionsPrune(command);
+    addDetectionsReport(command);
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl detections list|follow|export|prune|report`.
-void addDetectionsCommand(CLI::App& tool, Action& chosen);
+void addDetectionsCommand(const Command& tool);

@@ -1,6 +1,7 @@
 #include "tvctl/commands/detectionsexport.h"
 
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/interruption.h"
 #include "tvctl/console/jsontext.h"
@@ -9,8 +10,6 @@
 #include "tvctl/detections/detectionreader.h"
 #include "tvctl/detections/hostidentity.h"
 #include "tvctl/detections/newfile.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonObject>
 
@@ -125,24 +124,20 @@ ExitCode exportDetections(Session& session, const Options& options)
 }
 } // namespace
 
-void addDetectionsExport(CLI::App& detections, Action& chosen)
+void addDetectionsExport(const Command& detections)
 {
-    CLI::App* command =
-        detections.add_subcommand("export", "Write the records for other programs, oldest first");
+    const Command command =
+        detections.addCommand("export", "Write the records for other programs, oldest first");
     auto options = std::make_shared<Options>();
-    command->add_option("--format", options->format, "csv, json, or ecs: the Elastic Common Schema, by lines")
-        ->required()
-        ->check(CLI::IsMember({"csv", "json", "ecs"}))
-        ->type_name("FORMAT");
-    command->add_option("--since", options->since, "Only from this time on")->type_name("TIME");
-    command->add_option("--until", options->until, "Only before this time")->type_name("TIME");
+    command.addOption("--format", options->format, "csv, json, or ecs: the Elastic Common Schema, by lines")
+        .required()
+        .oneOf({"csv", "json", "ecs"})
+        .named("FORMAT");
+    command.addOption("--since", options->since, "Only from this time on").named("TIME");
+    command.addOption("--until", options->until, "Only before this time").named("TIME");
     command
-        ->add_option("-o,--output", options->file,
-                     "Write this file, which only its owner may read, instead of standard output")
-        ->type_name("FILE");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return exportDetections(session, *options);
-        };
-    });
+        .addOption("-o,--output", options->file,
+                   "Write this file, which only its owner may read, instead of standard output")
+        .named("FILE");
+    command.setAction([options](Session& session) { return exportDetections(session, *options); });
 }

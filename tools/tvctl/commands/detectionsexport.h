@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl detections export --format csv|json|ecs [--since T] [--until T] [-o FILE]`.
-void addDetectionsExport(CLI::App& detections, Action& chosen);
+void addDetectionsExport(const Command& detections);

@@ -1,6 +1,7 @@
 #include "tvctl/commands/detectionsfollow.h"
 
 #include "common/filename.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/detections/detectioncursor.h"
@@ -9,8 +10,6 @@
 #include "tvctl/detections/detectionreader.h"
 #include "tvctl/detections/hostidentity.h"
 #include "tvctl/detections/streamoutput.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <optional>
@@ -134,33 +133,28 @@ ExitCode follow(Session& session, const Options& options)
 }
 } // namespace
 
-void addDetectionsFollow(CLI::App& detections, Action& chosen)
+void addDetectionsFollow(const Command& detections)
 {
-    CLI::App* command = detections.add_subcommand(
+    const Command command = detections.addCommand(
         "follow", "Print each new detection as a line of JSON, until it is interrupted");
     auto options = std::make_shared<Options>();
-    command->add_option("--format", options->format, "json, or ecs: the Elastic Common Schema")
-        ->check(CLI::IsMember({"json", "ecs"}))
-        ->capture_default_str()
-        ->type_name("FORMAT");
-    auto* since = command->add_option("--since", options->since, "Begin with those from this time on")
-                      ->type_name("TIME");
-    auto* afterId =
+    command.addOption("--format", options->format, "json, or ecs: the Elastic Common Schema")
+        .oneOf({"json", "ecs"})
+        .showingDefault()
+        .named("FORMAT");
+    const CommandOption since =
+        command.addOption("--since", options->since, "Begin with those from this time on").named("TIME");
+    const CommandOption afterId =
         command
-            ->add_option("--after-id", options->afterId,
-                         "Begin behind this one: the event_id (in ecs event.id) of the last line that came")
-            ->excludes(since)
-            ->type_name("ID");
+            .addOption("--after-id", options->afterId,
+                       "Begin behind this one: the event_id (in ecs event.id) of the last line that came")
+            .notWith(since)
+            .named("ID");
     command
-        ->add_option(
-            "--cursor", options->cursor,
-            "Begin where the last one with this file ended, the first time with the oldest detection")
-        ->excludes(since)
-        ->excludes(afterId)
-        ->type_name("FILE");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return follow(session, *options);
-        };
-    });
+        .addOption("--cursor", options->cursor,
+                   "Begin where the last one with this file ended, the first time with the oldest detection")
+        .notWith(since)
+        .notWith(afterId)
+        .named("FILE");
+    command.setAction([options](Session& session) { return follow(session, *options); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl detections follow [--format json|ecs] [--since T | --after-id ID | --cursor FILE]`.
-void addDetectionsFollow(CLI::App& detections, Action& chosen);
+void addDetectionsFollow(const Command& detections);

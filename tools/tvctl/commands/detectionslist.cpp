@@ -2,6 +2,7 @@
 
 #include "common/filename.h"
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/columns.h"
 #include "tvctl/console/printable.h"
@@ -10,8 +11,6 @@
 #include "tvctl/detections/detectionforms.h"
 #include "tvctl/detections/detectionreader.h"
 #include "tvctl/detections/detectionstatus.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -90,25 +89,20 @@ ExitCode list(Session& session, const Options& options)
 }
 } // namespace
 
-void addDetectionsList(CLI::App& detections, Action& chosen)
+void addDetectionsList(const Command& detections)
 {
-    CLI::App* command = detections.add_subcommand("list", "Show the newest detections, the last one last");
+    const Command command = detections.addCommand("list", "Show the newest detections, the last one last");
     auto options = std::make_shared<Options>();
-    command->add_option("--since", options->since, "Only from this time on: 24h, 7d, 2026-11-21 10:00 ...")
-        ->type_name("TIME");
-    command->add_option("--limit", options->limit, "How many at most")
-        ->check(CLI::Range(1, highestLimit))
-        ->capture_default_str()
-        ->type_name("N");
+    command.addOption("--since", options->since, "Only from this time on: 24h, 7d, 2026-11-21 10:00 ...")
+        .named("TIME");
+    command.addOption("--limit", options->limit, "How many at most")
+        .between(1, highestLimit)
+        .showingDefault()
+        .named("N");
     command
-        ->add_option("--virus", options->virus,
-                     "Only names that this is part of, or that it matches with * ? []; case does not count")
-        ->type_name("NAME");
-    command->add_option("--path", options->path, "Only this file, or files below this directory")
-        ->type_name("PATH");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return list(session, *options);
-        };
-    });
+        .addOption("--virus", options->virus,
+                   "Only names that this is part of, or that it matches with * ? []; case does not count")
+        .named("NAME");
+    command.addOption("--path", options->path, "Only this file, or files below this directory").named("PATH");
+    command.setAction([options](Session& session) { return list(session, *options); });
 }

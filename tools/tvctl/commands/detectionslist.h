@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl detections list [--since T] [--limit N] [--virus V] [--path P]`.
-void addDetectionsList(CLI::App& detections, Action& chosen);
+void addDetectionsList(const Command& detections);

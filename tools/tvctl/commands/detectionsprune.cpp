@@ -1,13 +1,12 @@
 #include "tvctl/commands/detectionsprune.h"
 
 #include "platform/tvcore/virusconfig.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/timetext.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/installation/storeaccess.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonObject>
 
@@ -45,17 +44,13 @@ ExitCode prune(Session& session, const std::string& olderThan)
 }
 } // namespace
 
-void addDetectionsPrune(CLI::App& detections, Action& chosen)
+void addDetectionsPrune(const Command& detections)
 {
-    CLI::App* command = detections.add_subcommand(
+    const Command command = detections.addCommand(
         "prune", "Remove old records; files in quarantine then no longer know where they came from");
     auto olderThan = std::make_shared<std::string>();
-    command->add_option("--older-than", *olderThan, "What is removed: 90d, 2026-11-21 ...")
-        ->required()
-        ->type_name("TIME");
-    command->callback([olderThan, &chosen] {
-        chosen = [olderThan](Session& session) {
-            return prune(session, *olderThan);
-        };
-    });
+    command.addOption("--older-than", *olderThan, "What is removed: 90d, 2026-11-21 ...")
+        .required()
+        .named("TIME");
+    command.setAction([olderThan](Session& session) { return prune(session, *olderThan); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl detections prune --older-than T`.
-void addDetectionsPrune(CLI::App& detections, Action& chosen);
+void addDetectionsPrune(const Command& detections);

@@ -1,6 +1,7 @@
 #include "tvctl/commands/detectionsreport.h"
 
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/interruption.h"
 #include "tvctl/console/jsontext.h"
@@ -11,8 +12,6 @@
 #include "tvctl/detections/newfile.h"
 #include "tvctl/detections/reportpage.h"
 #include "tvctl/detections/reportsummary.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonObject>
 
@@ -76,18 +75,14 @@ ExitCode report(Session& session, const Options& options)
 }
 } // namespace
 
-void addDetectionsReport(CLI::App& detections, Action& chosen)
+void addDetectionsReport(const Command& detections)
 {
-    CLI::App* command =
-        detections.add_subcommand("report", "Make one HTML page of the detections, which needs no network");
+    const Command command =
+        detections.addCommand("report", "Make one HTML page of the detections, which needs no network");
     auto options = std::make_shared<Options>();
-    command->add_option("--since", options->since, "Only from this time on")->type_name("TIME");
-    command->add_option("-o,--output", options->file, "The page, which only its owner may read")
-        ->required()
-        ->type_name("FILE.html");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return report(session, *options);
-        };
-    });
+    command.addOption("--since", options->since, "Only from this time on").named("TIME");
+    command.addOption("-o,--output", options->file, "The page, which only its owner may read")
+        .required()
+        .named("FILE.html");
+    command.setAction([options](Session& session) { return report(session, *options); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl detections report [--since T] -o FILE.html`.
-void addDetectionsReport(CLI::App& detections, Action& chosen);
+void addDetectionsReport(const Command& detections);

@@ -1,11 +1,10 @@
 #include "tvctl/commands/doctorcommand.h"
 
 #include "common/filename.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/columns.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/health/examination.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -77,9 +76,9 @@ ExitCode examineAll(Session& session)
 }
 } // namespace
 
-void addDoctorCommand(CLI::App& tool, Action& chosen)
+void addDoctorCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand(
+    const Command command = tool.addCommand(
         "doctor", "Look for everything that leaves you unprotected without a word, and say how to mend it");
-    command->callback([&chosen] { chosen = examineAll; });
+    command.setAction(examineAll);
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl doctor`.
-void addDoctorCommand(CLI::App& tool, Action& chosen);
+void addDoctorCommand(const Command& tool);

@@ -6,13 +6,12 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/exclusioncheck.h"
 #include "tvctl/commands/servicereload.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/health/watchneed.h"
 #include "tvctl/installation/storeaccess.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -192,36 +191,31 @@ ExitCode remove(Session& session, const Arguments& arguments)
 
 using Run = ExitCode (*)(Session&, const Arguments&);
 
-std::shared_ptr<Arguments> declare(CLI::App& command, Run run, Action& chosen)
+std::shared_ptr<Arguments> declare(const Command& command, Run run)
 {
     auto arguments = std::make_shared<Arguments>();
-    command.add_option("--list", arguments->list, "Which list: files, the default, directories or other")
-        ->check(CLI::IsMember(lists()));
-    command.callback([arguments, run, &chosen] {
-        chosen = [arguments, run](Session& session) {
-            return run(session, *arguments);
-        };
-    });
+    command.addOption("--list", arguments->list, "Which list: files, the default, directories or other")
+        .oneOf(lists());
+    command.setAction([arguments, run](Session& session) { return run(session, *arguments); });
     return arguments;
 }
 
-void addChange(CLI::App& exclude, const char* name, const char* description, Run run, Action& chosen)
+void addChange(const Command& exclude, const char* name, const char* description, Run run)
 {
-    CLI::App* command = exclude.add_subcommand(name, description);
-    const auto arguments = declare(*command, run, chosen);
-    command->add_option("PATH", arguments->paths, "Files or directories, by their whole path")->required();
-    addNoReloadFlag(*command, arguments->isWithoutReload);
+    const Command command = exclude.addCommand(name, description);
+    const auto arguments = declare(command, run);
+    command.addOption("PATH", arguments->paths, "Files or directories, by their whole path").required();
+    addNoReloadFlag(command, arguments->isWithoutReload);
 }
 } // namespace
 
-void addExcludeCommand(CLI::App& tool, Action& chosen)
+void addExcludeCommand(const Command& tool)
 {
-    CLI::App* exclude = tool.add_subcommand("exclude", "Show and change the lists of excluded paths");
-    exclude->footer(
+    const Command exclude = tool.addGroup("exclude", "Show and change the lists of excluded paths");
+    exclude.setFooter(
         "The service itself consults only the list of files, by the whole path. tvctl scan and tvctl\n"
         "sweep leave out what stands in the list of directories. Nothing here uses the third.");
-    exclude->require_subcommand(1);
-    declare(*exclude->add_subcommand("list", "Show a list"), list, chosen);
-    addChange(*exclude, "add", "Add paths", add, chosen);
-    addChange(*exclude, "remove", "Remove paths", remove, chosen);
+    declare(exclude.addCommand("list", "Show a list"), list);
+    addChange(exclude, "add", "Add paths", add);
+    addChange(exclude, "remove", "Remove paths", remove);
 }

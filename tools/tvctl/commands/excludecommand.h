@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl exclude list|add|remove`.
-void addExcludeCommand(CLI::App& tool, Action& chosen);
+void addExcludeCommand(const Command& tool);

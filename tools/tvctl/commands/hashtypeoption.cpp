@@ -1,14 +1,12 @@
 #include "tvctl/commands/hashtypeoption.h"
 
-#include <CLI/CLI.hpp>
-
-CLI::Option* HashTypeOption::addTo(CLI::App& command, const char* description)
+CommandOption HashTypeOption::addTo(const Command& command, const char* description)
 {
     std::vector<std::string> names;
     for (const IOCScanConfig::HASH_TYPE type : HashPages::types()) {
         names.push_back(HashPages::nameOf(type).toStdString());
     }
-    return command.add_option("--type", m_name, description)->check(CLI::IsMember(names));
+    return command.addOption("--type", m_name, description).oneOf(names);
 }
 
 std::vector<IOCScanConfig::HASH_TYPE> HashTypeOption::types() const

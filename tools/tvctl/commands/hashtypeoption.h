@@ -1,22 +1,17 @@
 #pragma once
 
 #include "tvctl/commands/hashpages.h"
+#include "tvctl/commandtree/command.h"
 
 #include <string>
 #include <vector>
-
-namespace CLI
-{
-class App;
-class Option;
-} // namespace CLI
 
 /// The option `--type` of a command that works on one of the lists of hashes or on all.
 class HashTypeOption
 {
 public:
     /// Declares it; this object must outlive the parsing.
-    CLI::Option* addTo(CLI::App& command, const char* description);
+    CommandOption addTo(const Command& command, const char* description);
 
     bool isGiven() const
     {

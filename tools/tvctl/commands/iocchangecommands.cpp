@@ -3,13 +3,12 @@
 #include "common/filename.h"
 #include "tvctl/commands/hashtypeoption.h"
 #include "tvctl/commands/servicereload.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/hashlists/harmlesshashes.h"
 #include "tvctl/hashlists/hashtype.h"
 #include "tvctl/installation/storeaccess.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -186,35 +185,31 @@ ExitCode clear(Session& session, const Arguments& arguments)
 
 using Run = ExitCode (*)(Session&, const Arguments&);
 
-CLI::App* declare(CLI::App& ioc, const char* name, const char* description, Run run,
-                  const std::shared_ptr<Arguments>& arguments, Action& chosen)
+Command declare(const Command& ioc, const char* name, const char* description, Run run,
+                const std::shared_ptr<Arguments>& arguments)
 {
-    CLI::App* command = ioc.add_subcommand(name, description);
-    addNoReloadFlag(*command, arguments->isWithoutReload);
-    command->callback([arguments, run, &chosen] {
-        chosen = [arguments, run](Session& session) {
-            return run(session, *arguments);
-        };
-    });
+    const Command command = ioc.addCommand(name, description);
+    addNoReloadFlag(command, arguments->isWithoutReload);
+    command.setAction([arguments, run](Session& session) { return run(session, *arguments); });
     return command;
 }
 } // namespace
 
-void addIocChangeCommands(CLI::App& ioc, Action& chosen)
+void addIocChangeCommands(const Command& ioc)
 {
     const auto added = std::make_shared<Arguments>();
-    CLI::App* addition = declare(ioc, "add", "Add hashes to the lists", add, added, chosen);
-    addition->add_option("HASH", added->hashes, "MD5, SHA-1 or SHA-256, in hexadecimal digits")->required();
-    addition->add_flag("--raw", added->isRaw, "Do not put them into lower case, the only form that matches");
+    const Command addition = declare(ioc, "add", "Add hashes to the lists", add, added);
+    addition.addOption("HASH", added->hashes, "MD5, SHA-1 or SHA-256, in hexadecimal digits").required();
+    addition.addFlag("--raw", added->isRaw, "Do not put them into lower case, the only form that matches");
 
     const auto removed = std::make_shared<Arguments>();
-    declare(ioc, "remove", "Remove hashes from the lists", remove, removed, chosen)
-        ->add_option("HASH", removed->hashes, "As the lists hold them, or in upper case")
-        ->required();
+    declare(ioc, "remove", "Remove hashes from the lists", remove, removed)
+        .addOption("HASH", removed->hashes, "As the lists hold them, or in upper case")
+        .required();
 
     const auto cleared = std::make_shared<Arguments>();
-    CLI::App* clearing =
-        declare(ioc, "clear", "Remove all hashes from a list, or from all", clear, cleared, chosen);
-    CLI::Option* type = cleared->type.addTo(*clearing, "The list of this kind");
-    clearing->add_flag("--all", cleared->isAll, "All three lists")->excludes(type);
+    const Command clearing =
+        declare(ioc, "clear", "Remove all hashes from a list, or from all", clear, cleared);
+    const CommandOption type = cleared->type.addTo(clearing, "The list of this kind");
+    clearing.addFlag("--all", cleared->isAll, "All three lists").notWith(type);
 }

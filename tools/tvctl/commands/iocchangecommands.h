@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl ioc add|remove|clear`: what changes the lists of hashes one by one.
-void addIocChangeCommands(CLI::App& ioc, Action& chosen);
+void addIocChangeCommands(const Command& ioc);

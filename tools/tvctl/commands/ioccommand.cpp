@@ -5,14 +5,11 @@
 #include "tvctl/commands/ioclistcommand.h"
 #include "tvctl/commands/ioclookupcommands.h"
 
-#include <CLI/CLI.hpp>
-
-void addIocCommand(CLI::App& tool, Action& chosen)
+void addIocCommand(const Command& tool)
 {
-    CLI::App* ioc = tool.add_subcommand("ioc", "Lists of known-bad hashes, and files that are on them");
-    ioc->require_subcommand(1);
-    addIocImportCommand(*ioc, chosen);
-    addIocListCommand(*ioc, chosen);
-    addIocChangeCommands(*ioc, chosen);
-    addIocLookupCommands(*ioc, chosen);
+    const Command ioc = tool.addGroup("ioc", "Lists of known-bad hashes, and files that are on them");
+    addIocImportCommand(ioc);
+    addIocListCommand(ioc);
+    addIocChangeCommands(ioc);
+    addIocLookupCommands(ioc);
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl ioc ...`: the lists of known-bad hashes.
-void addIocCommand(CLI::App& tool, Action& chosen);
+void addIocCommand(const Command& tool);

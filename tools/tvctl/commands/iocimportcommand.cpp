@@ -5,6 +5,7 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/importtarget.h"
 #include "tvctl/commands/servicereload.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/standardinput.h"
 #include "tvctl/console/interruption.h"
 #include "tvctl/console/jsontext.h"
@@ -12,8 +13,6 @@
 #include "tvctl/console/progress.h"
 #include "tvctl/hashlists/hashcollector.h"
 #include "tvctl/hashlists/hashlistimport.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QFile>
 #include <QJsonArray>
@@ -281,25 +280,20 @@ std::vector<std::string> formatNames()
 }
 } // namespace
 
-void addIocImportCommand(CLI::App& ioc, Action& chosen)
+void addIocImportCommand(const Command& ioc)
 {
-    CLI::App* command = ioc.add_subcommand("import", "Add the hashes in files to the lists");
-    command->footer(
+    const Command command = ioc.addCommand("import", "Add the hashes in files to the lists");
+    command.setFooter(
         "Lines that hold no hash are passed over, or named with the reason when they look like one. Of "
         "each file that\ncannot be read to its end, what stands before the damage is added.");
     auto options = std::make_shared<ImportOptions>();
-    command->add_option("FILE", options->files, "Lists of hashes; - for standard input")->required();
+    command.addOption("FILE", options->files, "Lists of hashes; - for standard input").required();
     command
-        ->add_option("--format", options->format,
-                     "How the files are written; by default told by their content")
-        ->check(CLI::IsMember(formatNames()));
-    command->add_flag("--dry-run", options->isDryRun, "Only print the hashes that would be added");
-    command->add_flag("--ignore-to-ids", options->isIgnoringToIds,
-                      "Of MISP events, also take attributes that are not marked for detection");
-    addNoReloadFlag(*command, options->isWithoutReload);
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return ImportRun(session, *options).run();
-        };
-    });
+        .addOption("--format", options->format, "How the files are written; by default told by their content")
+        .oneOf(formatNames());
+    command.addFlag("--dry-run", options->isDryRun, "Only print the hashes that would be added");
+    command.addFlag("--ignore-to-ids", options->isIgnoringToIds,
+                    "Of MISP events, also take attributes that are not marked for detection");
+    addNoReloadFlag(command, options->isWithoutReload);
+    command.setAction([options](Session& session) { return ImportRun(session, *options).run(); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl ioc import`.
-void addIocImportCommand(CLI::App& ioc, Action& chosen);
+void addIocImportCommand(const Command& ioc);

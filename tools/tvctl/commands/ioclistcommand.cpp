@@ -1,10 +1,9 @@
 #include "tvctl/commands/ioclistcommand.h"
 
 #include "tvctl/commands/hashtypeoption.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -59,14 +58,10 @@ ExitCode list(Session& session, const HashTypeOption& wanted)
 }
 } // namespace
 
-void addIocListCommand(CLI::App& ioc, Action& chosen)
+void addIocListCommand(const Command& ioc)
 {
-    CLI::App* command = ioc.add_subcommand("list", "Print the lists");
+    const Command command = ioc.addCommand("list", "Print the lists");
     auto type = std::make_shared<HashTypeOption>();
-    type->addTo(*command, "Only the hashes of this kind");
-    command->callback([type, &chosen] {
-        chosen = [type](Session& session) {
-            return list(session, *type);
-        };
-    });
+    type->addTo(command, "Only the hashes of this kind");
+    command.setAction([type](Session& session) { return list(session, *type); });
 }

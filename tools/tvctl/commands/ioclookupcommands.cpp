@@ -7,12 +7,11 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/hashpages.h"
 #include "tvctl/commands/listedreport.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/interruption.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/files/treewalker.h"
 #include "tvctl/installation/storeaccess.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QSet>
 
@@ -210,23 +209,19 @@ ExitCode testHere(Session& session, const Paths& paths)
     return report.finish();
 }
 
-void addCommand(CLI::App& ioc, const char* name, const char* description, Action& chosen,
+void addCommand(const Command& ioc, const char* name, const char* description,
                 ExitCode (*run)(Session&, const Paths&))
 {
-    CLI::App* command = ioc.add_subcommand(name, description);
+    const Command command = ioc.addCommand(name, description);
     auto paths = std::make_shared<Paths>();
-    command->add_option("PATH", *paths, "Files, and folders with all that is in them")->required();
-    command->callback([paths, run, &chosen] {
-        chosen = [paths, run](Session& session) {
-            return run(session, *paths);
-        };
-    });
+    command.addOption("PATH", *paths, "Files, and folders with all that is in them").required();
+    command.setAction([paths, run](Session& session) { return run(session, *paths); });
 }
 } // namespace
 
-void addIocLookupCommands(CLI::App& ioc, Action& chosen)
+void addIocLookupCommands(const Command& ioc)
 {
     addCommand(ioc, "scan", "Have the service look files up, and do to listed ones what is configured",
-               chosen, scanByService);
-    addCommand(ioc, "test", "Look files up without the service, and touch nothing", chosen, testHere);
+               scanByService);
+    addCommand(ioc, "test", "Look files up without the service, and touch nothing", testHere);
 }

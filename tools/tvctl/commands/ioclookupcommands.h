@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl ioc scan PATH...` by the service, `tvctl ioc test PATH...` without it.
-void addIocLookupCommands(CLI::App& ioc, Action& chosen);
+void addIocLookupCommands(const Command& ioc);

@@ -2,11 +2,10 @@
 
 #include "common/filename.h"
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/installation/storeaccess.h"
 #include "tvctl/quarantine/quarantineorigins.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QFileInfo>
 
@@ -83,14 +82,13 @@ bool QuarantineAccess::identify(Session& session, QVector<QuarantineEntry>& entr
     return isRead;
 }
 
-void QuarantineAccess::addCandidatesOption(CLI::App& command, std::vector<std::string>& candidates)
+void QuarantineAccess::addCandidatesOption(const Command& command, std::vector<std::string>& candidates)
 {
     command
-        .add_option("--path", candidates,
-                    "A path that a copy may have come from, when the records do not tell; may be repeated")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->type_name("PATH");
+        .addOption("--path", candidates,
+                   "A path that a copy may have come from, when the records do not tell; may be repeated")
+        .repeatable()
+        .named("PATH");
 }
 
 QString QuarantineAccess::countText(int copies)

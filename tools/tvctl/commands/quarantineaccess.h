@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tvctl/commands/session.h"
+#include "tvctl/commandtree/command.h"
 #include "tvctl/quarantine/quarantine.h"
 
 #include <QByteArray>
@@ -11,11 +12,6 @@
 #include <vector>
 
 #include <sys/types.h>
-
-namespace CLI
-{
-class App;
-}
 
 /// What the commands about the quarantine share.
 namespace QuarantineAccess
@@ -36,7 +32,7 @@ bool identify(Session& session, QVector<QuarantineEntry>& entries,
               const std::vector<std::string>& candidates);
 
 /// Adds `--path`, which names candidates.
-void addCandidatesOption(CLI::App& command, std::vector<std::string>& candidates);
+void addCandidatesOption(const Command& command, std::vector<std::string>& candidates);
 
 /// "1 copy", "2 copies".
 QString countText(int copies);

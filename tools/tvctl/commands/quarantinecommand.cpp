@@ -4,14 +4,10 @@
 #include "tvctl/commands/quarantinelistcommand.h"
 #include "tvctl/commands/quarantinerestorecommand.h"
 
-#include <CLI/CLI.hpp>
-
-void addQuarantineCommand(CLI::App& tool, Action& chosen)
+void addQuarantineCommand(const Command& tool)
 {
-    CLI::App* command =
-        tool.add_subcommand("quarantine", "Show, give back or delete copies of infected files");
-    command->require_subcommand(1);
-    addQuarantineList(*command, chosen);
-    addQuarantineRestore(*command, chosen);
-    addQuarantineDelete(*command, chosen);
+    const Command command = tool.addGroup("quarantine", "Show, give back or delete copies of infected files");
+    addQuarantineList(command);
+    addQuarantineRestore(command);
+    addQuarantineDelete(command);
 }

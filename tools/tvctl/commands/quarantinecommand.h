@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl quarantine list`, `restore` and `delete`.
-void addQuarantineCommand(CLI::App& tool, Action& chosen);
+void addQuarantineCommand(const Command& tool);

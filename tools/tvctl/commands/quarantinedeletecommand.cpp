@@ -3,12 +3,11 @@
 #include "common/common.h"
 #include "common/filename.h"
 #include "tvctl/commands/quarantineaccess.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/timetext.h"
 #include "tvctl/console/toolerror.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -112,21 +111,18 @@ ExitCode run(Session& session, const Arguments& arguments, bool isByAge)
 }
 } // namespace
 
-void addQuarantineDelete(CLI::App& quarantine, Action& chosen)
+void addQuarantineDelete(const Command& quarantine)
 {
-    CLI::App* command = quarantine.add_subcommand("delete", "Delete copies for good");
+    const Command command = quarantine.addCommand("delete", "Delete copies for good");
     auto arguments = std::make_shared<Arguments>();
-    CLI::Option* names =
-        command->add_option("NAME", arguments->names, "Copies, as tvctl quarantine list names them");
-    CLI::Option* olderThan = command
-                                 ->add_option("--older-than", arguments->olderThan,
-                                              "All that were made before: 90d, 2026-11-21 ...")
-                                 ->excludes(names)
-                                 ->type_name("TIME");
-    command->callback([arguments, olderThan, &chosen] {
-        // An empty value must not be taken for none.
-        chosen = [arguments, isByAge = olderThan->count() > 0](Session& session) {
-            return run(session, *arguments, isByAge);
-        };
-    });
+    const CommandOption names =
+        command.addOption("NAME", arguments->names, "Copies, as tvctl quarantine list names them");
+    const CommandOption olderThan =
+        command
+            .addOption("--older-than", arguments->olderThan, "All that were made before: 90d, 2026-11-21 ...")
+            .notWith(names)
+            .named("TIME");
+    // An empty value must not be taken for none.
+    command.setAction(
+        [arguments, olderThan](Session& session) { return run(session, *arguments, olderThan.isGiven()); });
 }

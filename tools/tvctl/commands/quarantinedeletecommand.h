@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl quarantine delete NAME...` or `--older-than TIME`.
-void addQuarantineDelete(CLI::App& quarantine, Action& chosen);
+void addQuarantineDelete(const Command& quarantine);

@@ -3,12 +3,11 @@
 #include "common/common.h"
 #include "common/filename.h"
 #include "tvctl/commands/quarantineaccess.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/columns.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/timetext.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -133,14 +132,10 @@ ExitCode list(Session& session, const std::vector<std::string>& candidates)
 }
 } // namespace
 
-void addQuarantineList(CLI::App& quarantine, Action& chosen)
+void addQuarantineList(const Command& quarantine)
 {
-    CLI::App* command = quarantine.add_subcommand("list", "Show the copies in the quarantine, newest first");
+    const Command command = quarantine.addCommand("list", "Show the copies in the quarantine, newest first");
     auto candidates = std::make_shared<std::vector<std::string>>();
-    QuarantineAccess::addCandidatesOption(*command, *candidates);
-    command->callback([candidates, &chosen] {
-        chosen = [candidates](Session& session) {
-            return list(session, *candidates);
-        };
-    });
+    QuarantineAccess::addCandidatesOption(command, *candidates);
+    command.setAction([candidates](Session& session) { return list(session, *candidates); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl quarantine list`.
-void addQuarantineList(CLI::App& quarantine, Action& chosen);
+void addQuarantineList(const Command& quarantine);

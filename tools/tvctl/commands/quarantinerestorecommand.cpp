@@ -4,13 +4,12 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/quarantineaccess.h"
 #include "tvctl/commands/restoreexclusion.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/installation/storeaccess.h"
 #include "tvctl/quarantine/quarantinerestore.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QDir>
 #include <QJsonObject>
@@ -208,23 +207,19 @@ ExitCode restore(Session& session, const Arguments& arguments)
 }
 } // namespace
 
-void addQuarantineRestore(CLI::App& quarantine, Action& chosen)
+void addQuarantineRestore(const Command& quarantine)
 {
-    CLI::App* command = quarantine.add_subcommand("restore", "Give a file back");
-    command->footer(
+    const Command command = quarantine.addCommand("restore", "Give a file back");
+    command.setFooter(
         "Nothing is overwritten, no link is followed, and set-id bits are not given back. The file will\n"
         "be detected again unless it is excluded.");
     auto arguments = std::make_shared<Arguments>();
-    command->add_option("NAME", arguments->name, "The copy, as tvctl quarantine list names it")->required();
-    command->add_option("--to", arguments->target, "Where to put the file, instead of where it was")
-        ->type_name("PATH");
-    QuarantineAccess::addCandidatesOption(*command, arguments->candidates);
-    command->add_flag("--exclude", arguments->isToBeExcluded,
-                      "Put the path into the list of excluded files first, and let a running service know");
-    command->add_flag("--keep", arguments->isCopyKept, "Leave the copy in the quarantine");
-    command->callback([arguments, &chosen] {
-        chosen = [arguments](Session& session) {
-            return restore(session, *arguments);
-        };
-    });
+    command.addOption("NAME", arguments->name, "The copy, as tvctl quarantine list names it").required();
+    command.addOption("--to", arguments->target, "Where to put the file, instead of where it was")
+        .named("PATH");
+    QuarantineAccess::addCandidatesOption(command, arguments->candidates);
+    command.addFlag("--exclude", arguments->isToBeExcluded,
+                    "Put the path into the list of excluded files first, and let a running service know");
+    command.addFlag("--keep", arguments->isCopyKept, "Leave the copy in the quarantine");
+    command.setAction([arguments](Session& session) { return restore(session, *arguments); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl quarantine restore NAME`.
-void addQuarantineRestore(CLI::App& quarantine, Action& chosen);
+void addQuarantineRestore(const Command& quarantine);

@@ -1,9 +1,8 @@
 #include "tvctl/commands/reloadcommand.h"
 
 #include "tvctl/commands/servicereload.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/toolerror.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonObject>
 
@@ -58,18 +57,14 @@ ExitCode reload(Session& session, const std::string& name)
 }
 } // namespace
 
-void addReloadCommand(CLI::App& tool, Action& chosen)
+void addReloadCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand("reload", "Make the running service read something anew");
+    const Command command = tool.addCommand("reload", "Make the running service read something anew");
     auto part = std::make_shared<std::string>();
-    command->add_option("PART", *part, "db, settings, ioc-db or ioc-settings")
-        ->required()
-        ->check(CLI::IsMember(parts()));
+    command.addOption("PART", *part, "db, settings, ioc-db or ioc-settings").required().oneOf(parts());
     auto isOnlyIfRunning = std::make_shared<bool>(false);
-    command->add_flag("--if-running", *isOnlyIfRunning, "A service that does not run is no error");
-    command->callback([part, isOnlyIfRunning, &chosen] {
-        chosen = [part, isOnlyIfRunning](Session& session) {
-            return *isOnlyIfRunning ? reloadIfRunning(session, *part) : reload(session, *part);
-        };
+    command.addFlag("--if-running", *isOnlyIfRunning, "A service that does not run is no error");
+    command.setAction([part, isOnlyIfRunning](Session& session) {
+        return *isOnlyIfRunning ? reloadIfRunning(session, *part) : reload(session, *part);
     });
 }

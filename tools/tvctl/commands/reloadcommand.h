@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl reload db|settings|ioc-db|ioc-settings`.
-void addReloadCommand(CLI::App& tool, Action& chosen);
+void addReloadCommand(const Command& tool);

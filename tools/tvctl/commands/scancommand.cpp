@@ -5,13 +5,12 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/filevisit.h"
 #include "tvctl/commands/scanreport.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/files/filecounter.h"
 #include "tvctl/files/treewalker.h"
 #include "tvctl/scanner/exclusions.h"
 #include "tvctl/scanner/filecleaner.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 #include <optional>
@@ -115,22 +114,20 @@ private:
 };
 } // namespace
 
-void addScanCommand(CLI::App& tool, Action& chosen)
+void addScanCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand("scan", "Have files and all files in folders scanned");
-    command->footer("Symbolic links are not followed, and only regular files are scanned. Folders in the "
-                    "list of excluded\n"
-                    "directories are skipped, by their whole path. Files in the list of excluded files are "
-                    "not looked into by\n"
-                    "the service, and count as clean.");
+    const Command command = tool.addCommand("scan", "Have files and all files in folders scanned");
+    command.setFooter("Symbolic links are not followed, and only regular files are scanned. Folders in the "
+                      "list of excluded\n"
+                      "directories are skipped, by their whole path. Files in the list of excluded files are "
+                      "not looked into by\n"
+                      "the service, and count as clean.");
     auto options = std::make_shared<ScanOptions>();
-    command->add_option("PATH", options->paths, "Files and folders")->required();
-    command->add_flag("--clean", options->isCleaning,
-                      "Have infected files put into quarantine and removed, if the settings allow it");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            requireDroppedCapabilities();
-            return ScanRun(session, *options).run();
-        };
+    command.addOption("PATH", options->paths, "Files and folders").required();
+    command.addFlag("--clean", options->isCleaning,
+                    "Have infected files put into quarantine and removed, if the settings allow it");
+    command.setAction([options](Session& session) {
+        requireDroppedCapabilities();
+        return ScanRun(session, *options).run();
     });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl scan [--clean] PATH...`.
-void addScanCommand(CLI::App& tool, Action& chosen);
+void addScanCommand(const Command& tool);

@@ -2,12 +2,11 @@
 
 #include "common/filename.h"
 #include "tvctl/commands/commandpath.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/timetext.h"
 #include "tvctl/health/selftest.h"
-
-#include <CLI/CLI.hpp>
 
 #include <chrono>
 #include <memory>
@@ -143,21 +142,17 @@ ExitCode tryIt(Session& session, const Options& options)
 }
 } // namespace
 
-void addSelftestCommand(CLI::App& tool, Action& chosen)
+void addSelftestCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand(
+    const Command command = tool.addCommand(
         "selftest", "Write a harmless file that every scanner reports, and see what becomes of it");
     auto options = std::make_shared<Options>();
     command
-        ->add_option("--directory", options->directory,
-                     "Where to write it: a watched directory (default: a watched root, or your home)")
-        ->type_name("DIR");
-    command->add_option("--timeout", options->seconds, "How many seconds to wait (default: 10)")
-        ->check(CLI::Range(1, mostSeconds))
-        ->type_name("SECONDS");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return tryIt(session, *options);
-        };
-    });
+        .addOption("--directory", options->directory,
+                   "Where to write it: a watched directory (default: a watched root, or your home)")
+        .named("DIR");
+    command.addOption("--timeout", options->seconds, "How many seconds to wait (default: 10)")
+        .between(1, mostSeconds)
+        .named("SECONDS");
+    command.setAction([options](Session& session) { return tryIt(session, *options); });
 }

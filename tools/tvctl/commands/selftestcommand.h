@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl selftest [--directory DIR] [--timeout SECONDS]`.
-void addSelftestCommand(CLI::App& tool, Action& chosen);
+void addSelftestCommand(const Command& tool);

@@ -1,6 +1,6 @@
 #include "tvctl/commands/servicereload.h"
 
-#include <CLI/CLI.hpp>
+#include "tvctl/commands/session.h"
 
 QByteArray commandOf(ReloadPart part)
 {
@@ -73,7 +73,7 @@ QString ServiceReload::failed(const QString& reason)
     return QStringLiteral("failed");
 }
 
-void addNoReloadFlag(CLI::App& command, bool& isWithoutReload)
+void addNoReloadFlag(const Command& command, bool& isWithoutReload)
 {
-    command.add_flag("--no-reload", isWithoutReload, "Do not tell a running service");
+    command.addFlag("--no-reload", isWithoutReload, "Do not tell a running service");
 }

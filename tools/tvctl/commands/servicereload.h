@@ -2,16 +2,12 @@
 
 #include "tvctl/client/servicereply.h"
 #include "tvctl/commands/session.h"
+#include "tvctl/commandtree/command.h"
 #include "tvctl/console/exitcode.h"
 
 #include <QByteArray>
 #include <QJsonObject>
 #include <QVector>
-
-namespace CLI
-{
-class App;
-}
 
 /// What the running service can read anew.
 enum class ReloadPart
@@ -48,4 +44,4 @@ private:
 };
 
 /// Adds `--no-reload` to a command that changes the store.
-void addNoReloadFlag(CLI::App& command, bool& isWithoutReload);
+void addNoReloadFlag(const Command& command, bool& isWithoutReload);

@@ -1,10 +1,9 @@
 #include "tvctl/commands/statuscommand.h"
 
 #include "common/filename.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/statusview.h"
 #include "tvctl/installation/localadvice.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QDir>
 
@@ -68,8 +67,8 @@ ExitCode showStatus(Session& session)
 }
 } // namespace
 
-void addStatusCommand(CLI::App& tool, Action& chosen)
+void addStatusCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand("status", "Show whether you are protected");
-    command->callback([&chosen] { chosen = showStatus; });
+    const Command command = tool.addCommand("status", "Show whether you are protected");
+    command.setAction(showStatus);
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl status`.
-void addStatusCommand(CLI::App& tool, Action& chosen);
+void addStatusCommand(const Command& tool);

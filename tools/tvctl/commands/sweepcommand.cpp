@@ -8,6 +8,7 @@
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/filevisit.h"
 #include "tvctl/commands/scanreport.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/commands/shortpath.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
@@ -15,8 +16,6 @@
 #include "tvctl/console/toolerror.h"
 #include "tvctl/sweep/background.h"
 #include "tvctl/sweep/sweep.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QDateTime>
 
@@ -251,22 +250,19 @@ ExitCode sweep(Session& session, const SweepOptions& options)
 }
 } // namespace
 
-void addSweepCommand(CLI::App& tool, Action& chosen)
+void addSweepCommand(const Command& tool)
 {
-    CLI::App* command = tool.add_subcommand("sweep", "Scan what changed since the last sweep, and clean it");
-    command->footer("Without PATH it sweeps what the service watches, /home and /media. Each set of PATHs "
-                    "has a last sweep of\n"
-                    "its own; the first one scans everything. A sweep that was interrupted goes on where it "
-                    "was. Infected\n"
-                    "files are treated as scan.action says, and recorded. New signatures may find something "
-                    "in files that\n"
-                    "did not change: use --full.");
+    const Command command = tool.addCommand("sweep", "Scan what changed since the last sweep, and clean it");
+    command.setFooter(
+        "Without PATH it sweeps what the service watches, /home and /media. Each set of PATHs "
+        "has a last sweep of\n"
+        "its own; the first one scans everything. A sweep that was interrupted goes on where it "
+        "was. Infected\n"
+        "files are treated as scan.action says, and recorded. New signatures may find something "
+        "in files that\n"
+        "did not change: use --full.");
     auto options = std::make_shared<SweepOptions>();
-    command->add_option("PATH", options->paths, "Files and folders");
-    command->add_flag("--full", options->isFull, "Scan everything");
-    command->callback([options, &chosen] {
-        chosen = [options](Session& session) {
-            return sweep(session, *options);
-        };
-    });
+    command.addOption("PATH", options->paths, "Files and folders");
+    command.addFlag("--full", options->isFull, "Scan everything");
+    command.setAction([options](Session& session) { return sweep(session, *options); });
 }

@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl sweep [--full] [PATH...]`.
-void addSweepCommand(CLI::App& tool, Action& chosen);
+void addSweepCommand(const Command& tool);

@@ -2,11 +2,10 @@
 
 #include "common/filename.h"
 #include "tvctl/client/servicereply.h"
+#include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -55,15 +54,11 @@ ExitCode scanTexts(Session& session, const std::vector<std::string>& texts)
 }
 } // namespace
 
-void addUrlCommand(CLI::App& tool, Action& chosen)
+void addUrlCommand(const Command& tool)
 {
-    CLI::App* command =
-        tool.add_subcommand("url", "Scan texts, web addresses for example; nothing is fetched");
+    const Command command =
+        tool.addCommand("url", "Scan texts, web addresses for example; nothing is fetched");
     auto texts = std::make_shared<std::vector<std::string>>();
-    command->add_option("TEXT", *texts, "What to scan")->required();
-    command->callback([texts, &chosen] {
-        chosen = [texts](Session& session) {
-            return scanTexts(session, *texts);
-        };
-    });
+    command.addOption("TEXT", *texts, "What to scan").required();
+    command.setAction([texts](Session& session) { return scanTexts(session, *texts); });
 }

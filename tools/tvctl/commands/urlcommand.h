@@ -1,11 +1,6 @@
 #pragma once
 
-#include "tvctl/commands/action.h"
-
-namespace CLI
-{
-class App;
-}
+#include "tvctl/commandtree/command.h"
 
 /// `tvctl url TEXT...`.
-void addUrlCommand(CLI::App& tool, Action& chosen);
+void addUrlCommand(const Command& tool);

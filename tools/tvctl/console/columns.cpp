@@ -6,7 +6,7 @@
 
 namespace
 {
-constexpr int gap = 2;
+constexpr int columnGap = 2;
 } // namespace
 
 QStringList alignColumns(const QVector<QStringList>& rows)
@@ -30,7 +30,7 @@ QStringList alignColumns(const QVector<QStringList>& rows)
                 line += QString(missing, QLatin1Char(' ')) + cell;
                 missing = 0;
             }
-            missing += widths.at(column) - TextWidth::of(cell) + gap;
+            missing += widths.at(column) - TextWidth::of(cell) + columnGap;
         }
         lines += line;
     }

@@ -13,7 +13,7 @@ namespace
 /// The reader keeps what it has of an element, of a text or of a comment that has not ended.
 constexpr std::size_t longestToken = 256 * 1024;
 /// And the names of all elements that are open. Indicators in indicators make some ten.
-constexpr int deepest = 100;
+constexpr int deepestElement = 100;
 /// Longer contents are no hash, and nobody has to know how long.
 constexpr int longestText = 512;
 
@@ -82,7 +82,7 @@ QString OpenIocParser::take(const QXmlStreamReader& reader, HashListSink& sink)
     case QXmlStreamReader::DTD:
         return QStringLiteral("document type declarations are not read");
     case QXmlStreamReader::StartElement:
-        if (++m_depth > deepest) {
+        if (++m_depth > deepestElement) {
             return QStringLiteral("it is nested too deep");
         }
         beginElement(reader);

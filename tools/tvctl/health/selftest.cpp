@@ -5,6 +5,7 @@
 #include "tvctl/client/portowner.h"
 #include "tvctl/client/servicereply.h"
 #include "tvctl/console/toolerror.h"
+#include "tvctl/health/advice.h"
 #include "tvctl/health/inotifyuse.h"
 #include "tvctl/health/serviceprocess.h"
 #include "tvctl/health/testfile.h"
@@ -39,11 +40,6 @@ constexpr milliseconds answerLimit(3000);
 constexpr milliseconds recordLimit(3000);
 /// The clock may have been set a little meanwhile.
 constexpr qint64 recordsSinceSeconds = 5;
-
-QString restart()
-{
-    return QStringLiteral("systemctl restart tvfilemon");
-}
 
 bool isListenedTo()
 {
@@ -288,7 +284,7 @@ void SelfTest::explainBlindness(SelfTestResult& result) const
     }
     result.explanation =
         QStringLiteral("tvfilemon answers and recognises the file, but it no longer sees what is written");
-    result.fix = LocalAdvice(m_installation).wordedFor(restart());
+    result.fix = LocalAdvice(m_installation).wordedFor(Advice::restart());
     const QVector<RunningProcess> processes = ServiceProcess::find(m_installation);
     const auto use = processes.isEmpty() ? std::nullopt : inotifyUseOf(processes.first().id);
     struct stat status = {};
@@ -299,7 +295,7 @@ void SelfTest::explainBlindness(SelfTestResult& result) const
                 .arg(m_directory);
         result.fix =
             QStringLiteral("when it lies at most four levels below a watched root and is not hidden: ") +
-            LocalAdvice(m_installation).wordedFor(restart());
+            LocalAdvice(m_installation).wordedFor(Advice::restart());
     }
 }
 

@@ -1,6 +1,7 @@
 #include "tvctl/health/servicechecks.h"
 
 #include "tvctl/console/timetext.h"
+#include "tvctl/health/advice.h"
 
 #include <netinet/in.h>
 
@@ -8,11 +9,6 @@ using State = ServiceConnection::State;
 
 namespace
 {
-QString restart()
-{
-    return QStringLiteral("systemctl restart tvfilemon");
-}
-
 QString guardThePort()
 {
     return QStringLiteral("systemctl enable --now tvfilemon-firewall");
@@ -56,7 +52,7 @@ Finding silentService(const ServiceFacts& facts)
     return Finding::failed(
         name,
         QStringLiteral("process %1 runs, but: %2").arg(facts.processes.first().id).arg(facts.probe.problem),
-        QStringLiteral("when it stays so: ") + restart());
+        QStringLiteral("when it stays so: ") + Advice::restart());
 }
 } // namespace
 
@@ -79,7 +75,7 @@ Finding ServiceChecks::service(const ServiceFacts& facts)
     }
     if (process.isOutdated) {
         return Finding::warning(name, QStringLiteral("it runs as it was before its program was replaced"),
-                                restart());
+                                Advice::restart());
     }
     return Finding::ok(name, QStringLiteral("process %1 answers, for %2")
                                  .arg(process.id)
@@ -115,7 +111,7 @@ Finding ServiceChecks::portOwner(const ServiceFacts& facts, const Installation& 
                    : Finding::failed(name,
                                      QStringLiteral("the service runs and does not listen on port %1")
                                          .arg(ServiceConnection::port),
-                                     restart());
+                                     Advice::restart());
     }
     if (facts.holders.isEmpty()) {
         return isRoot ? Finding::warning(
@@ -153,7 +149,7 @@ Finding ServiceChecks::engine(const ServiceFacts& facts, const QString& logFile)
             QStringLiteral("it does not work: %1").arg(ServiceReply::scanErrorText(facts.probe.errorCode)),
             fix);
     default:
-        return Finding::failed(name, QStringLiteral("its answer makes no sense"), restart());
+        return Finding::failed(name, QStringLiteral("its answer makes no sense"), Advice::restart());
     }
 }
 
@@ -217,7 +213,7 @@ Finding ServiceChecks::watches(const ServiceFacts& service, const WatchFacts& fa
             name,
             QStringLiteral("the service sees no events%1")
                 .arg(service.isLoading() ? QStringLiteral(": it is still starting") : QString()),
-            QStringLiteral("look into fs.inotify.max_user_instances, then ") + restart());
+            QStringLiteral("look into fs.inotify.max_user_instances, then ") + Advice::restart());
     }
     if (facts.need.unwatched > 0) {
         return Finding::failed(
@@ -226,7 +222,8 @@ Finding ServiceChecks::watches(const ServiceFacts& service, const WatchFacts& fa
                 .arg(facts.need.unwatched)
                 .arg(facts.need.directories)
                 .arg(facts.need.examples.join(QStringLiteral(", "))),
-            restart() + QStringLiteral(", which watches them all again; tvctl sweep scans what was missed"));
+            Advice::restart() +
+                QStringLiteral(", which watches them all again; tvctl sweep scans what was missed"));
     }
     const QString seen =
         QStringLiteral("%1 directories are watched, all of %2 that have to be%3")

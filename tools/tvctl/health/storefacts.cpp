@@ -13,11 +13,6 @@
 
 #include <unistd.h>
 
-namespace
-{
-constexpr qint64 daySeconds = 24LL * 60 * 60;
-}
-
 StoreFacts StoreFacts::read(const Installation& installation)
 {
     StoreFacts facts;
@@ -36,8 +31,8 @@ StoreFacts StoreFacts::read(const Installation& installation)
     }
     try {
         StoreAccess::requireReports(installation);
-        facts.detectionsOfLastDay = VirusConfig().getVirusReportCount(
-            QDateTime::currentDateTimeUtc().addSecs(-daySeconds), QDateTime());
+        facts.detectionsOfLastDay =
+            VirusConfig().getVirusReportCount(QDateTime::currentDateTimeUtc().addDays(-1), QDateTime());
     } catch (const ToolError& error) {
         facts.reportsProblem = error.message();
     }

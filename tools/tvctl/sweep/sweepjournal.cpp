@@ -6,7 +6,7 @@
 
 namespace
 {
-QByteArray heading()
+QByteArray journalHeading()
 {
     return QByteArrayLiteral("tvctl sweep journal 2\n");
 }
@@ -46,7 +46,7 @@ template <typename... Fields> bool readBlock(QDataStream& stream, Fields&... fie
 
 QByteArray SweepJournal::encode(const Begin& begin)
 {
-    return heading() + blockOf(begin.begun, begin.isFull);
+    return journalHeading() + blockOf(begin.begun, begin.isFull);
 }
 
 QByteArray SweepJournal::encode(const Step& step)
@@ -56,11 +56,11 @@ QByteArray SweepJournal::encode(const Step& step)
 
 std::optional<SweepJournal::Content> SweepJournal::decode(const QByteArray& bytes)
 {
-    if (!bytes.startsWith(heading())) {
+    if (!bytes.startsWith(journalHeading())) {
         return std::nullopt;
     }
     QDataStream stream(bytes);
-    stream.skipRawData(heading().size());
+    stream.skipRawData(journalHeading().size());
     Content content;
     if (!readBlock(stream, content.begin.begun, content.begin.isFull)) {
         return std::nullopt;

@@ -8,12 +8,12 @@ namespace
 {
 constexpr int digestBytes = 32;
 
-QByteArray heading()
+QByteArray stateHeading()
 {
     return QByteArrayLiteral("tvctl sweep state 1\n");
 }
 
-QByteArray digestOf(const QByteArray& bytes)
+QByteArray sealOf(const QByteArray& bytes)
 {
     return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
 }
@@ -25,16 +25,16 @@ QByteArray encode(const SweepState& state)
     QDataStream stream(&fields, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_5_12);
     stream << state.begun << state.directories.packed() << state.again.packed();
-    QByteArray bytes = heading() + fields;
-    bytes += digestOf(bytes);
+    QByteArray bytes = stateHeading() + fields;
+    bytes += sealOf(bytes);
     return bytes;
 }
 
 std::optional<SweepState> decodeState(const QByteArray& bytes)
 {
-    const QByteArray head = heading();
+    const QByteArray head = stateHeading();
     const QByteArray content = bytes.left(bytes.size() - digestBytes);
-    if (!content.startsWith(head) || bytes.right(digestBytes) != digestOf(content)) {
+    if (!content.startsWith(head) || bytes.right(digestBytes) != sealOf(content)) {
         return std::nullopt;
     }
     SweepState state;

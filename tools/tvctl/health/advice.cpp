@@ -1,0 +1,6 @@
+#include "tvctl/health/advice.h"
+
+QString Advice::restart()
+{
+    return QStringLiteral("systemctl restart tvfilemon");
+}
