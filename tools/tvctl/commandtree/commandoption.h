@@ -25,6 +25,7 @@ public:
     template <typename Meaning> CommandOption oneOf(const std::map<std::string, Meaning>& values) const
     {
         std::vector<std::string> names;
+        names.reserve(values.size());
         for (const auto& value : values) {
             names.push_back(value.first);
         }
