@@ -95,10 +95,3 @@ QString QuarantineAccess::countText(int copies)
 {
     return copies == 1 ? QStringLiteral("1 copy") : QStringLiteral("%1 copies").arg(copies);
 }
-
-QString QuarantineAccess::modeText(mode_t mode)
-{
-    constexpr int digits = 4;
-    constexpr int octal = 8;
-    return QStringLiteral("%1").arg(uint(mode), digits, octal, QLatin1Char('0'));
-}

@@ -37,6 +37,4 @@ void addCandidatesOption(const Command& command, std::vector<std::string>& candi
 /// "1 copy", "2 copies".
 QString countText(int copies);
 
-/// Permission bits as four octal digits.
-QString modeText(mode_t mode);
 } // namespace QuarantineAccess

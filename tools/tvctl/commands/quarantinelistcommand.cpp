@@ -6,6 +6,7 @@
 #include "tvctl/commands/session.h"
 #include "tvctl/console/columns.h"
 #include "tvctl/console/jsontext.h"
+#include "tvctl/console/modetext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/timetext.h"
 
@@ -92,7 +93,7 @@ QJsonObject toJson(const QuarantineEntry& entry)
         object.insert(QStringLiteral("detection"), entry.recordId);
     }
     if (entry.original) {
-        object.insert(QStringLiteral("mode"), QuarantineAccess::modeText(entry.original->mode));
+        object.insert(QStringLiteral("mode"), modeText(entry.original->mode));
         object.insert(QStringLiteral("uid"), qint64(entry.original->uid));
         object.insert(QStringLiteral("gid"), qint64(entry.original->gid));
         object.insert(QStringLiteral("mtime"), JsonText::time(timeOf(entry.original->modified)));

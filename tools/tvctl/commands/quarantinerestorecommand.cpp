@@ -6,6 +6,7 @@
 #include "tvctl/commands/restoreexclusion.h"
 #include "tvctl/commands/session.h"
 #include "tvctl/console/jsontext.h"
+#include "tvctl/console/modetext.h"
 #include "tvctl/console/printable.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/installation/storeaccess.h"
@@ -25,7 +26,6 @@
 
 namespace
 {
-using QuarantineAccess::modeText;
 
 struct Arguments
 {

@@ -14,7 +14,7 @@ bool isPlain(char byte)
     return byte >= 0 && byte != 0x7F;
 }
 
-QString escaped(uint codePoint)
+QString escapedInJson(uint codePoint)
 {
     const auto unit = [](uint value) {
         return QStringLiteral("\\u%1").arg(value, 4, 16, QLatin1Char('0'));
@@ -35,7 +35,7 @@ QByteArray JsonText::write(const QJsonDocument& document, QJsonDocument::JsonFor
     if (std::all_of(json.cbegin(), json.cend(), isPlain)) {
         return json;
     }
-    return FileName::toBytes(replaceSteering(FileName::toText(json), escaped));
+    return FileName::toBytes(replaceSteering(FileName::toText(json), escapedInJson));
 }
 
 void JsonText::insertPath(QJsonObject& object, const QString& key, const QString& path)

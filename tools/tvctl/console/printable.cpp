@@ -18,7 +18,7 @@ bool steersTerminal(uint codePoint)
     }
 }
 
-QString escaped(uint codePoint)
+QString shownAs(uint codePoint)
 {
     constexpr QLatin1Char zero('0');
     if (codePoint < 0x100) {
@@ -31,10 +31,10 @@ QString escaped(uint codePoint)
 
 QString printable(const QString& text)
 {
-    return replaceSteering(FileName::toDisplay(text), escaped);
+    return replaceSteering(FileName::toDisplay(text), shownAs);
 }
 
-QString replaceSteering(const QString& text, const std::function<QString(uint)>& escaped)
+QString replaceSteering(const QString& text, const std::function<QString(uint)>& shownAs)
 {
     QString shown;
     shown.reserve(text.size());
@@ -44,7 +44,7 @@ QString replaceSteering(const QString& text, const std::function<QString(uint)>&
         const uint codePoint =
             isPair ? QChar::surrogateToUcs4(text.at(i), text.at(i + 1)) : text.at(i).unicode();
         if (steersTerminal(codePoint)) {
-            shown += escaped(codePoint);
+            shown += shownAs(codePoint);
         } else {
             shown += text.midRef(i, isPair ? 2 : 1);
         }

@@ -15,7 +15,7 @@
 
 namespace
 {
-constexpr mode_t ownerOnly = 0600;
+constexpr mode_t newFileMode = 0600;
 constexpr int attempts = 100;
 } // namespace
 
@@ -36,7 +36,7 @@ NewFile::NewFile(const QString& path) : m_path(path)
         m_passingName =
             ".tvctl-" + QByteArray::number(QRandomGenerator::system()->generate64(), 16) + ".part";
         m_file.reset(::openat(m_directory.get(), m_passingName.constData(),
-                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownerOnly));
+                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, newFileMode));
         error = m_file.isValid() ? 0 : errno;
     }
     if (error != 0) {

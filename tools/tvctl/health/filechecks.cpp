@@ -1,6 +1,7 @@
 #include "tvctl/health/systemchecks.h"
 
 #include "common/common.h"
+#include "tvctl/console/modetext.h"
 
 #include <QSet>
 
@@ -21,11 +22,6 @@ constexpr qint64 tightBytes = 500 * megabyte;
 /// The engine unpacks up to 400 MB of one archive.
 constexpr qint64 tightTemporaryBytes = 400 * megabyte;
 constexpr qint64 fullTemporaryBytes = 10 * megabyte;
-
-QString modeText(mode_t mode)
-{
-    return QStringLiteral("%1").arg(mode, 4, 8, QLatin1Char('0'));
-}
 
 QString sizeText(qint64 bytes)
 {

@@ -17,23 +17,21 @@ constexpr qint64 chunkSize = 64LL * 1024;
 /// None of the lines that matter comes near it.
 constexpr int maxLineSize = 1024 * 1024;
 
-using Result = LoadOutcome::Result;
-
 std::optional<LoadOutcome> outcomeOfRest(const QByteArray& rest)
 {
     static const QByteArray startPrefix = "[INFO]  [LoggerStarted] :: Build Date: ";
     static const QByteArray enginePrefix = "[TRACE]  [CScanFile::";
     static const QByteArray errorPrefix = "[ERROR]  [CScanFile::";
     if (rest.startsWith(startPrefix)) {
-        return LoadOutcome{Result::Starting, {}, {}, 0};
+        return LoadOutcome{LoadOutcome::Result::Starting, {}, {}, 0};
     }
     if (rest.startsWith(enginePrefix)) {
         const QByteArray what = rest.mid(enginePrefix.size());
         if (what == "loadDatabases] :: Successfully Compiled Engine.") {
-            return LoadOutcome{Result::Loaded, {}, {}, 0};
+            return LoadOutcome{LoadOutcome::Result::Loaded, {}, {}, 0};
         }
         if (what == "initEngine] :: Successfully Scan Engine Initialize.") {
-            return LoadOutcome{Result::Loading, {}, {}, 0};
+            return LoadOutcome{LoadOutcome::Result::Loading, {}, {}, 0};
         }
     }
     if (!rest.startsWith(errorPrefix)) {
@@ -50,7 +48,7 @@ std::optional<LoadOutcome> outcomeOfRest(const QByteArray& rest)
         return std::nullopt;
     }
     const QString code = match.captured(QStringLiteral("load")) + match.captured(QStringLiteral("compile"));
-    return LoadOutcome{Result::Failed, {}, match.captured(QStringLiteral("file")), code.toInt()};
+    return LoadOutcome{LoadOutcome::Result::Failed, {}, match.captured(QStringLiteral("file")), code.toInt()};
 }
 
 /// Looks at the lines of `text` from the last one on; the part before the first line end is no whole line and

@@ -1,5 +1,7 @@
 #include "tvctl/health/packagechecks.h"
 
+#include "tvctl/console/modetext.h"
+
 namespace
 {
 QString noPackage()
@@ -75,10 +77,6 @@ QString problemOf(const PackageFacts::Unit& unit, const Demand& demand, QString&
     return {};
 }
 
-QString modeText(mode_t mode)
-{
-    return QStringLiteral("%1").arg(mode, 4, 8, QLatin1Char('0'));
-}
 } // namespace
 
 Finding PackageChecks::units(const PackageFacts& facts)
