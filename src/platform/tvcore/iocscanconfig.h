@@ -15,8 +15,8 @@
 /// nothing is converted, and "AB" differs from "ab". A list may hold millions of hashes.
 ///
 /// Getters look into the store anew. When that fails `getScanSettings` and `getHashList` answer what they
-/// last read (or wrote) in this process, and the default only when there never was such a value. A process that
-/// only adds to a list or removes from it never holds all of it in memory, and so has no such value.
+/// last read (or wrote) in this process, and the default only when there never was such a value. A process
+/// that only adds to a list or removes from it never holds all of it in memory, and so has no such value.
 ///
 /// A writing operation is done as a whole or not at all, and nobody sees a part of it. Readers are never held
 /// up by it; other writers of the file wait, for up to a second while a million hashes are rewritten.
