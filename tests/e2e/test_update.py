@@ -1,5 +1,6 @@
 """Updates of the signatures: from a server on loopback to a service that detects by them."""
 
+import contextlib
 import fcntl
 import os
 import re
@@ -463,12 +464,72 @@ def test_without_a_configuration(tv, update):
     assert "DatabaseMirror database.clamav.net" in update.output
 
 
-def test_two_at_once(tv, update):
-    with open(update.upd / "lock", "w", encoding="ascii") as lock:
+@contextlib.contextmanager
+def held_lock(update, began):
+    """As by an update that began so many seconds after the boot."""
+    (update.upd / "private").mkdir(mode=0o700)
+    with open(update.upd / "private" / "lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
+        lock.write(f"{began}\n")
+        lock.flush()
+        yield
+
+
+def uptime():
+    return int(float(Path("/proc/uptime").read_text(encoding="ascii").split()[0]))
+
+
+def test_two_at_once(tv, update):
+    with held_lock(update, uptime() - 60):
         output = subprocess.check_output(update.command(), env=update.environment())
     assert output == b"tvfilemon-update: another one runs\n"
     assert not (update.upd / "status").exists()
+
+
+def test_the_lock_tells_when_the_update_began(tv, update):
+    before = uptime()
+    update.run("current")
+    assert before <= int((update.upd / "private" / "lock").read_text(encoding="ascii")) <= uptime()
+
+
+@pytest.mark.parametrize("began", [-11000, 3600])
+def test_one_that_never_ends_is_told(tv, update, mounts, began):
+    """Also one that is none, and holds the lock with what was written before the last boot."""
+    # The tests' machine may not run that long.
+    clock = fresh_directory() / "uptime"
+    clock.write_text(f"{uptime() + 20000}.00 0.00\n", encoding="ascii")
+    mounts.bind(clock, "/proc/uptime")
+    with held_lock(update, uptime() + began):
+        status = update.run("failed", says="another update has not ended in 3 hours")
+        assert status["succeeded"] == ""
+    update.run("current")
+
+
+# Locks whatever below the directory can be opened for reading, says how much that was, and goes on.
+LOCK_ALL = """
+import fcntl, os, sys
+held = []
+for directory, _, names in os.walk(sys.argv[1]):
+    for name in (".", *names):
+        try:
+            held.append(os.open(os.path.join(directory, name), os.O_RDONLY | os.O_NONBLOCK))
+            fcntl.flock(held[-1], fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except OSError:
+            pass
+print(len(held), flush=True)
+sys.stdin.read()
+"""
+
+
+@pytest.mark.parametrize("user", [CLAMAV_NUMBER, 65534])
+def test_nobody_but_root_holds_an_update_up(tv, update, server, user):
+    update.run("current")
+    tv.root.chmod(0o755)
+    server.serve(daily=NEW)
+    with subprocess.Popen(["/usr/bin/python3", "-c", LOCK_ALL, tv.root], stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, user=user, group=user, extra_groups=[]) as holder:
+        assert int(holder.stdout.readline()) > 10
+        update.run("updated", says="daily 6")
 
 
 def test_usage(tv, update):
