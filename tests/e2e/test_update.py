@@ -167,6 +167,18 @@ def test_only_whole_databases(tv, update, server):
     assert set(update.databases()) == set(OLD_SET)
 
 
+def test_what_the_configuration_asks_for_besides(tv, update, server):
+    server.serve(test=OLD, own=OLD, daily=NEW)
+    lines = f"ExtraDatabase test\nDatabaseCustomURL {server.address}/own.cvd\n"
+    update.configure(f"DatabaseMirror {server.address}\nDNSDatabaseInfo no\n{lines}")
+    update.run("updated", says="daily 6, own 5, test 5")
+    # From here on they are wanted as all that is in use.
+    update.configure(f"PrivateMirror {server.address}\n")
+    fake = FakeFreshclam(f"rm own.cvd; cp {NEW} own.cvd")
+    update.run("updated", says="own 6", path=fake.path)
+    assert set(update.databases()) == {*OLD_SET, "own.cvd", "test.cvd"}
+
+
 def test_a_damaged_database_comes_anew(tv, tvctl, update):
     content = OLD.read_bytes()
     (tv.db / "main.cvd").write_bytes(content[:len(content) // 2])
@@ -310,9 +322,11 @@ cd "$(sed 's/.*--datadir=//;s/ .*//' <<<"$*")"
     ("rm daily.cvd; mkdir daily.cvd", "daily.cvd cannot be copied"),
     ("rm daily.cvd; mkfifo daily.cvd", "daily.cvd is damaged or not signed"),
     ("rm daily.cvd; truncate -s 3G daily.cvd; truncate -s 100 daily.cvd", "daily.cvd is damaged"),
-    ("rm daily.cvd; echo >$'x\\033[31m.cvd'; echo >.cvd; echo > other.cvd", "other.cvd is damaged"),
-    (f"cp {NEW} 'x y.cvd'; echo x >../status 2>/dev/null || echo x >other.cvd", "other.cvd is damaged"),
-    ("rm *; for i in {1..40}; do echo >$i.cvd; done", "1.cvd is damaged"),
+    ("rm daily.cvd; echo >$'x\\033[31m.cvd'; echo >.cvd; echo >daily.cvd", "daily.cvd is damaged"),
+    (f"cp {NEW} 'x y.cvd'; echo x >../status 2>/dev/null || {{ rm main.cvd; echo x >main.cvd; }}", "main.cvd is damaged"),
+    (f"cp {NEW} other.cvd", "nobody asked for other.cvd"),
+    (f"cp {NEW} Daily.cvd", "nobody asked for Daily.cvd"),
+    (f"rm *; for i in {{1..40}}; do cp {NEW} $i.cvd; done", "nobody asked for 1.cvd and 39 more"),
 ])
 def test_what_freshclam_leaves_is_not_believed(tv, update, script, says):
     update.run("refused", says=says, path=FakeFreshclam(script).path)
