@@ -217,6 +217,18 @@ def test_what_is_mounted_is_always_due(tv, tvctl, home, mounts):
     assert tvctl.json("sweep", "/home/plain")["files"] == 1 and tvctl.json("sweep", "/home/plain")["files"] == 0
 
 
+def test_a_folder_of_many_names_is_scanned_once(tv, tvctl, mounts):
+    mounts.tmpfs("/media")
+    for name in ("first", "second", "third"):
+        Path("/media", name).mkdir()
+    write_once("/media/first/file", CLEAN)
+    for name in ("second", "third"):
+        mounts.bind("/media/first", f"/media/{name}")
+    tv.start()
+    document = tvctl.json("sweep", "/media")
+    assert (document["files"], document["passed_over"]) == (1, 2)
+
+
 def test_full(tv, tvctl, home):
     write_tree(home, clean=["good"])
     wait_until_old()

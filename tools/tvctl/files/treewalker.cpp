@@ -2,6 +2,7 @@
 
 #include "tvctl/files/filesystems.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -38,6 +39,12 @@ UniqueFd openDirectory(int parent, const char* name, int linkFlag)
     return UniqueFd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | linkFlag));
 }
 
+std::optional<dev_t> deviceOf(const char* path)
+{
+    struct stat status = {};
+    return ::stat(path, &status) == 0 ? std::make_optional(status.st_dev) : std::nullopt;
+}
+
 bool isDirectory(const UniqueFd& directory, dev_t device, ino_t inode)
 {
     struct stat status = {};
@@ -49,7 +56,8 @@ bool isDirectory(const UniqueFd& directory, dev_t device, ino_t inode)
 TreeWalker::TreeWalker(const QByteArray& root, SkipRule isSkipped)
     : m_root(root),
       m_isSkipped(std::move(isSkipped)),
-      m_isBelowSlash(namesOf(root).size() <= 1)
+      m_isBelowSlash(namesOf(root).size() <= 1),
+      m_ownDevices{deviceOf("/"), deviceOf("/home")}
 {
     const QList<QByteArray> names = namesOf(root);
     Level above;
@@ -138,38 +146,48 @@ bool TreeWalker::look()
 
 bool TreeWalker::lookAt(const char* name, unsigned char type)
 {
-    if (type != DT_DIR && type != DT_REG && type != DT_UNKNOWN) {
-        m_status = {};
-        m_status.st_mode = DTTOIF(type);
-        return report(Kind::Other);
-    }
-    if (type == DT_DIR && m_isSkipped && m_isSkipped(m_path)) {
-        return report(Kind::Skipped);
-    }
+    // A directory that somebody wrote elsewhere says what he likes of the names in it. What it calls a
+    // directory is tried, which saves a call each time; of all else the object itself is asked.
     if (type == DT_DIR) {
-        return enter(name);
+        if (isLeftOut()) {
+            return report(Kind::Skipped);
+        }
+        UniqueFd directory = openDirectory(m_levels.back().directory.get(), name, linkFlag());
+        if (directory.isValid()) {
+            return enter(std::move(directory));
+        }
+        const int error = errno;
+        if (error != ENOTDIR && error != ELOOP) {
+            return passOver(error);
+        }
     }
     const int flags = AT_NO_AUTOMOUNT | (linkFlag() != 0 ? AT_SYMLINK_NOFOLLOW : 0);
     if (::fstatat(m_levels.back().directory.get(), name, &m_status, flags) != 0) {
         return passOver(errno);
     }
-    if (S_ISDIR(m_status.st_mode)) {
-        return m_isSkipped && m_isSkipped(m_path) ? report(Kind::Skipped) : enter(name);
+    if (!S_ISDIR(m_status.st_mode)) {
+        return report(S_ISREG(m_status.st_mode) ? Kind::File : Kind::Other);
     }
-    return report(S_ISREG(m_status.st_mode) ? Kind::File : Kind::Other);
+    if (isLeftOut()) {
+        return report(Kind::Skipped);
+    }
+    UniqueFd directory = openDirectory(m_levels.back().directory.get(), name, linkFlag());
+    return directory.isValid() ? enter(std::move(directory)) : passOver(errno);
 }
 
-bool TreeWalker::enter(const char* name)
+bool TreeWalker::isLeftOut() const
+{
+    return m_isSkipped && m_isSkipped(m_path);
+}
+
+bool TreeWalker::enter(UniqueFd directory)
 {
     const Level& parent = m_levels.back();
     if (m_levels.size() > mostLevels) {
         return report(Kind::Unreadable, ENAMETOOLONG);
     }
     Level level;
-    level.directory = openDirectory(parent.directory.get(), name, linkFlag());
-    if (!level.directory.isValid()) {
-        return passOver(errno);
-    }
+    level.directory = std::move(directory);
     if (::fstat(level.directory.get(), &m_status) != 0) {
         return passOver(errno);
     }
@@ -185,6 +203,9 @@ bool TreeWalker::enter(const char* name)
         if (!isRoot() && FileSystems::isPseudo(level.fileSystem)) {
             return report(Kind::Other);
         }
+    }
+    if (isOfMedium(level.device) && !m_entered.emplace(level.device, level.inode).second) {
+        return report(Kind::Other);
     }
     level.pathSize = m_path == "/" ? 0 : m_path.size();
     level.error = level.names.read(level.directory.get());
@@ -202,6 +223,13 @@ bool TreeWalker::enter(const char* name)
         m_levels[m_levels.size() - 1 - openLevels].directory.reset();
     }
     return report(Kind::Directory);
+}
+
+/// Whoever may write on the device itself can give a directory many names, and those below it again: a few
+/// hundred of them make more paths than anybody will ever have walked.
+bool TreeWalker::isOfMedium(dev_t device) const
+{
+    return std::find(m_ownDevices.begin(), m_ownDevices.end(), device) == m_ownDevices.end();
 }
 
 bool TreeWalker::report(Kind kind, int error)

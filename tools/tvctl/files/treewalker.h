@@ -6,7 +6,11 @@
 #include <QByteArray>
 #include <QList>
 
+#include <array>
 #include <functional>
+#include <optional>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include <sys/stat.h>
@@ -18,8 +22,9 @@
 /// are open, and what an object costs does not depend on its depth. The
 /// order is that of the names' bytes, a directory in front of what is in it, hidden ones like others. Other
 /// file systems that are mounted below are walked too, but not those that the kernel makes up (proc, sysfs
-/// ...). What vanishes during the walk is passed over. Memory: the names of the directories on the way down.
-/// For one thread.
+/// ...). A directory that has several names, as one may have been given on a medium, is entered by the first;
+/// what holds / or /home is trusted not to have any. What vanishes during the walk is passed over. Memory:
+/// the names of the directories on the way down, and some bytes for each directory elsewhere. For one thread.
 ///
 ///     TreeWalker walker("/home");
 ///     while (walker.next()) { switch (walker.kind()) ... }
@@ -39,7 +44,8 @@ public:
         Directory,
         /// A directory that `isSkipped` names: not looked at.
         Skipped,
-        /// Nothing to read: a link, a FIFO, a device, a socket, a file system that the kernel makes up.
+        /// Nothing to read: a link, a FIFO, a device, a socket, a file system that the kernel makes up, a
+        /// directory that was entered by another name.
         Other,
         /// A directory, or the rest of one, or an entry of it that cannot be read; see `error`.
         Unreadable
@@ -141,7 +147,9 @@ private:
 
     bool look();
     bool lookAt(const char* name, unsigned char type);
-    bool enter(const char* name);
+    bool isLeftOut() const;
+    bool enter(UniqueFd directory);
+    bool isOfMedium(dev_t device) const;
     bool report(Kind kind, int error = 0);
     bool passOver(int error);
     void leave();
@@ -153,7 +161,11 @@ private:
     const QByteArray m_root;
     const SkipRule m_isSkipped;
     const bool m_isBelowSlash;
+    /// Those of / and /home.
+    const std::array<std::optional<dev_t>, 2> m_ownDevices;
     std::vector<Level> m_levels;
+    /// The directories on other devices that the walk has come to.
+    std::set<std::pair<dev_t, ino_t>> m_entered;
     /// What leads to the place to resume behind, name by name.
     QList<QByteArray> m_resume;
     /// What is at that place has been seen before.

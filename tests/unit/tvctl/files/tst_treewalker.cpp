@@ -23,7 +23,43 @@ namespace
 /// read to its end: whoever runs the tests may be root.
 constexpr const char* locked = "locked";
 constexpr const char* unreadable = "unreadable";
+/// The entries of directories of this name all say to be of the kind.
+struct
+{
+    QByteArray directory;
+    unsigned char type = DT_UNKNOWN;
+} forged;
+/// Directories of this name are all the same one, of another file system.
+QByteArray manyNamesOfOne;
+
+QByteArray pathOf(int descriptor)
+{
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(descriptor);
+    char path[4096] = {};
+    return ::readlink(self.constData(), path, sizeof(path) - 1) > 0 ? QByteArray(path) : QByteArray();
+}
+
+void forge(void* buffer, ssize_t size)
+{
+    for (ssize_t at = 0; at < size;) {
+        auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + at);
+        entry->d_type = forged.type;
+        at += entry->d_reclen;
+    }
+}
 } // namespace
+
+extern "C" int fstat(int descriptor, struct stat* status) noexcept
+{
+    using Function = int (*)(int, struct stat*);
+    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "fstat"));
+    const int result = real(descriptor, status);
+    if (!manyNamesOfOne.isEmpty() && pathOf(descriptor).endsWith('/' + manyNamesOfOne)) {
+        status->st_dev = 1;
+        status->st_ino = 1;
+    }
+    return result;
+}
 
 extern "C" int openat(int directory, const char* name, int flags, ...)
 {
@@ -48,14 +84,12 @@ extern "C" ssize_t getdents64(int directory, void* buffer, size_t size)
     using Function = ssize_t (*)(int, void*, size_t);
     static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "getdents64"));
     const ssize_t got = real(directory, buffer, size);
-    if (got == 0) {
-        const QByteArray self = "/proc/self/fd/" + QByteArray::number(directory);
-        char path[4096] = {};
-        if (::readlink(self.constData(), path, sizeof(path) - 1) > 0 &&
-            QByteArray(path).endsWith(unreadable)) {
-            errno = EIO;
-            return -1;
-        }
+    if (got == 0 && pathOf(directory).endsWith(unreadable)) {
+        errno = EIO;
+        return -1;
+    }
+    if (!forged.directory.isEmpty() && pathOf(directory).endsWith('/' + forged.directory)) {
+        forge(buffer, got);
     }
     return got;
 }
@@ -84,6 +118,9 @@ private Q_SLOTS:
     void entersNoPseudoFileSystemUnlessNamed();
     void tellsTheFileSystem();
     void passesOverWhatVanishes();
+    void believesNoDirectoryWhatIsInIt_data();
+    void believesNoDirectoryWhatIsInIt();
+    void entersADirectoryOfManyNamesOnce();
     void isNotLedAstray();
     void goesOnWhenADirectoryIsMovedAway();
     void tellsWhereTheWayBackIsLost();
@@ -383,6 +420,51 @@ void TestTreeWalker::passesOverWhatVanishes()
     QCOMPARE(rest(walker, m_root), QList<QByteArray>{"F /c"});
 }
 
+void TestTreeWalker::believesNoDirectoryWhatIsInIt_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::newRow("unknown") << int(DT_UNKNOWN);
+    QTest::newRow("file") << int(DT_REG);
+    QTest::newRow("directory") << int(DT_DIR);
+    QTest::newRow("link") << int(DT_LNK);
+    QTest::newRow("socket") << int(DT_SOCK);
+    QTest::newRow("FIFO") << int(DT_FIFO);
+    QTest::newRow("character device") << int(DT_CHR);
+    QTest::newRow("block device") << int(DT_BLK);
+    QTest::newRow("no kind") << 15;
+}
+
+void TestTreeWalker::believesNoDirectoryWhatIsInIt()
+{
+    QFETCH(int, type);
+    make("forged/d/f");
+    make("forged/f");
+    QCOMPARE(::symlink("d", (m_root + "/forged/link").constData()), 0);
+    QCOMPARE(::mkfifo((m_root + "/forged/pipe").constData(), 0600), 0);
+    forged = {"forged", static_cast<unsigned char>(type)};
+    TreeWalker walker(m_root + "/forged");
+    const QList<QByteArray> seen = rest(walker, m_root + "/forged");
+    forged = {};
+    const QList<QByteArray> expected = {"D ", "D /d", "F /d/f", "F /f", "O /link", "O /pipe"};
+    QCOMPARE(seen, expected);
+}
+
+void TestTreeWalker::entersADirectoryOfManyNamesOnce()
+{
+    for (const char* name : {"a/same/f", "b/same/f", "c/same/f", "z"}) {
+        make(name);
+    }
+    const QList<QByteArray> expected = {"D ",        "D /a", "D /a/same", "F /a/same/f", "D /b",
+                                        "O /b/same", "D /c", "O /c/same", "F /z"};
+    for (int i = 0; i < 2; ++i) {
+        manyNamesOfOne = "same";
+        TreeWalker walker(m_root);
+        const QList<QByteArray> seen = rest(walker, m_root);
+        manyNamesOfOne.clear();
+        QCOMPARE(seen, expected);
+    }
+}
+
 void TestTreeWalker::isNotLedAstray()
 {
     for (const char* name : {"outside/secret", "top/a/f", "top/b", "top/c"}) {
@@ -397,7 +479,7 @@ void TestTreeWalker::isNotLedAstray()
     QCOMPARE(::mkfifo((m_root + "/top/b").constData(), 0600), 0);
     QCOMPARE(::unlink((m_root + "/top/c").constData()), 0);
     QCOMPARE(::symlink("../outside/secret", (m_root + "/top/c").constData()), 0);
-    const QList<QByteArray> expected = {"O /top/b", "O /top/c"};
+    const QList<QByteArray> expected = {"O /top/a", "O /top/b", "O /top/c"};
     QCOMPARE(rest(walker, m_root), expected);
 }
 
