@@ -529,6 +529,18 @@ def write_once(path, content=EICAR):
     return path
 
 
+def write_deep(directory, levels):
+    """An infected file "bad", so many directories below that no call takes its path."""
+    here = os.open(directory, os.O_PATH)
+    for _ in range(levels):
+        os.mkdir("d" * 200, dir_fd=here)
+        deeper = os.open("d" * 200, os.O_PATH, dir_fd=here)
+        os.close(here)
+        here = deeper
+    write_once(f"/proc/self/fd/{here}/bad")
+    os.close(here)
+
+
 def exists(path):
     return os.path.lexists(path)
 

@@ -16,7 +16,7 @@ import time
 
 import pytest
 
-from harness import EICAR, EICAR_NAME, TIMEOUT, exists, quarantine_name, wait_until, write_once
+from harness import EICAR, EICAR_NAME, TIMEOUT, exists, quarantine_name, wait_until, write_deep, write_once
 from tool import WITHOUT_PRIVILEGES
 
 CLEAN = b"nothing in here"
@@ -234,20 +234,18 @@ def test_odd_names_that_are_excluded(tv, tvctl, files):
     assert numbers(tvctl.json("scan", files)) == {"files": 2}
 
 
-def test_paths_longer_than_any_call_takes(tv, tvctl, files):
+@pytest.mark.parametrize("levels", [18, 60])
+def test_paths_longer_than_any_call_takes(tv, tvctl, files, levels):
     tv.start()
-    here = os.getcwd()
-    try:
-        os.chdir(files)
-        for _ in range(60):
-            os.mkdir("d" * 200)
-            os.chdir("d" * 200)
-        write_once("bad")
-    finally:
-        os.chdir(here)
+    write_deep(files, levels)
     document = tvctl.json("scan", files, status=1)
     assert numbers(document) == {"files": 1, "infected": 1}
-    assert document["detections"][0]["path"] == f"{files}{('/' + 'd' * 200) * 60}/bad"
+    path = f"{files}{('/' + 'd' * 200) * levels}/bad"
+    shown = path if levels == 18 else path[:250] + "..." + path[-250:]
+    assert (len(path) > 4096) == (levels != 18)
+    assert document["detections"][0]["path"] == shown
+    result = tvctl.run("scan", files, status=1)
+    assert result.lines()[0] == f"{shown}: {EICAR_NAME}"
 
 
 def test_a_file_that_cannot_be_handed_over(tv, tvctl, files):

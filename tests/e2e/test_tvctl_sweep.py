@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import EICAR, EICAR_NAME, TIMEOUT, Installation, exists, wait_until, write_once
+from harness import EICAR, EICAR_NAME, TIMEOUT, Installation, exists, quarantine_name, wait_until, write_deep, write_once
 from storefailures import damage, inaccessible, locked, locked_for_writing
 from tool import WITHOUT_PRIVILEGES, Tool
 
@@ -272,6 +272,17 @@ def test_odd_names(tv, tvctl, home):
     found = tvctl.json("sweep", status=1)["detections"][0]
     assert found["action"] == "not removed" and "cannot carry" in found["detail"]
     assert swept(tv) == [(f"{home}/\\xff\nbad", EICAR_NAME, 1)]
+
+
+def test_paths_that_are_longer_than_a_record(tv, tvctl, home):
+    write_deep(home, 40)
+    path = f"{home}{('/' + 'd' * 200) * 40}/bad"
+    tv.start()
+    result = tvctl.run("sweep", status=1)
+    shown = path[:250] + "..." + path[-250:]
+    assert result.lines()[1].startswith(f"{shown}: {EICAR_NAME} - removed")
+    assert swept(tv) == [(shown, EICAR_NAME, 0)]
+    assert quarantine_name(path).fullmatch(*tv.quarantined())
 
 
 def test_protection_that_is_off(tv, tvctl, old):

@@ -1,7 +1,16 @@
 #include "tvctl/commands/filevisit.h"
 
 #include "common/filename.h"
+#include "tvctl/commands/shortpath.h"
 #include "tvctl/scanner/handover.h"
+
+namespace
+{
+QString recordedPathOf(const TreeWalker& walker)
+{
+    return FileName::toText(recordedPath(walker.path()));
+}
+} // namespace
 
 FileVisit::FileVisit(ServiceConnection& connection, const Exclusions* exclusions, ScanReport& report)
     : m_connection(connection),
@@ -42,7 +51,7 @@ FileVisit::Outcome FileVisit::scan(const TreeWalker& walker)
         m_report.scanned();
         return detected(walker, result);
     case Kind::Failed:
-        m_report.failed(FileName::toText(walker.path()), result.problem);
+        m_report.failed(recordedPathOf(walker), result.problem);
         return Outcome::NotDone;
     case Kind::Gone:
         return Outcome::Done;
@@ -54,7 +63,7 @@ FileVisit::Outcome FileVisit::scan(const TreeWalker& walker)
 FileVisit::Outcome FileVisit::detected(const TreeWalker& walker, const FileScanner::Result& result)
 {
     using Kind = FileCleaner::Result::Kind;
-    const QString path = FileName::toText(walker.path());
+    const QString path = recordedPathOf(walker);
     if (!m_cleaner) {
         m_report.detected(path, result.virusName, std::nullopt);
         return Outcome::Done;
@@ -85,25 +94,25 @@ const Exclusions& FileVisit::noExclusions()
 
 void FileVisit::pass(const TreeWalker& walker, const QByteArray& root)
 {
-    const QString path = FileName::toText(walker.path());
     const bool isRoot = walker.path() == root;
     switch (walker.kind()) {
     case TreeWalker::Kind::Unreadable:
-        m_report.unreadable(path, qt_error_string(walker.error()));
+        m_report.unreadable(recordedPathOf(walker), qt_error_string(walker.error()));
         break;
     case TreeWalker::Kind::Skipped:
         m_report.skipped();
         if (isRoot) {
-            m_report.note(QStringLiteral("%1 is excluded").arg(path));
+            m_report.note(QStringLiteral("%1 is excluded").arg(recordedPathOf(walker)));
         }
         break;
     default:
         if (!isRoot) {
             m_report.passedOver();
         } else {
-            m_report.failed(path, S_ISLNK(walker.status().st_mode)
-                                      ? QStringLiteral("it is a symbolic link, which is not followed")
-                                      : QStringLiteral("it is neither a file nor a folder"));
+            m_report.failed(recordedPathOf(walker),
+                            S_ISLNK(walker.status().st_mode)
+                                ? QStringLiteral("it is a symbolic link, which is not followed")
+                                : QStringLiteral("it is neither a file nor a folder"));
         }
         break;
     }

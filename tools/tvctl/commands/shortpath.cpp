@@ -4,6 +4,7 @@ namespace
 {
 constexpr int longest = 512;
 constexpr int kept = 250;
+constexpr int longestRecorded = 4096;
 
 bool isInsideCharacter(char byte)
 {
@@ -26,4 +27,9 @@ QByteArray shortPath(const QByteArray& path)
         ++tail;
     }
     return path.left(head) + "..." + path.mid(tail);
+}
+
+QByteArray recordedPath(const QByteArray& path)
+{
+    return path.size() <= longestRecorded ? path : shortPath(path);
 }

@@ -216,7 +216,7 @@ private:
     void stumbled(const TreeWalker& walker) override
     {
         m_report.failed(
-            FileName::toText(walker.path()),
+            FileName::toText(recordedPath(walker.path())),
             QStringLiteral("the last two sweeps ended while it was scanned; it is left to the next"));
     }
 

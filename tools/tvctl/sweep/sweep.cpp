@@ -44,6 +44,14 @@ qint64 changeTimeMs(const struct stat& status)
     return status.st_ctim.tv_sec * msecsPerSecond + status.st_ctim.tv_nsec / nsecsPerMsec;
 }
 
+/// `path`, or above it, but not above `root`: thousands of directories with long names would have each step
+/// of the journal take megabytes.
+QByteArray placeToGoOn(const QByteArray& path, const QByteArray& root)
+{
+    constexpr int longest = 4096;
+    return path.size() <= longest ? path : path.left(std::max(path.lastIndexOf('/', longest), root.size()));
+}
+
 bool isBelow(const QByteArray& path, const QByteArray& directory)
 {
     return !directory.isEmpty() && path.size() > directory.size() && path.startsWith(directory) &&
@@ -221,8 +229,8 @@ Place Sweep::pathOf(const TreeWalker& walker) const
 
 void Sweep::keepProgress(const TreeWalker& walker, bool isDone, Visitor& visitor)
 {
-    m_step.path = walker.path();
-    m_step.isDone = isDone;
+    m_step.path = placeToGoOn(walker.path(), m_roots.at(m_step.root));
+    m_step.isDone = isDone && m_step.path.size() == walker.path().size();
     append(SweepJournal::encode(m_step), visitor);
     m_done.directories += m_step.directories;
     m_done.again += m_step.again;

@@ -19,7 +19,7 @@ struct Begin
 
 struct Step
 {
-    /// The path at which the sweep is, and of which root.
+    /// The path at which the sweep is, or above it, and of which root.
     qint32 root = 0;
     QByteArray path;
     /// It is done, too.

@@ -84,6 +84,7 @@ private Q_SLOTS:
     void keepsAStateForEachSetOfRoots();
     void goesOnWhereItWasStopped();
     void goesOnWhereItWasKilled();
+    void goesOnAboveWhatHasALongPath();
     void goesOnInTheRightRoot();
     void countsFromItsFirstBeginning();
     void doesNotGoOnInAnotherDirectory();
@@ -495,6 +496,43 @@ void TestSweep::goesOnWhereItWasKilled()
     QCOMPARE(rest.files, QList<QByteArray>{"b"});
     // What was half written is not in the way of what comes behind.
     QCOMPARE(Sweep(*m_state, {m_root}, false, {}, soon()).resumedAt(), path("c"));
+}
+
+void TestSweep::goesOnAboveWhatHasALongPath()
+{
+    constexpr int levels = 3000;
+    QVERIFY(makeDeep(m_root, levels));
+    const QByteArray file = QByteArray("d/").repeated(levels - 1) + 'f';
+    make("z");
+    const auto sizeOfState = [this] {
+        qint64 size = 0;
+        const QDir settings(m_directory->filePath(QStringLiteral("settings")));
+        for (const QFileInfo& each : settings.entryInfoList({QStringLiteral("*.progress")}, QDir::Files)) {
+            size += each.size();
+        }
+        return size;
+    };
+    qint64 before = 0;
+    for (int i = 0; i < 2; ++i) {
+        Notes ended(m_root);
+        ended.killAt = file;
+        QVERIFY(!Sweep(*m_state, {m_root}, false, {}, soon()).run(ended));
+        QVERIFY(ended.files.isEmpty());
+        // 16 bytes for each directory.
+        QVERIFY2(sizeOfState() - before < levels * 16 + 4096 + 200, QByteArray::number(sizeOfState()));
+        before = sizeOfState();
+    }
+    Sweep sweep(*m_state, {m_root}, false, {}, soon());
+    QVERIFY(sweep.resumedAt().size() > 4000 && sweep.resumedAt().size() <= 4096);
+    QVERIFY(sweep.resumedAt().endsWith("/d"));
+    Notes third(m_root);
+    QVERIFY(sweep.run(third));
+    QCOMPARE(third.stumbledAt, QList<QByteArray>{file});
+    QCOMPARE(third.files, QList<QByteArray>{"z"});
+    Notes next(m_root);
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(next));
+    QCOMPARE(next.files, QList<QByteArray>{file});
+    QCOMPARE(QProcess::execute(QStringLiteral("rm"), {QStringLiteral("-rf"), QFile::decodeName(m_root)}), 0);
 }
 
 void TestSweep::goesOnInTheRightRoot()
