@@ -38,7 +38,7 @@ class Tool:
 
     def environment(self, **more):
         return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0", **more}
+                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0:quarantine_size_mb=8", **more}
 
     def run(self, *arguments, status=0, environment=None, timeout=TIMEOUT, wrapper=(), **options):
         """Runs it to its end, which has to be `status`, or any with None. `wrapper` is a command that starts it."""

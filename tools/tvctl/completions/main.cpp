@@ -5,10 +5,36 @@
 
 #include <QCoreApplication>
 
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
+
+namespace
+{
+int putTables(const char* templateFile, const char* outputFile)
+{
+    CLI::App tool("", "tvctl");
+    GlobalOptions options;
+    Action chosen;
+    declareCommandLine(tool, options, chosen);
+
+    std::ostringstream content;
+    content << std::ifstream(templateFile).rdbuf();
+    std::string script = content.str();
+    const std::string mark = "@TABLES@\n";
+    const auto place = script.find(mark);
+    if (place == std::string::npos) {
+        std::cerr << templateFile << ": no line " << mark;
+        return 2;
+    }
+    script.replace(place, mark.size(), completionTables(tool));
+    std::ofstream output(outputFile);
+    output << script;
+    return output.flush() ? 0 : 2;
+}
+} // namespace
 
 /// tvctl_completions TEMPLATE OUTPUT: puts the tables into the template of a completion script, in the place
 /// of the line "@TABLES@". For the build only.
@@ -19,22 +45,10 @@ int main(int argc, char* argv[])
         std::cerr << "usage: tvctl_completions TEMPLATE OUTPUT\n";
         return 2;
     }
-    CLI::App tool("", "tvctl");
-    GlobalOptions options;
-    Action chosen;
-    declareCommandLine(tool, options, chosen);
-
-    std::ostringstream content;
-    content << std::ifstream(argv[1]).rdbuf();
-    std::string script = content.str();
-    const std::string mark = "@TABLES@\n";
-    const auto place = script.find(mark);
-    if (place == std::string::npos) {
-        std::cerr << argv[1] << ": no line " << mark;
+    try {
+        return putTables(argv[1], argv[2]);
+    } catch (const std::exception& problem) {
+        std::cerr << argv[1] << ": " << problem.what() << '\n';
         return 2;
     }
-    script.replace(place, mark.size(), completionTables(tool));
-    std::ofstream output(argv[2]);
-    output << script;
-    return output.flush() ? 0 : 2;
 }

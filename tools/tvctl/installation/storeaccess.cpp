@@ -7,6 +7,8 @@
 #include "tvctl/console/toolerror.h"
 
 #include <QDateTime>
+#include <QElapsedTimer>
+#include <QThread>
 
 #include <cerrno>
 #include <cstring>
@@ -16,6 +18,10 @@
 
 namespace
 {
+/// A person waits for a store that others use; the library's reads are made for a service, which does not.
+constexpr qint64 patienceMs = 2000;
+constexpr unsigned long pauseMs = 20;
+
 QString lastMessage;
 
 void keepMessage(QtMsgType /*type*/, const QMessageLogContext& context, const QString& message)
@@ -47,6 +53,25 @@ void requireDirectory(const Installation& installation)
                 .arg(installation.settings(), qt_error_string(errno), StoreAccess::privilegeHint()));
     }
 }
+
+/// Whether `read` tells a number of records, which is negative when the store cannot be read.
+template <typename Read> bool canRead(const Read& read)
+{
+    if (read() >= 0) {
+        return true;
+    }
+    QElapsedTimer waiting;
+    waiting.start();
+    while (!waiting.hasExpired(patienceMs)) {
+        QThread::msleep(pauseMs);
+        if (read() >= 0) {
+            // All that was to be told is that it took more than one try.
+            lastMessage.clear();
+            return true;
+        }
+    }
+    return false;
+}
 } // namespace
 
 void StoreAccess::begin(const Installation& installation)
@@ -58,7 +83,7 @@ void StoreAccess::begin(const Installation& installation)
 void StoreAccess::requireSettings(const Installation& installation)
 {
     requireDirectory(installation);
-    if (IOCScanConfig().getHashCount(IOCScanConfig::MD5) < 0) {
+    if (!canRead([] { return IOCScanConfig().getHashCount(IOCScanConfig::MD5); })) {
         throw ToolError(notRead(QStringLiteral("the settings")));
     }
 }
@@ -75,7 +100,7 @@ void StoreAccess::confirmSettings(const Installation& installation)
 void StoreAccess::requireReports(const Installation& installation)
 {
     requireDirectory(installation);
-    if (VirusConfig().getVirusReportCount(QDateTime(), QDateTime()) < 0) {
+    if (!canRead([] { return VirusConfig().getVirusReportCount(QDateTime(), QDateTime()); })) {
         throw ToolError(notRead(QStringLiteral("the detection records")));
     }
 }
