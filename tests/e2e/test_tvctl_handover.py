@@ -8,7 +8,7 @@ import time
 import pytest
 
 from harness import EICAR_NAME, exists, quarantine_name, wait_until, write_once
-from tool import WITHOUT_PRIVILEGES
+from tool import KEPT_CHANGE_TIMES, WITHOUT_PRIVILEGES, Tool
 
 CLEAN = b"nothing in here"
 
@@ -21,6 +21,11 @@ CONFINED = ["/usr/bin/unshare", "--mount", "/bin/sh", "-ec",
             "--bounding-set=-all,+dac_override,+fowner,+setuid,+setgid,+kill", "--inh-caps=-all", "--no-new-privs"]
 
 COMMANDS = [["scan", "--clean"], ["sweep"]]
+
+
+@pytest.fixture
+def tvctl(tv):
+    return Tool(tv, KEPT_CHANGE_TIMES)
 
 
 @pytest.fixture

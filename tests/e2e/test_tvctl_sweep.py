@@ -13,7 +13,7 @@ import pytest
 
 from harness import EICAR, EICAR_NAME, TIMEOUT, Installation, exists, quarantine_name, wait_until, write_deep, write_once
 from storefailures import damage, inaccessible, locked, locked_for_writing
-from tool import WITHOUT_PRIVILEGES, Tool
+from tool import KEPT_CHANGE_TIMES, WITHOUT_PRIVILEGES, Tool
 
 CLEAN = b"nothing in here"
 
@@ -42,6 +42,11 @@ def swept(tv):
 
 def paths_of(document):
     return sorted(found["path"] for found in document["detections"])
+
+
+@pytest.fixture
+def tvctl(tv):
+    return Tool(tv, KEPT_CHANGE_TIMES)
 
 
 @pytest.fixture
@@ -214,7 +219,17 @@ def test_what_is_mounted_is_always_due(tv, tvctl, home, mounts):
     assert tvctl.json("sweep")["files"] == 4
     assert tvctl.json("sweep")["files"] == 3
     assert tvctl.json("sweep", home)["files"] == tvctl.json("sweep", home)["files"] == 1
+    for _ in range(2):
+        assert tvctl.json("sweep", home / "disk")["files"] == 1
     assert tvctl.json("sweep", "/home/plain")["files"] == 1 and tvctl.json("sweep", "/home/plain")["files"] == 0
+
+
+def test_what_lies_in_memory_is_always_due(tv, home):
+    write_tree(home, clean=["file"])
+    wait_until_old()
+    tv.start()
+    for _ in range(2):
+        assert Tool(tv).json("sweep")["files"] == 1
 
 
 def test_a_folder_of_many_names_is_scanned_once(tv, tvctl, mounts):

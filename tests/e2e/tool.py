@@ -5,8 +5,11 @@ import os
 import subprocess
 from dataclasses import dataclass
 
-from harness import TIMEOUT
+from harness import BASE, TIMEOUT
 
+
+# For `environment`: /home is in memory, and is to pass for a disk.
+KEPT_CHANGE_TIMES = {"LD_PRELOAD": str(BASE / "tools" / "libkeptchangetimes.so")}
 
 # Root without what it may do beyond others: for `wrapper`.
 WITHOUT_PRIVILEGES = ["/usr/bin/setpriv", "--bounding-set=-all", "--inh-caps=-all"]
@@ -30,15 +33,17 @@ class Result:
 class Tool:
     """`tvctl` of one installation."""
 
-    def __init__(self, installation):
+    def __init__(self, installation, environment=None):
         self.installation = installation
+        self._environment = environment or {}
 
     def command(self, *arguments, wrapper=()):
         return [*wrapper, self.installation.root / "bin" / "tvctl", *arguments]
 
     def environment(self, **more):
         return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0:quarantine_size_mb=8", **more}
+                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0:quarantine_size_mb=8",
+                **self._environment, **more}
 
     def run(self, *arguments, status=0, environment=None, timeout=TIMEOUT, wrapper=(), **options):
         """Runs it to its end, which has to be `status`, or any with None. `wrapper` is a command that starts it."""

@@ -62,7 +62,9 @@ TreeWalker::TreeWalker(const QByteArray& root, SkipRule isSkipped)
     const QList<QByteArray> names = namesOf(root);
     Level above;
     above.directory = openParent(root);
-    above.error = above.directory.isValid() ? 0 : errno;
+    struct stat status = {};
+    above.error = above.directory.isValid() && ::fstat(above.directory.get(), &status) == 0 ? 0 : errno;
+    above.device = status.st_dev;
     above.names = DirectoryNames(names.isEmpty() ? QByteArray(".") : names.last());
     m_levels.push_back(std::move(above));
 }
@@ -194,6 +196,7 @@ bool TreeWalker::enter(UniqueFd directory)
     level.device = m_status.st_dev;
     level.inode = m_status.st_ino;
     level.fileSystem = parent.fileSystem;
+    m_isRootMounted = isRoot() ? level.device != parent.device && isOfMedium(level.device) : m_isRootMounted;
     if (isRoot() || level.device != parent.device) {
         struct statfs about = {};
         if (::fstatfs(level.directory.get(), &about) != 0) {

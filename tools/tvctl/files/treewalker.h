@@ -111,13 +111,14 @@ public:
         return m_levels.back().fileSystem;
     }
 
-    /// The File lies on a file system that is mounted somewhere below the root.
-    bool isMountedBelow() const
+    /// The File or Directory lies on a file system that is mounted somewhere below the root, or at the root
+    /// itself and is not that of / or /home.
+    bool isMounted() const
     {
-        return m_levels.size() > 1 && m_status.st_dev != m_levels[1].device;
+        return m_levels.size() > 1 && (m_isRootMounted || m_status.st_dev != m_levels[1].device);
     }
 
-    /// The directory that the File lies in, held open until the next `next`.
+    /// The directory that the File lies in, or the Directory itself, held open until the next `next`.
     int directory() const
     {
         return m_levels.back().directory.get();
@@ -164,6 +165,7 @@ private:
     /// Those of / and /home.
     const std::array<std::optional<dev_t>, 2> m_ownDevices;
     std::vector<Level> m_levels;
+    bool m_isRootMounted = false;
     /// The directories on other devices that the walk has come to.
     std::set<std::pair<dev_t, ino_t>> m_entered;
     /// What leads to the place to resume behind, name by name.

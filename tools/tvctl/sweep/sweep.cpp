@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <unistd.h>
+
 namespace
 {
 constexpr qint64 keepEveryMs = 2000;
@@ -176,6 +178,9 @@ void Sweep::enter(TreeWalker& walker)
     m_way.push_back(path);
     const Place place = placeOfDirectory(path, walker.status());
     appendPlace(m_step.directories, place);
+    if (!sync(walker)) {
+        appendPlace(m_step.again, path);
+    }
     if (!m_new && m_last && (!m_last->directories.contains(place) || m_last->again.contains(path))) {
         m_new = walker.depth();
     }
@@ -183,6 +188,23 @@ void Sweep::enter(TreeWalker& walker)
         // Not the directory in which the sweep was interrupted: in this one nothing is done.
         walker.restartDirectory();
     }
+}
+
+/// Has the file system at whose Directory `walker` stands note the changes from now on. False when it cannot.
+///
+/// Who has a file mapped and has written to a page of it goes on writing without a new change time until
+/// the page is on the disk: behind the back of the scan, and no sweep would look there again.
+bool Sweep::sync(const TreeWalker& walker)
+{
+    const dev_t device = walker.status().st_dev;
+    if (!hasChangeTimes(walker) || m_synced.count(device) > 0) {
+        return true;
+    }
+    const bool isSynced = ::syncfs(walker.directory()) == 0;
+    if (isSynced) {
+        m_synced.insert(device);
+    }
+    return isSynced;
 }
 
 bool Sweep::scan(const TreeWalker& walker, Visitor& visitor)
@@ -213,11 +235,16 @@ bool Sweep::scan(const TreeWalker& walker, Visitor& visitor)
     return true;
 }
 
+/// Those of what `walker` stands at can be relied on.
+bool Sweep::hasChangeTimes(const TreeWalker& walker)
+{
+    return FileSystems::keepsChangeTimes(walker.fileSystem()) && !walker.isMounted() &&
+           !isBelow(walker.path(), media);
+}
+
 bool Sweep::isDue(const TreeWalker& walker) const
 {
-    return !m_since || m_new || changeTimeMs(walker.status()) >= *m_since ||
-           !FileSystems::keepsChangeTimes(walker.fileSystem()) || walker.isMountedBelow() ||
-           isBelow(walker.path(), media) ||
+    return !m_since || m_new || changeTimeMs(walker.status()) >= *m_since || !hasChangeTimes(walker) ||
            (!m_last->again.isEmpty() && m_last->again.contains(pathOf(walker)));
 }
 

@@ -12,15 +12,18 @@
 #include <QVector>
 
 #include <optional>
+#include <set>
 #include <vector>
 
 /// Finds the files that may have changed since the last finished sweep of the same roots.
 ///
-/// That is by their change time, which nobody can set but by the clock, and everything below a directory that
-/// was not at its place then: files keep their change times when a directory above them is moved. Where
-/// change times cannot be relied on, all files count as changed: on file systems that have none, and below
-/// /media and wherever else something is mounted below a root, since a medium may come with any times that
-/// somebody wrote on it elsewhere. Of an unchanged file nothing but its status is looked at.
+/// That is by their change time, which others can only set by the clock or on the disk itself, and everything
+/// below a directory that was not at its place then: files keep their change times when a directory above
+/// them is moved. Each file system is synced before, since a page of a mapped file that waits to be written
+/// takes more without a new change time. Where change times cannot be relied on, all files count as changed:
+/// on file systems that have none, or not for what is written by a mapping, and below /media and wherever
+/// else something is mounted at a root or below, since a medium may come with any times that somebody wrote
+/// on it elsewhere. Of an unchanged file nothing but its status is looked at.
 ///
 /// A sweep that ends early goes on in the next one. It counts from its first beginning, so that whatever
 /// changed behind its back is due in the sweep after it. A file at which two sweeps in a row end is passed
@@ -93,6 +96,8 @@ private:
     bool visit(TreeWalker& walker, Visitor& visitor);
     void enter(TreeWalker& walker);
     bool scan(const TreeWalker& walker, Visitor& visitor);
+    bool sync(const TreeWalker& walker);
+    static bool hasChangeTimes(const TreeWalker& walker);
     bool isDue(const TreeWalker& walker) const;
     Place pathOf(const TreeWalker& walker) const;
     void keepProgress(const TreeWalker& walker, bool isDone, Visitor& visitor);
@@ -123,6 +128,8 @@ private:
     SweepJournal::Step m_step;
     SweepJournal::Step m_done;
     StumblingBlock m_stumblingBlock;
+    /// The file systems that have been.
+    std::set<dev_t> m_synced;
     /// The paths of the directories on the way down, from the root.
     std::vector<Place> m_way;
     /// Below the directory of this depth everything is due.

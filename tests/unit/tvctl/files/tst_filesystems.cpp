@@ -35,8 +35,9 @@ void TestFileSystems::knowsWhoKeepsChangeTimes_data()
     QTest::newRow("ext4") << qint64(EXT4_SUPER_MAGIC) << true;
     QTest::newRow("xfs") << qint64(XFS_SUPER_MAGIC) << true;
     QTest::newRow("btrfs") << qint64(BTRFS_SUPER_MAGIC) << true;
-    QTest::newRow("tmpfs") << qint64(TMPFS_MAGIC) << true;
-    QTest::newRow("overlay") << qint64(OVERLAYFS_SUPER_MAGIC) << true;
+    QTest::newRow("tmpfs") << qint64(TMPFS_MAGIC) << false;
+    QTest::newRow("ramfs") << qint64(RAMFS_MAGIC) << false;
+    QTest::newRow("overlay") << qint64(OVERLAYFS_SUPER_MAGIC) << false;
     QTest::newRow("FAT") << qint64(MSDOS_SUPER_MAGIC) << false;
     QTest::newRow("exFAT") << qint64(EXFAT_SUPER_MAGIC) << false;
     QTest::newRow("FUSE") << qint64(FUSE_SUPER_MAGIC) << false;

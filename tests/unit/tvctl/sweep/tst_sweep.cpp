@@ -6,19 +6,24 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
+#include <unistd.h>
 
 namespace
 {
-/// The kind that all file systems are said to be; 0 for the truth.
-long pretendedFileSystem = 0;
+/// The kind that all file systems are said to be, 0 for the truth: the tests may run in memory.
+long pretendedFileSystem = EXT4_SUPER_MAGIC;
+bool failsToSync = false;
+int syncs = 0;
 /// What lies in directories of this name is said to be on another device; nothing when empty.
 QByteArray pretendedMount;
 
@@ -62,6 +67,18 @@ extern "C" int fstatfs(int descriptor, struct statfs* about) noexcept
     return result;
 }
 
+extern "C" int syncfs(int descriptor) noexcept
+{
+    using Function = int (*)(int);
+    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "syncfs"));
+    ++syncs;
+    if (failsToSync) {
+        errno = EIO;
+        return -1;
+    }
+    return real(descriptor);
+}
+
 using Verdict = Sweep::Visitor::Verdict;
 
 class TestSweep : public QObject
@@ -76,6 +93,8 @@ private Q_SLOTS:
     void scansWhatIsBelowANewDirectory();
     void scansWhatIsBelowAnotherDirectoryInItsPlace();
     void scansAllWhereChangeTimesMeanNothing();
+    void scansWhatIsWrittenByAMapping();
+    void scansAllThatCouldNotBeSynced();
     void scansAgainWhatWasNotDone();
     void scansBelowADirectoryThatWasNotReadToItsEnd();
     void scansWhatWasSkippedBefore();
@@ -94,6 +113,7 @@ private Q_SLOTS:
     void passesByWhatTwoSweepsEndAt();
     void blamesNoFileForAnInterruption();
     void scansAllThatIsMountedBelow();
+    void scansAllThatIsMountedAtTheRoot();
     void costsTheSameAtAnyDepth();
     void tellsWhenNothingCanBeKept();
 
@@ -322,10 +342,53 @@ void TestSweep::scansAllWhereChangeTimesMeanNothing()
         pretendedFileSystem = MSDOS_SUPER_MAGIC;
         Notes notes(m_root);
         const bool isFinished = Sweep(*m_state, {m_root}, false, {}, soon()).run(notes);
-        pretendedFileSystem = 0;
+        pretendedFileSystem = EXT4_SUPER_MAGIC;
         QVERIFY(isFinished);
         QCOMPARE(notes.files, QList<QByteArray>{"a/f"});
     }
+}
+
+void TestSweep::scansWhatIsWrittenByAMapping()
+{
+    make("f");
+    pretendedFileSystem = 0;
+    const UniqueFd file(::open(path("f").constData(), O_RDWR | O_CLOEXEC));
+    void* const mapping = ::mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
+    QVERIFY(mapping != MAP_FAILED);
+    auto* const content = static_cast<volatile char*>(mapping);
+    *content = '1';
+    const SweepTime first = soon();
+    Notes before(m_root);
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, first).run(before));
+    waitBehind(first);
+    *content = '2';
+    Notes after(m_root);
+    const bool isFinished = Sweep(*m_state, {m_root}, false, {}, soon()).run(after);
+    pretendedFileSystem = EXT4_SUPER_MAGIC;
+    ::munmap(mapping, 1);
+    QVERIFY(isFinished);
+    QCOMPARE(after.files, QList<QByteArray>{"f"});
+}
+
+void TestSweep::scansAllThatCouldNotBeSynced()
+{
+    make("a/f");
+    make("f");
+    syncs = 0;
+    failsToSync = true;
+    Notes first(m_root);
+    const bool isFinished = Sweep(*m_state, {m_root}, false, {}, soon()).run(first);
+    failsToSync = false;
+    QVERIFY(isFinished && syncs > 0);
+    Notes again(m_root);
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(again));
+    QCOMPARE(again.files.size(), 2);
+    // Once for each file system.
+    syncs = 0;
+    Notes none(m_root);
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(none));
+    QVERIFY(none.files.isEmpty());
+    QCOMPARE(syncs, 1);
 }
 
 void TestSweep::scansAgainWhatWasNotDone()
@@ -708,6 +771,18 @@ void TestSweep::scansAllThatIsMountedBelow()
                 QCOMPARE(notes.files, isMounted ? QList<QByteArray>{"sub/f"} : QList<QByteArray>());
             }
         }
+    }
+    pretendedMount.clear();
+}
+
+void TestSweep::scansAllThatIsMountedAtTheRoot()
+{
+    make("sub/f");
+    pretendedMount = "sub";
+    for (int i = 0; i < 2; ++i) {
+        Notes notes(m_root);
+        QVERIFY(Sweep(*m_state, {path("sub")}, false, {}, soon()).run(notes));
+        QCOMPARE(notes.files, QList<QByteArray>{"sub/f"});
     }
     pretendedMount.clear();
 }
