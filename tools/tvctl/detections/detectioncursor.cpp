@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -40,8 +41,12 @@ DetectionCursor::DetectionCursor(const QString& path) : m_path(path)
 
 void DetectionCursor::moveTo(const DetectionId& id)
 {
-    const QByteArray bytes = id.text().toLatin1().leftJustified(size - 1) + '\n';
-    if (::pwrite(m_file.get(), bytes.constData(), size, 0) != size) {
+    const QByteArray text = id.text().toLatin1();
+    std::array<char, size> content{};
+    content.fill(' ');
+    std::copy_n(text.begin(), std::min(text.size(), size - 1), content.begin());
+    content.back() = '\n';
+    if (::pwrite(m_file.get(), content.data(), content.size(), 0) != size) {
         fail(errno);
     }
     m_last = id;
