@@ -4,6 +4,7 @@ import collections
 import os
 import statistics
 import sys
+import threading
 
 import pytest
 
@@ -89,6 +90,21 @@ def impostor():
     yield make
     for each in impostors:
         each.close()
+
+
+@pytest.fixture
+def fake_service(tv, impostor):
+    """Answers on the port in the place of the service, for which there are settings, whoever registers."""
+    tv.configure()
+    return lambda *replies, **options: impostor("REGISTERED!", *replies, **options)
+
+
+@pytest.fixture
+def never():
+    """A reply that does not come before the end of the test."""
+    end = threading.Event()
+    yield lambda request: end.wait(harness.TIMEOUT) and None
+    end.set()
 
 
 @pytest.fixture(scope="session")

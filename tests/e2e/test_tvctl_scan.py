@@ -4,14 +4,8 @@ import base64
 import fcntl
 import json
 import os
-import pty
 import re
 import signal
-import socket
-import struct
-import subprocess
-import termios
-import threading
 import time
 
 import pytest
@@ -290,21 +284,6 @@ def test_usage(tvctl, command):
     assert "Nobody looks whether a file is infected" in tvctl.run("clean", "--help").output
 
 
-@pytest.fixture
-def fake_service(tv, impostor):
-    """Answers on the port in the place of the service, for which there are settings, whoever registers."""
-    tv.configure()
-    return lambda *replies, **options: impostor("REGISTERED!", *replies, **options)
-
-
-@pytest.fixture
-def never():
-    """A reply that does not come before the end of the test."""
-    end = threading.Event()
-    yield lambda request: end.wait(TIMEOUT) and None
-    end.set()
-
-
 @pytest.mark.parametrize("is_json", [False, True])
 def test_a_service_that_goes_away(tvctl, tree, fake_service, is_json):
     service = fake_service("INFECTED X", "CLEAN", None)
@@ -358,21 +337,10 @@ def test_an_interruption_in_json(tvctl, tree, fake_service, never):
 
 def test_progress_on_a_terminal(tv, tvctl, tree):
     tv.start()
-    master, slave = pty.openpty()
-    process = subprocess.Popen(tvctl.command("scan", tree), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                               stderr=slave, env=tvctl.environment(TERM="xterm"))
-    os.close(slave)
-    output = process.communicate()[0]
-    shown = b""
-    try:
-        while True:
-            shown += os.read(master, 4096)
-    except OSError:
-        pass
-    os.close(master)
-    assert process.returncode == 1
-    assert b"0 files" in shown and b"tree" in shown and shown.endswith(b"\r\033[K")
-    assert output.count(EICAR_NAME.encode()) == 3 and b"\033" not in output
+    result = tvctl.on_terminal("scan", tree)
+    assert result.status == 1
+    assert "0 files" in result.errors and "tree" in result.errors and result.errors.endswith("\r\033[K")
+    assert result.output.count(EICAR_NAME) == 3 and "\033" not in result.output
 
 
 # ------------------------------------------------------------------------------------------------------ clean
@@ -468,23 +436,12 @@ def test_a_slow_file_has_a_time_and_no_rate(tvctl, tree, fake_service):
 
 @pytest.mark.parametrize("options", [[], ["--no-color"]])
 def test_a_bar_on_a_terminal(tvctl, tree, fake_service, options):
-    shown = bytearray()
     # As soon as it is known how much there is, it is drawn at the next file.
     fake_service("CLEAN", lambda request: wait_until(lambda: time.monotonic() > begun + 1, "the count") and "CLEAN")
     begun = time.monotonic()
-    master, slave = pty.openpty()
-    fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 100, 0, 0))
-    process = subprocess.Popen(tvctl.command(*options, "scan", tree), stdin=subprocess.DEVNULL,
-                               stdout=subprocess.DEVNULL, stderr=slave, env=tvctl.environment(TERM="xterm"))
-    os.close(slave)
-    try:
-        while data := os.read(master, 4096):
-            shown += data
-    except OSError:
-        pass
-    os.close(master)
-    assert process.wait() == 0
-    text = shown.decode()
+    result = tvctl.on_terminal(*options, "scan", tree)
+    assert result.status == 0
+    text = result.errors
     colour = re.search(r"\[\x1b\[32m#+\.+\x1b\[0m\]  ?\d\d%", text)
     plain = re.search(r"\[#+\.+\]  ?\d\d%", text)
     assert bool(plain) == bool(options) and bool(colour) != bool(options), text

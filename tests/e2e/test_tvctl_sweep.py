@@ -362,19 +362,6 @@ def test_roots_that_are_none(tv, tvctl, home, name, says):
 # ------------------------------------------------------------------------------------------------ interrupted
 
 
-@pytest.fixture
-def fake_service(tv, impostor):
-    tv.configure()
-    return lambda *replies, **options: impostor("REGISTERED!", *replies, **options)
-
-
-@pytest.fixture
-def never():
-    end = threading.Event()
-    yield lambda request: end.wait(TIMEOUT) and None
-    end.set()
-
-
 NAMES = [f"{number:03}" for number in range(200)]
 
 

@@ -1,8 +1,13 @@
 """The command line tool as its users run it."""
 
+import fcntl
 import json
 import os
+import pty
+import struct
 import subprocess
+import tempfile
+import termios
 from dataclasses import dataclass
 
 from harness import BASE, TIMEOUT
@@ -67,6 +72,25 @@ class Tool:
         assert result.errors.startswith("tvctl: ") and result.errors.count("\n") == 1, result
         result = self.run("--json", *arguments, status=2, **options)
         assert list(result.document()) == ["error"] and says in result.document()["error"], result
+
+    def on_terminal(self, *arguments, columns=100):
+        """Runs it with a terminal as standard error; the third of the result is what it wrote there, with escapes."""
+        master, slave = pty.openpty()
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        with tempfile.TemporaryFile() as output:
+            process = subprocess.Popen(self.command(*arguments), stdin=subprocess.DEVNULL, stdout=output, stderr=slave,
+                                       env=self.environment(TERM="xterm"))
+            os.close(slave)
+            shown = b""
+            try:
+                while data := os.read(master, 4096):
+                    shown += data
+            except OSError:
+                pass  # Nobody has the other end any more.
+            os.close(master)
+            status = process.wait()
+            output.seek(0)
+            return Result(status, os.fsdecode(output.read()), os.fsdecode(shown))
 
     def start(self, *arguments, **options):
         """Starts it and returns the process."""
