@@ -280,7 +280,7 @@ def test_a_relative_candidate(tv, tvctl, home, settings):
     (("restore", NEVER, "--to"), "see tvctl quarantine restore --help"),
     (("delete",), "name copies to delete, or say --older-than TIME"),
     (("delete", NEVER, "--older-than", "1d"), "see tvctl quarantine delete --help"),
-    (("delete", "--older-than", ""), "--older-than takes no empty text; give a span like"),
+    (("delete", "--older-than", ""), "--older-than: takes no empty text; see tvctl quarantine"),
     (("delete", "--older-than", "soon"), '--older-than takes no "soon"; give a span like'),
     (("delete", "--older-than", b"\xff"), "--older-than takes no"),
 ])
@@ -355,7 +355,7 @@ def test_nothing_is_overwritten(tv, tvctl, home, settings, kind):
     ("/home/u/locked/file", "cannot write /home/u/locked/file: Read-only file system; name another path with --to"),
     ("/home/u/" + "x" * 256, "File name too long; name another path with --to"),
     ("/", "/ is no full path of a file"),
-    ("", "--to takes no empty path"),
+    ("", "--to: takes no empty text"),
 ])
 def test_a_target_that_cannot_be(tv, tvctl, home, mounts, settings, target, says):
     name = put(tv, home / "file")

@@ -1,5 +1,6 @@
 """`tvctl` commands that are one request to the service, and what all commands have in common."""
 
+import os
 import subprocess
 
 import pytest
@@ -93,6 +94,62 @@ def test_a_service_that_hangs_is_told(tv, tvctl):
 ])
 def test_usage_errors(tvctl, arguments, says):
     tvctl.fails(*arguments, says=says)
+
+
+NAMING_PATHS = [("scan",), ("scan", "--clean"), ("sweep",), ("clean",), ("ioc", "scan"), ("ioc", "test"),
+                ("ioc", "import"), ("exclude", "add"), ("exclude", "remove")]
+
+
+@pytest.mark.parametrize("command", NAMING_PATHS)
+def test_an_empty_path_is_not_the_root_directory(tv, tvctl, home, command):
+    """A script whose variable is not set must not have the whole machine cleaned."""
+    tv.configure()
+    for arguments in (("",), (home, "")):
+        tvctl.fails(*command, *arguments, says="a path is empty; name files or folders")
+    assert tvctl.json("exclude", "list")["paths"] == []
+
+
+@pytest.mark.parametrize("command", [*NAMING_PATHS, ("detections", "list", "--path"), ("detections", "report", "-o"),
+                                     ("status", "--root")])
+def test_a_relative_path_in_a_directory_that_is_gone(tv, tvctl, files, command):
+    tv.configure()
+    tv.add_reports([])
+    gone = files / "gone"
+    gone.mkdir()
+    inside = os.open(gone, os.O_PATH)
+    gone.rmdir()
+    tvctl.fails(*command, "x", says='cannot tell where "x" is: the working directory is gone',
+                preexec_fn=lambda: os.fchdir(inside))
+    os.close(inside)
+
+
+@pytest.mark.parametrize("command, option", [
+    (("status",), "--root"),
+    (("exclude", "list"), "--list"),
+    (("detections", "list"), "--since"),
+    (("detections", "list"), "--virus"),
+    (("detections", "list"), "--path"),
+    (("detections", "follow"), "--since"),
+    (("detections", "follow"), "--after-id"),
+    (("detections", "follow"), "--cursor"),
+    (("detections", "export", "--format", "csv"), "--since"),
+    (("detections", "export", "--format", "csv"), "--until"),
+    (("detections", "export", "--format", "csv"), "--output"),
+    (("detections", "report", "-o", "/tmp/page"), "--since"),
+    (("detections", "report"), "--output"),
+    (("detections", "prune"), "--older-than"),
+    (("quarantine", "delete"), "--older-than"),
+    (("quarantine", "list"), "--path"),
+    (("quarantine", "restore", "x"), "--to"),
+    (("ioc", "list"), "--type"),
+    (("ioc", "import", "/dev/null"), "--format"),
+    (("selftest",), "--directory"),
+])
+def test_an_empty_value_is_not_taken_for_none(tv, tvctl, command, option):
+    """An exporter whose variable is not set must not begin at another place."""
+    tv.configure()
+    tv.add_reports([])
+    tvctl.fails(*command, option, "", says=f"{option}: takes no empty text; see tvctl {command[0]}", timeout=5)
 
 
 def test_help_and_version(tvctl):

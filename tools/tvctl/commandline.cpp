@@ -33,12 +33,12 @@
 
 namespace
 {
-void addGlobalOptions(CLI::App& tool, GlobalOptions& options)
+void addGlobalOptions(CLI::App& tool, const Command& command, GlobalOptions& options)
 {
-    tool.add_option("--root", options.root, "The root of the installation, when it is not the own one")
-        ->type_name("DIR");
-    tool.add_flag("--json", options.isJson, "One JSON document on standard output");
-    tool.add_flag("--no-color,--no-colour", options.isPlain, "No colours");
+    command.addOption("--root", options.root, "The root of the installation, when it is not the own one")
+        .named("DIR");
+    command.addFlag("--json", options.isJson, "One JSON document on standard output");
+    command.addFlag("--no-color,--no-colour", options.isPlain, "No colours");
     // So that they may stand behind the command as well.
     tool.fallthrough();
     tool.set_version_flag("--version", "tvctl " + Common::getBuildVersion().toStdString());
@@ -127,9 +127,10 @@ ExitCode parseAndRun(int argc, char* argv[], Output& output)
 
 void declareCommandLine(CLI::App& tool, GlobalOptions& options, Action& chosen)
 {
-    addGlobalOptions(tool, options);
+    const Command command(tool, chosen);
+    addGlobalOptions(tool, command, options);
     tool.require_subcommand(1);
-    addCommands(Command(tool, chosen));
+    addCommands(command);
 }
 
 ExitCode runCommandLine(int argc, char* argv[])

@@ -63,7 +63,7 @@ Result cleanOne(FileCleaner& cleaner, const QString& path, bool isHandedOver)
     return cleaner.clean(walker, isHandedOver ? std::make_optional(walker.status()) : std::nullopt);
 }
 
-ExitCode clean(Session& session, const std::vector<std::string>& arguments)
+ExitCode clean(Session& session, const QStringList& paths)
 {
     Output& output = session.output();
     requireDroppedCapabilities();
@@ -72,7 +72,7 @@ ExitCode clean(Session& session, const std::vector<std::string>& arguments)
     FileCleaner cleaner(connection, session.installation(), isReportOnly(session));
     QJsonArray results;
     bool isAllRemoved = true;
-    for (const QString& path : pathsOf(arguments)) {
+    for (const QString& path : paths) {
         Result result = cleanOne(cleaner, path, isHandedOver);
         const bool isServed = result.kind != Result::Kind::NoService;
         if (!isServed) {
@@ -111,5 +111,5 @@ void addCleanCommand(const Command& tool)
         "more than reports. Folders and symbolic links are refused.");
     auto paths = std::make_shared<std::vector<std::string>>();
     command.addOption("PATH", *paths, "Files to remove").required();
-    command.setAction([paths](Session& session) { return clean(session, *paths); });
+    command.setAction([paths](Session& session) { return clean(session, pathsOf(*paths)); });
 }

@@ -67,7 +67,9 @@ ExitCode list(Session& session, const Options& options)
     const QDateTime since = timeOf(options.since, "--since");
     DetectionFilter filter;
     filter.setVirus(FileName::toText(QByteArray::fromStdString(options.virus)));
-    filter.setPath(pathOf(options.path));
+    if (!options.path.empty()) {
+        filter.setPath(pathOf(options.path));
+    }
     session.requireReports();
 
     const DetectionReader reader(session.installation(), since);

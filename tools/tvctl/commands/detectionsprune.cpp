@@ -17,10 +17,6 @@ namespace
 {
 ExitCode prune(Session& session, const std::string& olderThan)
 {
-    if (olderThan.empty()) {
-        throw ToolError(
-            QStringLiteral("--older-than takes no empty text; give %1").arg(TimeText::accepted()));
-    }
     const QDateTime before = timeOf(olderThan, "--older-than");
     session.requireReports();
     const qint64 removed = VirusConfig().removeVirusReports(before);

@@ -106,25 +106,16 @@ void store(const Arguments& arguments, const std::function<void(QSet<QString>&)>
     }
 }
 
-void refuseEmptyPaths(const Arguments& arguments)
-{
-    if (std::find(arguments.paths.begin(), arguments.paths.end(), std::string()) != arguments.paths.end()) {
-        throw ToolError(QStringLiteral("a path is empty; name files or directories"));
-    }
-}
-
 ExitCode add(Session& session, const Arguments& arguments)
 {
-    refuseEmptyPaths(arguments);
+    QStringList paths = pathsOf(arguments.paths);
     session.requireSettings();
     Output& output = session.output();
     explain(output, listOf(arguments));
-    QStringList paths;
-    for (const std::string& argument : arguments.paths) {
-        const QString path = pathOf(argument);
-        paths += path;
-        const QStringList warnings =
-            exclusionWarnings(listOf(arguments), argument, path, WatchNeed::watchedRoots());
+    for (int i = 0; i < paths.size(); ++i) {
+        const QString& path = paths.at(i);
+        const QStringList warnings = exclusionWarnings(
+            listOf(arguments), arguments.paths.at(static_cast<size_t>(i)), path, WatchNeed::watchedRoots());
         for (const QString& warning : warnings) {
             output.warning(path + QStringLiteral(": ") + warning);
         }
@@ -153,17 +144,18 @@ ExitCode add(Session& session, const Arguments& arguments)
 
 ExitCode remove(Session& session, const Arguments& arguments)
 {
-    refuseEmptyPaths(arguments);
+    const QStringList paths = pathsOf(arguments.paths);
     session.requireSettings();
     QStringList removed;
     QStringList missing;
-    store(arguments, [&arguments, &removed, &missing](QSet<QString>& stored) {
+    store(arguments, [&arguments, &paths, &removed, &missing](QSet<QString>& stored) {
         removed.clear();
         missing.clear();
-        for (const std::string& argument : arguments.paths) {
+        for (int i = 0; i < paths.size(); ++i) {
             // As it is given first: others may have stored what `add` would not.
-            const QString verbatim = FileName::toText(QByteArray::fromStdString(argument));
-            const QString path = pathOf(argument);
+            const QString verbatim =
+                FileName::toText(QByteArray::fromStdString(arguments.paths.at(static_cast<size_t>(i))));
+            const QString& path = paths.at(i);
             if (stored.remove(verbatim)) {
                 removed += verbatim;
             } else if (stored.remove(path)) {

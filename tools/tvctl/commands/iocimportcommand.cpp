@@ -38,6 +38,21 @@ struct ImportOptions
 constexpr int pieceSize = 200000;
 constexpr int shownRejections = 20;
 
+QString standardInputName()
+{
+    return QStringLiteral("-");
+}
+
+/// Whole paths, or the name of standard input.
+QStringList pathsToRead(const ImportOptions& options)
+{
+    QStringList paths;
+    for (const std::string& file : options.files) {
+        paths += standardInputName() == QLatin1String(file.c_str()) ? standardInputName() : pathOf(file);
+    }
+    return paths;
+}
+
 HashListOptions listOptions(const ImportOptions& options)
 {
     HashListOptions result;
@@ -71,6 +86,7 @@ public:
         : m_session(session),
           m_output(session.output()),
           m_options(options),
+          m_paths(pathsToRead(options)),
           m_target(m_output, options.isDryRun),
           m_collector([this](auto type, const QStringList& hashes) { return m_target.take(type, hashes); },
                       pieceSize),
@@ -82,11 +98,11 @@ public:
     {
         m_session.requireSettings();
         m_target.begin();
-        for (const std::string& argument : m_options.files) {
+        for (const QString& path : m_paths) {
             if (isStopped()) {
                 break;
             }
-            importList(argument);
+            importList(path);
         }
         if (!m_interruption.isRequested()) {
             m_collector.finish();
@@ -101,14 +117,13 @@ private:
         return m_collector.hasFailed() || m_interruption.isRequested();
     }
 
-    void importList(const std::string& argument)
+    void importList(const QString& path)
     {
-        if (argument == "-") {
+        if (path == standardInputName()) {
             StandardInput input(m_interruption.descriptor());
             read(input, QStringLiteral("standard input"));
             return;
         }
-        const QString path = pathOf(argument);
         const CheckedFile checked(FileName::toBytes(path));
         const int lookError = errno;
         if (checked.kind() != CheckedFile::Kind::Regular) {
@@ -261,6 +276,7 @@ private:
     Session& m_session;
     Output& m_output;
     const ImportOptions& m_options;
+    const QStringList m_paths;
     const Interruption m_interruption;
     ImportTarget m_target;
     HashCollector m_collector;
@@ -283,9 +299,11 @@ std::vector<std::string> formatNames()
 void addIocImportCommand(const Command& ioc)
 {
     const Command command = ioc.addCommand("import", "Add the hashes in files to the lists");
-    command.setFooter(
-        "Lines that hold no hash are passed over, or named with the reason when they look like one. Of "
-        "each file that\ncannot be read to its end, what stands before the damage is added.");
+    command.setFooter("What looks like a hash and is none is named with the reason, and so is each line of a "
+                      "plain list that "
+                      "holds\nno hash, apart from empty ones and comments. Of each file that cannot be read "
+                      "to its end, what "
+                      "stands before\nthe damage is added.");
     auto options = std::make_shared<ImportOptions>();
     command.addOption("FILE", options->files, "Lists of hashes; - for standard input").required();
     command

@@ -23,8 +23,6 @@
 
 namespace
 {
-using Paths = std::vector<std::string>;
-
 /// To allow a file is 0, to rename it 1, and to delete it 2.
 constexpr int lastKnownAction = 2;
 
@@ -43,10 +41,10 @@ void reportObstacle(const TreeWalker& walker, const QByteArray& root, ListedRepo
     }
 }
 
-void visitFiles(const Paths& paths, const Interruption& interruption, ListedReport& report,
+void visitFiles(const QStringList& paths, const Interruption& interruption, ListedReport& report,
                 const FileAction& visit)
 {
-    for (const QString& rootPath : pathsOf(paths)) {
+    for (const QString& rootPath : paths) {
         const QByteArray root = FileName::toBytes(rootPath);
         TreeWalker walker(root);
         while (walker.next()) {
@@ -138,7 +136,7 @@ bool askAbout(ServiceConnection& service, const QString& path, ListedReport& rep
     return true;
 }
 
-ExitCode scanByService(Session& session, const Paths& paths)
+ExitCode scanByService(Session& session, const QStringList& paths)
 {
     requireAnswers(session);
     ServiceConnection& service = session.service();
@@ -183,7 +181,7 @@ private:
     std::array<QSet<QString>, 3> m_lists;
 };
 
-ExitCode testHere(Session& session, const Paths& paths)
+ExitCode testHere(Session& session, const QStringList& paths)
 {
     session.requireSettings();
     const LoadedLists lists;
@@ -210,12 +208,12 @@ ExitCode testHere(Session& session, const Paths& paths)
 }
 
 void addCommand(const Command& ioc, const char* name, const char* description,
-                ExitCode (*run)(Session&, const Paths&))
+                ExitCode (*run)(Session&, const QStringList&))
 {
     const Command command = ioc.addCommand(name, description);
-    auto paths = std::make_shared<Paths>();
+    auto paths = std::make_shared<std::vector<std::string>>();
     command.addOption("PATH", *paths, "Files, and folders with all that is in them").required();
-    command.setAction([paths, run](Session& session) { return run(session, *paths); });
+    command.setAction([paths, run](Session& session) { return run(session, pathsOf(*paths)); });
 }
 } // namespace
 

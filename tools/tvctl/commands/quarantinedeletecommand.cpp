@@ -93,15 +93,12 @@ ExitCode remove(Session& session, const Quarantine& quarantine, const Selection&
     return failed.isEmpty() ? ExitCode::Good : ExitCode::Error;
 }
 
-ExitCode run(Session& session, const Arguments& arguments, bool isByAge)
+ExitCode run(Session& session, const Arguments& arguments)
 {
+    const bool isByAge = !arguments.olderThan.empty();
     if (!isByAge && arguments.names.empty()) {
         throw ToolError(QStringLiteral("name copies to delete, or say --older-than TIME; see tvctl "
                                        "quarantine list"));
-    }
-    if (isByAge && arguments.olderThan.empty()) {
-        throw ToolError(
-            QStringLiteral("--older-than takes no empty text; give %1").arg(TimeText::accepted()));
     }
     const QDateTime before = timeOf(arguments.olderThan, "--older-than");
     const Quarantine quarantine = QuarantineAccess::open(session);
@@ -117,12 +114,8 @@ void addQuarantineDelete(const Command& quarantine)
     auto arguments = std::make_shared<Arguments>();
     const CommandOption names =
         command.addOption("NAME", arguments->names, "Copies, as tvctl quarantine list names them");
-    const CommandOption olderThan =
-        command
-            .addOption("--older-than", arguments->olderThan, "All that were made before: 90d, 2026-11-21 ...")
-            .notWith(names)
-            .named("TIME");
-    // An empty value must not be taken for none.
-    command.setAction(
-        [arguments, olderThan](Session& session) { return run(session, *arguments, olderThan.isGiven()); });
+    command.addOption("--older-than", arguments->olderThan, "All that were made before: 90d, 2026-11-21 ...")
+        .notWith(names)
+        .named("TIME");
+    command.setAction([arguments](Session& session) { return run(session, *arguments); });
 }

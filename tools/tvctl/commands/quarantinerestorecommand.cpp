@@ -56,9 +56,6 @@ QString targetOf(Session& session, const QuarantineEntry& entry, const Arguments
     if (!arguments.target) {
         return originOf(session, entry, arguments.candidates);
     }
-    if (arguments.target->empty()) {
-        throw ToolError(QStringLiteral("--to takes no empty path; say where to put the file"));
-    }
     return pathOf(*arguments.target);
 }
 

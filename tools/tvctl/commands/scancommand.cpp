@@ -47,18 +47,15 @@ KnownSettings readSettings(Session& session)
 class ScanRun
 {
 public:
-    ScanRun(Session& session, const ScanOptions& options)
+    ScanRun(Session& session, const QVector<QByteArray>& roots, bool isCleaning)
         : m_connection(session.service()),
           m_settings(readSettings(session)),
           m_report(session.output()),
-          m_visit(m_connection, m_settings.exclusions ? &*m_settings.exclusions : nullptr, m_report)
+          m_visit(m_connection, m_settings.exclusions ? &*m_settings.exclusions : nullptr, m_report),
+          m_roots(roots)
     {
-        if (options.isCleaning) {
+        if (isCleaning) {
             m_visit.setCleaner(FileCleaner(m_connection, session.installation(), m_settings.isReportOnly));
-        }
-        const QStringList paths = pathsOf(options.paths);
-        for (const QString& path : paths) {
-            m_roots += FileName::toBytes(path);
         }
         if (session.output().showsProgress()) {
             m_counter = std::make_unique<FileCounter>(m_roots, skipRule());
@@ -67,7 +64,7 @@ public:
 
     ExitCode run()
     {
-        for (const QByteArray& root : qAsConst(m_roots)) {
+        for (const QByteArray& root : m_roots) {
             if (!scanBelow(root)) {
                 break;
             }
@@ -109,7 +106,7 @@ private:
     const KnownSettings m_settings;
     ScanReport m_report;
     FileVisit m_visit;
-    QVector<QByteArray> m_roots;
+    const QVector<QByteArray> m_roots;
     std::unique_ptr<FileCounter> m_counter;
 };
 } // namespace
@@ -128,6 +125,6 @@ void addScanCommand(const Command& tool)
                     "Have infected files put into quarantine and removed, if the settings allow it");
     command.setAction([options](Session& session) {
         requireDroppedCapabilities();
-        return ScanRun(session, *options).run();
+        return ScanRun(session, bytePathsOf(options->paths), options->isCleaning).run();
     });
 }

@@ -14,6 +14,7 @@
 #include "tvctl/console/printable.h"
 #include "tvctl/console/timetext.h"
 #include "tvctl/console/toolerror.h"
+#include "tvctl/health/watchneed.h"
 #include "tvctl/sweep/background.h"
 #include "tvctl/sweep/sweep.h"
 
@@ -32,10 +33,16 @@ struct SweepOptions
     bool isFull = false;
 };
 
-/// What the service watches.
-const QVector<QByteArray>& watchedRoots()
+/// Those that are named; otherwise what the service watches.
+QVector<QByteArray> rootsOf(const SweepOptions& options)
 {
-    static const QVector<QByteArray> roots = {"/home", "/media"};
+    if (!options.paths.empty()) {
+        return bytePathsOf(options.paths);
+    }
+    QVector<QByteArray> roots;
+    for (const QString& root : WatchNeed::watchedRoots()) {
+        roots += FileName::toBytes(root);
+    }
     return roots;
 }
 
@@ -97,7 +104,7 @@ private:
 class SweepRun : private Sweep::Visitor
 {
 public:
-    SweepRun(Session& session, const SweepOptions& options)
+    SweepRun(Session& session, const SweepOptions& options, const QVector<QByteArray>& roots)
         : m_output(session.output()),
           m_installation(session.installation()),
           m_isDefault(options.paths.empty()),
@@ -105,7 +112,7 @@ public:
           m_exclusions(Exclusions::read()),
           m_report(session.output()),
           m_visit(session.service(), &m_exclusions, m_report),
-          m_roots(rootsOf(options)),
+          m_roots(roots),
           m_sweep(m_state, m_roots, options.isFull, skipRule())
     {
         m_visit.setCleaner(
@@ -139,19 +146,6 @@ public:
     }
 
 private:
-    static QVector<QByteArray> rootsOf(const SweepOptions& options)
-    {
-        if (options.paths.empty()) {
-            return watchedRoots();
-        }
-        QVector<QByteArray> roots;
-        const QStringList paths = pathsOf(options.paths);
-        for (const QString& path : paths) {
-            roots += FileName::toBytes(path);
-        }
-        return roots;
-    }
-
     TreeWalker::SkipRule skipRule() const
     {
         // What the service writes itself; in the quarantine is nothing but what is infected.
@@ -242,11 +236,12 @@ private:
 
 ExitCode sweep(Session& session, const SweepOptions& options)
 {
+    const QVector<QByteArray> roots = rootsOf(options);
     requireDroppedCapabilities();
     session.requireSettings();
     session.requireReports();
     goToBackground();
-    return SweepRun(session, options).run();
+    return SweepRun(session, options, roots).run();
 }
 } // namespace
 

@@ -2,6 +2,23 @@
 
 #include <CLI/CLI.hpp>
 
+namespace
+{
+/// As from a variable that a script has not set: taken for no value at all it would mean something else,
+/// mostly more than was meant. What arguments may be is left to those who take them.
+CommandOption refusingEmpty(CLI::Option& option)
+{
+    if (!option.get_positional()) {
+        option.check(CLI::Validator(
+            [](const std::string& value) {
+                return value.empty() ? std::string("takes no empty text") : std::string();
+            },
+            std::string()));
+    }
+    return CommandOption(option);
+}
+} // namespace
+
 Command::Command(CLI::App& app, Action& chosen) : m_app(app), m_chosen(chosen)
 {
 }
@@ -25,19 +42,19 @@ void Command::setFooter(const char* text) const
 
 CommandOption Command::addOption(const char* names, std::string& value, const char* description) const
 {
-    return CommandOption(*m_app.add_option(names, value, description));
+    return refusingEmpty(*m_app.add_option(names, value, description));
 }
 
 CommandOption Command::addOption(const char* names, std::optional<std::string>& value,
                                  const char* description) const
 {
-    return CommandOption(*m_app.add_option(names, value, description));
+    return refusingEmpty(*m_app.add_option(names, value, description));
 }
 
 CommandOption Command::addOption(const char* names, std::vector<std::string>& values,
                                  const char* description) const
 {
-    return CommandOption(*m_app.add_option(names, values, description));
+    return refusingEmpty(*m_app.add_option(names, values, description));
 }
 
 CommandOption Command::addOption(const char* names, int& value, const char* description) const

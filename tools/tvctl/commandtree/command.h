@@ -30,7 +30,7 @@ public:
     /// What help says at its end.
     void setFooter(const char* text) const;
 
-    /// With dashes in front an option, otherwise an argument.
+    /// With dashes in front an option, which takes no empty text, otherwise an argument.
     CommandOption addOption(const char* names, std::string& value, const char* description) const;
     CommandOption addOption(const char* names, std::optional<std::string>& value,
                             const char* description) const;

@@ -47,8 +47,3 @@ CommandOption CommandOption::repeatable() const
     m_option.expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     return *this;
 }
-
-bool CommandOption::isGiven() const
-{
-    return m_option.count() > 0;
-}

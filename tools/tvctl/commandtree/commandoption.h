@@ -38,9 +38,6 @@ public:
     /// One value each time, and any number of times.
     CommandOption repeatable() const;
 
-    /// After the parse: it stands on the command line, if only with an empty value.
-    bool isGiven() const;
-
 private:
     CLI::Option& m_option;
 };
