@@ -31,14 +31,16 @@ class Impostor:
     A reply may be a function of the request, which may take its time; None ends the connection. `requests` and
     what such a function is given name real paths, also of what is handed over open; the tool's question whether
     that can be done is answered aside, with `reaches` as the service does that can.
-    It belongs to the user who runs the tests, whom the tool believes as it does root.
+    It belongs to the user who runs the tests, whom the tool believes as it does root, or to `user`.
     """
 
-    def __init__(self, *replies, reaches=True):
+    def __init__(self, *replies, reaches=True, user=None):
         self.requests = []
         self._reaches = reaches
         self._replies = list(replies)
         self._listener = socket.create_server(("127.0.0.1", PORT), reuse_port=False)
+        if user is not None:
+            os.fchown(self._listener.fileno(), user, user)
         self._connections = []
         threading.Thread(target=self._accept, daemon=True).start()
 

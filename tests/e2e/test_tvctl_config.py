@@ -124,7 +124,7 @@ def test_something_else_holds_the_port(tv, tvctl, impostor):
     impostor("nonsense")
     result = tvctl.run("config", "set", "scan.pdf", "off", status=2)
     assert result.errors == ("tvctl: stored, but tvfilemon did not reload: what answers on port 8889 is not "
-                             f"{SERVICE}; try tvctl reload, or tvctl doctor\n")
+                             f"{SERVICE}; try tvctl reload settings, or tvctl doctor\n")
     assert tvctl.run("config", "get", "scan.pdf").output == "off\n"
     document = tvctl.json("config", "set", "scan.pdf", "on", status=2)
     assert document == {"key": "scan.pdf", "value": True, "previous": False, "reload": "failed"}

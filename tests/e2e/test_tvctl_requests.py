@@ -67,6 +67,43 @@ def test_the_service_is_down(tvctl, arguments):
     tvctl.fails(*arguments, says="tvfilemon does not run: nobody listens on port 8889; start it as root: ")
 
 
+@pytest.fixture
+def barred(tv, home):
+    """Starts the service; the result is how to run the tool as a user whom the firewall does not let ask it."""
+    tv.configure(ioc=True)
+    start(tv)
+    tv.settings.chmod(0o755)
+    guard = tv.root / "bin" / "tvfilemon-firewall"
+    subprocess.run([guard, "start"], check=True)
+    yield {"user": 1234, "group": 1234, "extra_groups": [], "cwd": "/"}
+    subprocess.run([guard, "stop"], check=True)
+
+
+@pytest.mark.parametrize("arguments", [("scan", "/home/u"), ("clean", "/home/u/x"), ("ioc", "scan", "/home/u"),
+                                       ("url", "x"), ("reload", "db")])
+def test_whom_the_firewall_bars(barred, tvctl, arguments):
+    """Starting a service that runs would not help."""
+    for _ in range(2):
+        result = tvctl.run(*arguments, status=2, **barred)
+        assert result.errors.splitlines()[-1] == "tvctl: only root may ask tvfilemon: sudo tvctl ..."
+    assert tvctl.json(*arguments, status=2, **barred) == {"error": "only root may ask tvfilemon: sudo tvctl ..."}
+
+
+def test_a_reload_only_if_it_runs_by_whom_the_firewall_bars(barred, tvctl):
+    arguments = ("reload", "--if-running", "ioc-db")
+    result = tvctl.run(*arguments, status=2, **barred)
+    assert (result.output, result.errors) == ("", "tvctl: stored, but tvfilemon did not reload: only root may ask "
+                                                  "tvfilemon; try sudo tvctl reload ioc-db\n")
+    assert tvctl.json(*arguments, status=2, **barred) == {"reloaded": None, "reload": "failed"}
+
+
+def test_another_program_behind_the_firewall(barred, tv, tvctl, impostor):
+    """Root is not to be sent to it."""
+    tv.stop()
+    impostor("nonsense", user=4321)
+    tvctl.fails("url", "x", says="port 8889 is held by a program of user 4321", **barred)
+
+
 def test_a_busy_service_is_waited_for(tv, tvctl, connect, slow_file):
     tv.start()
     connect("demo").send(f"SCAN {slow_file}")

@@ -41,6 +41,18 @@ sockaddr_in serviceAddress()
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
+
+/// Who is connected to here, when nothing keeps the connection from being made.
+std::optional<TcpSocket> findListener()
+{
+    for (const TcpSocket& socket : tcpSockets()) {
+        if (socket.state == TcpSocket::Listen && socket.localPort == ServiceConnection::port &&
+            (socket.localAddress == INADDR_ANY || socket.localAddress == INADDR_LOOPBACK)) {
+            return socket;
+        }
+    }
+    return std::nullopt;
+}
 } // namespace
 
 bool ServiceConnection::open(std::optional<milliseconds> timeout)
@@ -88,12 +100,30 @@ bool ServiceConnection::connectToPort(const Deadline& deadline)
         ::getsockopt(m_socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
     }
     if (error == ECONNREFUSED) {
-        return fail(State::Refused,
-                    QStringLiteral("tvfilemon does not run: nobody listens on port %1").arg(port));
+        return failRefused();
     }
     return error == 0 ||
            fail(State::Broken,
                 QStringLiteral("cannot connect to port %1: %2").arg(port).arg(qt_error_string(error)));
+}
+
+bool ServiceConnection::failRefused()
+{
+    const auto listener = findListener();
+    if (!listener) {
+        return fail(State::Refused,
+                    QStringLiteral("tvfilemon does not run: nobody listens on port %1").arg(port));
+    }
+    if (!checkOwner(*listener)) {
+        return false;
+    }
+    if (::geteuid() == 0) {
+        return fail(State::Broken,
+                    QStringLiteral("port %1 is listened to, but refuses connections: a firewall may keep "
+                                   "everybody from it")
+                        .arg(port));
+    }
+    return fail(State::Barred, QStringLiteral("only root may ask tvfilemon"));
 }
 
 std::optional<QByteArray> ServiceConnection::exchange(const QByteArray& bytes, const Deadline& deadline)
@@ -163,13 +193,10 @@ bool ServiceConnection::waitFor(short events, const Deadline& deadline)
 
 bool ServiceConnection::checkListener()
 {
-    for (const TcpSocket& socket : tcpSockets()) {
-        if (socket.state == TcpSocket::Listen && socket.localPort == port &&
-            (socket.localAddress == INADDR_ANY || socket.localAddress == INADDR_LOOPBACK)) {
-            return checkOwner(socket);
-        }
-    }
-    return fail(State::Untrusted, QStringLiteral("cannot tell whose program listens on port %1").arg(port));
+    const auto listener = findListener();
+    return listener ? checkOwner(*listener)
+                    : fail(State::Untrusted,
+                           QStringLiteral("cannot tell whose program listens on port %1").arg(port));
 }
 
 bool ServiceConnection::checkPeer()

@@ -26,6 +26,9 @@ public:
         Open,
         /// Nobody listens: the service does not run.
         Refused,
+        /// Somebody who is to be believed listens, and the connection was refused all the same: the firewall
+        /// lets only root and chosen users ask.
+        Barred,
         /// The port belongs to somebody who is not to be believed.
         Untrusted,
         /// There was no answer in time.
@@ -72,6 +75,8 @@ private:
 
     static Deadline deadlineAfter(std::optional<std::chrono::milliseconds> timeout);
     bool connectToPort(const Deadline& deadline);
+    /// Always false.
+    bool failRefused();
     std::optional<QByteArray> exchange(const QByteArray& bytes, const Deadline& deadline);
     bool waitFor(short events, const Deadline& deadline);
     bool checkListener();

@@ -6,30 +6,18 @@
 
 #include <QJsonObject>
 
-#include <map>
 #include <memory>
 #include <string>
 
 namespace
 {
-const std::map<std::string, ReloadPart>& parts()
-{
-    static const std::map<std::string, ReloadPart> table = {
-        {"db", ReloadPart::Databases},
-        {"settings", ReloadPart::Settings},
-        {"ioc-db", ReloadPart::IocLists},
-        {"ioc-settings", ReloadPart::IocSettings},
-    };
-    return table;
-}
-
 /// The same, but a service that does not run is no failure.
 ExitCode reloadIfRunning(Session& session, const std::string& name)
 {
     Output& output = session.output();
     const QString shown = QString::fromStdString(name);
     QJsonObject document = {{QStringLiteral("reloaded"), QJsonValue::Null}};
-    const ExitCode code = ServiceReload(session, true).run({parts().at(name)}, document);
+    const ExitCode code = ServiceReload(session, true).run({reloadParts().at(name)}, document);
     if (document.value(QStringLiteral("reload")) == QLatin1String("done")) {
         output.line(QStringLiteral("reloaded: %1").arg(shown));
         document.insert(QStringLiteral("reloaded"), shown);
@@ -43,7 +31,7 @@ ExitCode reloadIfRunning(Session& session, const std::string& name)
 ExitCode reload(Session& session, const std::string& name)
 {
     const QString shown = QString::fromStdString(name);
-    const QByteArray reply = session.ask(makeRequest(commandOf(parts().at(name))));
+    const QByteArray reply = session.ask(makeRequest(commandOf(reloadParts().at(name))));
     if (ServiceReply::reload(reply) != ServiceReply::Reload::Succeeded) {
         throw ToolError(QStringLiteral("tvfilemon could not reload %1; its log tells why: %2")
                             .arg(shown, session.installation().logFile()));
@@ -61,7 +49,7 @@ void addReloadCommand(const Command& tool)
 {
     const Command command = tool.addCommand("reload", "Make the running service read something anew");
     auto part = std::make_shared<std::string>();
-    command.addOption("PART", *part, "db, settings, ioc-db or ioc-settings").required().oneOf(parts());
+    command.addOption("PART", *part, "db, settings, ioc-db or ioc-settings").required().oneOf(reloadParts());
     auto isOnlyIfRunning = std::make_shared<bool>(false);
     command.addFlag("--if-running", *isOnlyIfRunning, "A service that does not run is no error");
     command.setAction([part, isOnlyIfRunning](Session& session) {

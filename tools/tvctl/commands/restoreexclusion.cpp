@@ -43,10 +43,12 @@ void RestoreExclusion::add(QJsonObject& document)
     m_session.output().line((isNew ? QStringLiteral("excluded: ") : QStringLiteral("is excluded already: ")) +
                             printable(m_path));
     // Also when it was stored already: the service may not have been told then.
-    if (ServiceReload(m_session, true).run({ReloadPart::Settings}, document) != ExitCode::Good) {
+    const QString problem = ServiceReload(m_session, true).attempt({ReloadPart::Settings}, document);
+    if (!problem.isEmpty()) {
         takeBack();
-        throw ToolError(
-            QStringLiteral("nothing was restored, since tvfilemon would detect it again at once"));
+        throw ToolError(QStringLiteral("nothing was restored: tvfilemon did not reload, and would detect the "
+                                       "file again at once: %1")
+                            .arg(problem));
     }
     m_isServiceTold = document.value(QStringLiteral("reload")) == QLatin1String("done");
 }

@@ -2,6 +2,17 @@
 
 #include "tvctl/commands/session.h"
 
+const std::map<std::string, ReloadPart>& reloadParts()
+{
+    static const std::map<std::string, ReloadPart> table = {
+        {"db", ReloadPart::Databases},
+        {"settings", ReloadPart::Settings},
+        {"ioc-db", ReloadPart::IocLists},
+        {"ioc-settings", ReloadPart::IocSettings},
+    };
+    return table;
+}
+
 QByteArray commandOf(ReloadPart part)
 {
     switch (part) {
@@ -22,7 +33,19 @@ ServiceReload::ServiceReload(Session& session, bool isWanted) : m_session(sessio
 
 ExitCode ServiceReload::run(const QVector<ReloadPart>& parts, QJsonObject& document)
 {
+    const QString problem = attempt(parts, document);
+    if (problem.isEmpty()) {
+        return ExitCode::Good;
+    }
+    m_session.output().error(
+        QStringLiteral("stored, but tvfilemon did not reload: %1; %2").arg(problem, advice(parts)));
+    return ExitCode::Error;
+}
+
+QString ServiceReload::attempt(const QVector<ReloadPart>& parts, QJsonObject& document)
+{
     Output& output = m_session.output();
+    m_problem.clear();
     const QString what = result(parts);
     document.insert(QStringLiteral("reload"), what);
     if (what == QLatin1String("service down")) {
@@ -30,13 +53,8 @@ ExitCode ServiceReload::run(const QVector<ReloadPart>& parts, QJsonObject& docum
     } else if (what == QLatin1String("not asked")) {
         output.line(
             QStringLiteral("tvfilemon was not told; it reads this when it starts or is told to reload"));
-    } else if (what == QLatin1String("failed")) {
-        output.error(
-            QStringLiteral("stored, but tvfilemon did not reload: %1; try tvctl reload, or tvctl doctor")
-                .arg(m_problem));
-        return ExitCode::Error;
     }
-    return ExitCode::Good;
+    return m_problem;
 }
 
 QString ServiceReload::result(const QVector<ReloadPart>& parts)
@@ -52,6 +70,7 @@ QString ServiceReload::result(const QVector<ReloadPart>& parts)
         m_session.output().note(QStringLiteral("stored; waiting for tvfilemon, which is busy ..."));
     });
     if (!connection.open()) {
+        m_isBarred = connection.state() == ServiceConnection::State::Barred;
         return connection.state() == ServiceConnection::State::Refused ? QStringLiteral("service down")
                                                                        : failed(connection.problem());
     }
@@ -71,6 +90,22 @@ QString ServiceReload::failed(const QString& reason)
 {
     m_problem = reason;
     return QStringLiteral("failed");
+}
+
+QString ServiceReload::advice(const QVector<ReloadPart>& parts) const
+{
+    QStringList commands;
+    for (const auto& part : reloadParts()) {
+        if (parts.contains(part.second)) {
+            commands +=
+                (m_isBarred ? QStringLiteral("sudo tvctl reload ") : QStringLiteral("tvctl reload ")) +
+                QString::fromStdString(part.first);
+        }
+    }
+    if (!m_isBarred) {
+        commands += QStringLiteral("or tvctl doctor");
+    }
+    return QStringLiteral("try ") + commands.join(QStringLiteral(", "));
 }
 
 void addNoReloadFlag(const Command& command, bool& isWithoutReload)

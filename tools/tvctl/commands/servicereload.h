@@ -9,6 +9,9 @@
 #include <QJsonObject>
 #include <QVector>
 
+#include <map>
+#include <string>
+
 /// What the running service can read anew.
 enum class ReloadPart
 {
@@ -17,6 +20,9 @@ enum class ReloadPart
     IocLists,
     IocSettings
 };
+
+/// By the names that the command line has for them.
+const std::map<std::string, ReloadPart>& reloadParts();
 
 /// The protocol's command.
 QByteArray commandOf(ReloadPart part);
@@ -34,13 +40,19 @@ public:
     /// and could not do it; the reason was told.
     ExitCode run(const QVector<ReloadPart>& parts, QJsonObject& document);
 
+    /// The same, but a failure is not told: the result is why the service could not do it, empty otherwise.
+    QString attempt(const QVector<ReloadPart>& parts, QJsonObject& document);
+
 private:
     QString result(const QVector<ReloadPart>& parts);
     QString failed(const QString& reason);
+    QString advice(const QVector<ReloadPart>& parts) const;
 
     Session& m_session;
     const bool m_isWanted;
     QString m_problem;
+    /// The firewall does not let this user ask the service.
+    bool m_isBarred = false;
 };
 
 /// Adds `--no-reload` to a command that changes the store.

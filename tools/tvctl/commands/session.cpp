@@ -12,6 +12,8 @@ QString adviceFor(ServiceConnection::State state, const Installation& installati
     case ServiceConnection::State::Refused:
         return QStringLiteral("; ") +
                LocalAdvice(installation).wordedFor(QStringLiteral("systemctl start tvfilemon"));
+    case ServiceConnection::State::Barred:
+        return QStringLiteral(": sudo tvctl ...");
     case ServiceConnection::State::Untrusted:
         return QStringLiteral("; find that program: ss -ltnp 'sport = :%1'").arg(ServiceConnection::port);
     default:

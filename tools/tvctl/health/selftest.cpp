@@ -2,7 +2,6 @@
 
 #include "common/filename.h"
 #include "platform/tvcore/virusconfig.h"
-#include "tvctl/client/portowner.h"
 #include "tvctl/client/servicereply.h"
 #include "tvctl/console/toolerror.h"
 #include "tvctl/health/advice.h"
@@ -16,7 +15,6 @@
 #include <QCryptographicHash>
 #include <QDir>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -40,14 +38,6 @@ constexpr milliseconds answerLimit(3000);
 constexpr milliseconds recordLimit(3000);
 /// The clock may have been set a little meanwhile.
 constexpr qint64 recordsSinceSeconds = 5;
-
-bool isListenedTo()
-{
-    const QVector<TcpSocket> sockets = tcpSockets();
-    return std::any_of(sockets.cbegin(), sockets.cend(), [](const TcpSocket& socket) {
-        return socket.localPort == ServiceConnection::port && socket.state == TcpSocket::Listen;
-    });
-}
 
 bool isDirectory(const QString& path)
 {
@@ -138,14 +128,12 @@ void SelfTest::connect()
     if (m_service.open(answerLimit)) {
         return;
     }
-    // Whom the firewall does not let ask may still see what becomes of a file.
-    m_isBarred = m_service.state() == State::Refused && isListenedTo();
-    if (m_service.state() == State::Refused && !m_isBarred) {
+    if (m_service.state() == State::Refused) {
         throw ToolError(m_service.problem() + QStringLiteral("; ") +
                         LocalAdvice(m_installation).wordedFor(QStringLiteral("systemctl start tvfilemon")));
     }
-    // One that is busy may yet do its work.
-    if (m_service.state() != State::TimedOut && !m_isBarred) {
+    // One that is busy may yet do its work, and whom the firewall does not let ask may still see that.
+    if (m_service.state() != State::TimedOut && m_service.state() != State::Barred) {
         throw ToolError(m_service.problem() + QStringLiteral("; see what is wrong: tvctl doctor"));
     }
 }
@@ -235,7 +223,7 @@ void SelfTest::awaitRecord(const QString& name, SelfTestResult& result) const
 void SelfTest::explain(SelfTestResult& result)
 {
     result.fix = QStringLiteral("see what is wrong: tvctl doctor");
-    if (m_isBarred) {
+    if (m_service.state() == State::Barred) {
         result.outcome = Outcome::Unknown;
         result.explanation = QStringLiteral("nothing happened to the file, and why, only root may ask");
         result.fix = QStringLiteral("sudo tvctl selftest");

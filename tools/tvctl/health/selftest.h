@@ -81,6 +81,4 @@ private:
     const QDateTime m_started;
     StoreFacts m_stores;
     ServiceConnection m_service;
-    /// The service is there, but not to be asked by this user.
-    bool m_isBarred = false;
 };

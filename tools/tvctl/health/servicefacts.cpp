@@ -42,7 +42,7 @@ bool ServiceFacts::isLoading() const
 
 bool ServiceFacts::isBarred() const
 {
-    return probe.state == ServiceConnection::State::Refused && !listeners.isEmpty();
+    return probe.state == ServiceConnection::State::Barred;
 }
 
 WatchFacts WatchFacts::gather(const ServiceFacts& service, milliseconds limit)

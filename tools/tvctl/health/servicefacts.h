@@ -24,8 +24,7 @@ struct ServiceFacts
     /// It has started, or was told to, and reads its signatures: until then it answers nobody.
     bool isLoading() const;
 
-    /// Somebody listens on its port and the connection was refused all the same: the firewall lets only root
-    /// and chosen users ask it.
+    /// The firewall does not let this user ask it.
     bool isBarred() const;
 
     EngineProbe probe;

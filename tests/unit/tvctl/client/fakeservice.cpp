@@ -104,7 +104,7 @@ QVector<TcpSocket> FakeService::ownTable()
     TcpSocket client = connection;
     std::swap(client.localPort, client.remotePort);
     client.inode = 3;
-    return {client, listener, connection};
+    return listenerPort == 0 ? QVector<TcpSocket>() : QVector<TcpSocket>{client, listener, connection};
 }
 
 FakeService::FakeService(Answer answer)

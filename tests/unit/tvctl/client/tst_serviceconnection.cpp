@@ -57,6 +57,7 @@ private Q_SLOTS:
     void registersAndAsks();
     void isClosedAtFirst();
     void tellsThatNobodyListens();
+    void tellsThatItIsRefusedWhereSomebodyListens();
     void tellsWhenItIsNotTheService();
     void believesRootAndItself_data();
     void believesRootAndItself();
@@ -109,6 +110,29 @@ void TestServiceConnection::tellsThatNobodyListens()
     const FakeService service(echo);
     QVERIFY(connection.open(patience));
     QCOMPARE(connection.problem(), QString());
+}
+
+void TestServiceConnection::tellsThatItIsRefusedWhereSomebodyListens()
+{
+    TcpSocket listener;
+    listener.localPort = ServiceConnection::port;
+    listener.state = TcpSocket::Listen;
+    listener.userId = ::geteuid();
+    FakeService::table = [&listener] {
+        return QVector<TcpSocket>{listener};
+    };
+    ServiceConnection connection;
+    QVERIFY(!connection.open(patience));
+    // Nobody keeps root away but by mistake.
+    QCOMPARE(connection.state(), ::geteuid() == 0 ? State::Broken : State::Barred);
+    // Who listens on another address, or is not to be believed, is not the service.
+    listener.userId = ::geteuid() + 1;
+    QVERIFY(!connection.open(patience));
+    QCOMPARE(connection.state(), State::Untrusted);
+    listener.localAddress = 0x0a000001;
+    QVERIFY(!connection.open(patience));
+    QCOMPARE(connection.state(), State::Refused);
+    FakeService::table = FakeService::ownTable;
 }
 
 void TestServiceConnection::tellsWhenItIsNotTheService()

@@ -117,7 +117,7 @@ void addServiceRows()
         changed(silent(State::TimedOut, Load::Starting),
                 [](ServiceFacts& f) { f.processes.first().isStopped = true; }),
         Result::Failed, "was stopped", "kill -CONT 27");
-    row("service: not to be asked", changed(good(), [](ServiceFacts& f) { f.probe.state = State::Refused; }),
+    row("service: not to be asked", changed(good(), [](ServiceFacts& f) { f.probe.state = State::Barred; }),
         Result::Warning, "only root", "sudo");
     row("service: twice", changed(good(), [](ServiceFacts& f) { f.processes += process(28); }),
         Result::Warning, "2 times", "end all but one");
@@ -188,7 +188,7 @@ void addEngineRows()
     row("engine: does not work", answering(Scan::Failed, Load::Loaded), Result::Failed,
         "no temporary directory could be made", "reload db");
     row("engine: nonsense", answering(Scan::Unknown, Load::Loaded), Result::Failed, "no sense", "restart");
-    row("engine: not to be asked", changed(good(), [](ServiceFacts& f) { f.probe.state = State::Refused; }),
+    row("engine: not to be asked", changed(good(), [](ServiceFacts& f) { f.probe.state = State::Barred; }),
         Result::Warning, "only root", "sudo");
     row("engine: silent", silent(State::TimedOut), Result::Failed, "could not be asked", "service");
 }
