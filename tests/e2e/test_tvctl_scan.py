@@ -121,6 +121,15 @@ def test_cleaning_that_fails(tv, tvctl, tree, mounts):
     assert tvctl.run("scan", "--clean", tree / "b", status=1).lines()[0].endswith(says)
     document = tvctl.json("scan", "--clean", tree / "b", status=1)
     assert (document["detections"][0]["action"], document["removed"]) == ("not removed", 0)
+    assert exists(tree / "b/bad") and tv.quarantined() == {}, "a copy would be added each time"
+
+
+def test_cleaning_what_is_read_only(tv, tvctl, tree, mounts):
+    tv.start()
+    mounts.read_only(tree / "b")
+    found = tvctl.json("scan", "--clean", tree / "b", status=1)["detections"][0]
+    assert (found["action"], found["detail"]) == ("not removed", "not removed: it lies on a read-only file system")
+    assert tv.quarantined() == {} and "Failed to clean" not in tv.log()
 
 
 def test_excluded_folders_and_files(tv, tvctl, tree):
@@ -209,8 +218,36 @@ def test_names_that_the_protocol_does_not_carry(tv, tvctl, files, name):
     else:
         assert os.fsencode(found["path"]) == path
     cleaned = tvctl.json("scan", "--clean", files, status=1)["detections"][0]
-    assert cleaned["action"] == "not removed" and "protocol cannot carry" in cleaned["detail"]
-    assert exists(path)
+    assert (cleaned["action"], cleaned["detail"]) == ("removed", "removed; its copy is in the quarantine")
+    assert os.listdir(os.fsencode(files)) == [name + b"2"]
+    assert quarantine_name(os.fsdecode(path)).fullmatch(*tv.quarantined())
+
+
+@pytest.mark.parametrize("reply", ["CLEANED", None])
+def test_a_name_that_was_changed_is_given_back(tvctl, home, fake_service, reply):
+    name = b"line\nend"
+    write_once(os.path.join(os.fsencode(home), name))
+    seen = []
+
+    def look(_request):
+        seen.extend(os.listdir(home))
+        return reply
+
+    service = fake_service("INFECTED X", look)
+    found = tvctl.json("scan", "--clean", home, status=1 if reply else 2)["detections"][0]
+    assert found["action"] == ("not removed" if reply else "unknown")
+    assert os.listdir(os.fsencode(home)) == [name]
+    # The monitor leaves such files alone, a scan does not.
+    assert len(seen) == 1 and re.fullmatch(r"\.tvctl-[0-9a-f]+\.part", seen[0])
+    assert service.requests[-1].endswith(os.fsencode(f"/{seen[0]}"))
+
+
+def test_a_name_is_not_changed_where_paths_are_told(tvctl, home, fake_service):
+    write_once(home / "line\nend")
+    fake_service("INFECTED X", reaches=False)
+    found = tvctl.json("scan", "--clean", home, status=1)["detections"][0]
+    assert found["action"] == "not removed" and "protocol cannot carry" in found["detail"]
+    assert exists(home / "line\nend")
 
 
 def test_odd_names_are_shown_escaped(tv, tvctl, files):
@@ -389,13 +426,12 @@ def test_clean_refuses(tv, tvctl, tree, name, says):
 
 
 @pytest.mark.parametrize("name", ODD_NAMES)
-def test_clean_says_what_the_protocol_does_not_carry(tv, tvctl, files, name):
+def test_clean_takes_names_that_the_protocol_does_not_carry(tv, tvctl, files, name):
     tv.start()
     path = os.path.join(os.fsencode(files), name)
     write_once(path)
-    result = tvctl.run("clean", path, status=2)
-    assert "which the service's protocol cannot carry" in result.errors and result.errors.count("\n") == 1
-    assert exists(path)
+    assert "removed; its copy is in the quarantine" in tvctl.run("clean", path).output
+    assert os.listdir(files) == []
 
 
 def removing(request):

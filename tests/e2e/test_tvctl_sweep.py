@@ -278,15 +278,16 @@ def test_what_cannot_be_removed_is_due_again(tv, tvctl, home, mounts):
     mounts.unmount(bad)
     assert tvctl.json("sweep", status=1)["removed"] == 1
     assert swept(tv) == [(str(bad), EICAR_NAME, status) for status in (0, 1, 1)]
+    assert len(tv.quarantined()) == 1
 
 
 def test_odd_names(tv, tvctl, home):
     path = os.path.join(os.fsencode(home), b"\xff\nbad")
     write_once(path)
     tv.start()
-    found = tvctl.json("sweep", status=1)["detections"][0]
-    assert found["action"] == "not removed" and "cannot carry" in found["detail"]
-    assert swept(tv) == [(f"{home}/\\xff\nbad", EICAR_NAME, 1)]
+    assert tvctl.json("sweep", status=1)["detections"][0]["action"] == "removed"
+    assert swept(tv) == [(f"{home}/\\xff\nbad", EICAR_NAME, 0)]
+    assert not exists(path)
 
 
 def test_paths_that_are_longer_than_a_record(tv, tvctl, home):

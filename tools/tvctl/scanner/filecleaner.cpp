@@ -10,16 +10,24 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QRandomGenerator>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 
 namespace
 {
 constexpr int reportOnly = 0;
+
+QByteArray cleanCommand()
+{
+    return QByteArrayLiteral("CLEAN");
+}
 
 using Result = FileCleaner::Result;
 
@@ -36,10 +44,10 @@ enum class Present
     AnotherFile
 };
 
-Present presentAt(const TreeWalker& walker, const struct stat& file)
+Present presentAt(int directory, const QByteArray& name, const struct stat& file)
 {
     struct stat now = {};
-    if (::fstatat(walker.directory(), walker.name().constData(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (::fstatat(directory, name.constData(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno == ENOENT ? Present::Nothing : Present::AnotherFile;
     }
     return now.st_dev == file.st_dev && now.st_ino == file.st_ino ? Present::TheFile : Present::AnotherFile;
@@ -78,6 +86,19 @@ void keepState(int original, const QByteArray& copy)
     }
 }
 
+bool isReadOnly(int directory)
+{
+    struct statvfs about = {};
+    return ::fstatvfs(directory, &about) == 0 && (about.f_flag & ST_RDONLY) != 0;
+}
+
+/// A name that nobody else gives. The monitor leaves such files alone, and a scan does not: one that was left
+/// behind is found again.
+QByteArray passingName()
+{
+    return ".tvctl-" + QByteArray::number(QRandomGenerator::system()->generate64(), 16) + ".part";
+}
+
 /// What follows the time in the name of a copy of the file that was at `path`.
 QString nameEndFor(const QByteArray& path)
 {
@@ -96,40 +117,73 @@ FileCleaner::FileCleaner(ServiceConnection& connection, const Installation& inst
 
 FileCleaner::Result FileCleaner::clean(const TreeWalker& walker, const std::optional<struct stat>& scanned)
 {
-    const HandOver directory(walker.directory());
-    const QByteArray told = scanned ? directory.path() + '/' + walker.name() : walker.path();
-    const Request request = makeRequest(QByteArrayLiteral("CLEAN"), FileName::toText(told));
-    if (!request.isValid()) {
-        return notRemoved(request.problem);
-    }
     if (m_isReportOnly.value_or(false)) {
         return {Result::Kind::ReportOnly, QStringLiteral("not removed: the settings only allow reports")};
     }
-    const QString distrust = scanned ? QString() : distrustOf(told);
-    return distrust.isEmpty() ? cleanAs(told, request, walker, scanned.value_or(walker.status()))
-                              : notRemoved(distrust);
+    if (isReadOnly(walker.directory())) {
+        // Each time the service would make a copy first.
+        return notRemoved(QStringLiteral("it lies on a read-only file system"));
+    }
+    const HandOver directory(walker.directory());
+    Task task = {scanned ? directory.path() + '/' + walker.name() : walker.path(), walker.name(),
+                 scanned.value_or(walker.status()), walker.openFile()};
+    const Request request = makeRequest(cleanCommand(), FileName::toText(task.told));
+    if (!request.isValid()) {
+        return scanned ? cleanRenamed(task, directory.path(), walker) : notRemoved(request.problem);
+    }
+    const QString distrust = scanned ? QString() : distrustOf(task.told);
+    return distrust.isEmpty() ? cleanAs(task, request, walker) : notRemoved(distrust);
 }
 
-FileCleaner::Result FileCleaner::cleanAs(const QByteArray& path, const Request& request,
-                                         const TreeWalker& walker, const struct stat& file)
+/// Cleans a file whose name cannot be told, by another name that it is given meanwhile.
+FileCleaner::Result FileCleaner::cleanRenamed(Task& task, const QByteArray& directory,
+                                              const TreeWalker& walker)
 {
-    const Present there = presentAt(walker, file);
+    const QByteArray former = task.name;
+    task.name = passingName();
+    task.told = directory + '/' + task.name;
+    if (!HeldFile(directory + '/' + former).rename(task.name)) {
+        const int error = errno;
+        return notRemoved(QStringLiteral("the service's protocol cannot carry its name, and it cannot be "
+                                         "renamed: %1")
+                              .arg(qt_error_string(error)));
+    }
+    Result result = cleanAs(task, makeRequest(cleanCommand(), FileName::toText(task.told)), walker);
+    struct stat left = {};
+    if (::fstatat(walker.directory(), task.name.constData(), &left, AT_SYMLINK_NOFOLLOW) == 0 &&
+        !HeldFile(task.told).rename(former)) {
+        const int error = errno;
+        result.text += QStringLiteral("; it is called %1 now: %2")
+                           .arg(FileName::toText(task.name), qt_error_string(error));
+    }
+    return result;
+}
+
+FileCleaner::Result FileCleaner::cleanAs(const Task& task, const Request& request, const TreeWalker& walker)
+{
+    const Present there = presentAt(walker.directory(), task.name, task.file);
     if (there != Present::TheFile) {
         return notRemoved(there == Present::Nothing ? QStringLiteral("it is not there any more")
                                                     : QStringLiteral("another file has its name by now"));
     }
-    const UniqueFd original = walker.openFile();
-    const auto before = copiesOf(path);
+    const auto before = copiesOf(task.told);
     const auto reply = m_connection.ask(request);
     if (!reply) {
         return {Result::Kind::NoService, QStringLiteral("nobody knows whether it was removed")};
     }
-    // Also when it was not removed: of what could not be removed there may be a copy.
-    const QString copy = tellCopy(path, walker.path(), original.get(), before);
-    if (ServiceReply::clean(*reply) != ServiceReply::Clean::Removed) {
+    const bool isRemoved = ServiceReply::clean(*reply) == ServiceReply::Clean::Removed;
+    const Present now = presentAt(walker.directory(), task.name, task.file);
+    if (!isRemoved && now == Present::TheFile && task.told != walker.path()) {
+        // The copy is of no use, and the next attempt makes one more.
+        removeCopy(task.told, before);
         return notRemoved(explainNotRemoved());
     }
-    switch (presentAt(walker, file)) {
+    // Also when it was not removed: of what could not be removed there may be a copy.
+    const QString copy = tellCopy(task.told, walker.path(), task.original.get(), before);
+    if (!isRemoved) {
+        return notRemoved(explainNotRemoved());
+    }
+    switch (now) {
     case Present::Nothing:
         return {Result::Kind::Removed, QStringLiteral("removed") + copy};
     case Present::TheFile:
@@ -161,22 +215,43 @@ std::optional<QStringList> FileCleaner::copiesOf(const QByteArray& path) const
     return quarantine.entryList({QLatin1Char('*') + nameEndFor(path)}, QDir::Files);
 }
 
+/// The copy at this path that was not among those `before`; empty when there is none, nothing when that
+/// cannot be seen.
+std::optional<QString> FileCleaner::newCopyOf(const QByteArray& path,
+                                              const std::optional<QStringList>& before) const
+{
+    const auto after = copiesOf(path);
+    if (!before || !after) {
+        return std::nullopt;
+    }
+    const auto made = std::find_if(after->crbegin(), after->crend(),
+                                   [&before](const QString& name) { return !before->contains(name); });
+    return made == after->crend() ? QString() : *made;
+}
+
+/// Removes the copy that the service made of the file which it was told as `told`. Nobody else is told that
+/// name, so it is nobody else's copy.
+void FileCleaner::removeCopy(const QByteArray& told, const std::optional<QStringList>& before) const
+{
+    const QString made = newCopyOf(told, before).value_or(QString());
+    if (!made.isEmpty()) {
+        HeldFile(FileName::toBytes(m_installation.quarantine()) + '/' + made.toLatin1()).remove();
+    }
+}
+
 /// What became of the copy of the file at `path`, which the service was told as `told`, and gives the copy
 /// the name for `path`. `before` are the copies of `told` that were there before.
 QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path, int original,
                               const std::optional<QStringList>& before) const
 {
-    const auto after = copiesOf(told);
-    if (!before || !after) {
+    const std::optional<QString> found = newCopyOf(told, before);
+    if (!found) {
         return told == path
                    ? QString()
                    : QStringLiteral("; its copy cannot be seen from here, and its name does not tell "
                                     "where it comes from");
     }
-    QString made;
-    for (const QString& name : *after) {
-        made = before->contains(name) ? made : name;
-    }
+    const QString made = *found;
     if (made.isEmpty()) {
         return QStringLiteral("; there is no copy of it in the quarantine");
     }

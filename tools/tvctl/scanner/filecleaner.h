@@ -20,7 +20,8 @@
 /// The service is told a name in the directory that the walker holds, not a path: whoever may rename a
 /// directory on the way could have root's file of that name removed. It calls the copy in the quarantine
 /// after what it was told, so the copy is then given the name that it would have by the path, from which its
-/// origin is known.
+/// origin is known. A file whose name the protocol does not carry is renamed for it, and back again when it
+/// was not removed.
 class FileCleaner
 {
 public:
@@ -56,10 +57,23 @@ public:
     static QString nameOf(Result::Kind kind);
 
 private:
-    Result cleanAs(const QByteArray& path, const Request& request, const TreeWalker& walker,
-                   const struct stat& file);
+    /// A file that is to be removed.
+    struct Task
+    {
+        /// What the service is told.
+        QByteArray told;
+        /// Its name in the directory that the walker holds.
+        QByteArray name;
+        struct stat file = {};
+        UniqueFd original;
+    };
+
+    Result cleanRenamed(Task& task, const QByteArray& directory, const TreeWalker& walker);
+    Result cleanAs(const Task& task, const Request& request, const TreeWalker& walker);
     QString explainNotRemoved() const;
     std::optional<QStringList> copiesOf(const QByteArray& path) const;
+    std::optional<QString> newCopyOf(const QByteArray& path, const std::optional<QStringList>& before) const;
+    void removeCopy(const QByteArray& told, const std::optional<QStringList>& before) const;
     QString tellCopy(const QByteArray& told, const QByteArray& path, int original,
                      const std::optional<QStringList>& before) const;
 
