@@ -179,6 +179,13 @@ def test_what_the_configuration_asks_for_besides(tv, update, server):
     assert set(update.databases()) == {*OLD_SET, "own.cvd", "test.cvd"}
 
 
+def test_a_private_mirror_with_patched_databases_is_told(tv, update, server):
+    server.files["daily.cld"] = NEW.read_bytes()
+    status = update.run("refused", says="daily.cld is no whole .cvd file")
+    assert status["succeeded"] == ""
+    assert update.databases() == OLD_SET
+
+
 def test_a_damaged_database_comes_anew(tv, tvctl, update):
     content = OLD.read_bytes()
     (tv.db / "main.cvd").write_bytes(content[:len(content) // 2])
