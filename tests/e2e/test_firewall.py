@@ -10,7 +10,7 @@ import sys
 
 import pytest
 
-from harness import BASE, EICAR, EICAR_NAME, TIMEOUT, fresh_directory
+from harness import BASE, EICAR, EICAR_NAME, TIMEOUT, fresh_directory, wait_until
 
 PORT, OTHER_PORT = 8889, 8890
 LISTED, UNLISTED = 1234, 4321
@@ -113,6 +113,25 @@ def guard(tv):
     yield made
     made.run("stop")
     assert tables() == []
+
+
+def test_is_closed_before_a_name_is_looked_up(guard):
+    """A directory server that does not answer, and a start that is given up."""
+    guard.users("somebody\n")
+    directory = fresh_directory()
+    asked = directory / "asked"
+    program = directory / "getent"
+    program.write_text(f"#!/bin/sh\n: >{asked}\nexec sleep 1000\n")
+    program.chmod(0o755)
+    for action in ("start", "reload"):
+        subprocess.run(["nft", "flush", "ruleset"], check=True)
+        process = subprocess.Popen([guard.program, "--config", guard.config, action], start_new_session=True,
+                                   env={"PATH": f"{directory}:/usr/sbin:/usr/bin"}, stdin=subprocess.DEVNULL)
+        wait_until(asked.exists, "the directory server to be asked")
+        os.killpg(process.pid, 9)
+        process.wait()
+        assert tables() == ["tvfilemon"] and in_set("users") == [0]
+        asked.unlink()
 
 
 class Listener:
