@@ -359,6 +359,13 @@ def test_freshclam_cannot_change_what_is_in_use(tv, update):
     assert update.databases() == OLD_SET
 
 
+def test_a_full_disk_is_told(tv, mounts, update):
+    mounts.tmpfs(update.upd, b"size=1m")
+    fake = FakeFreshclam("cat /dev/zero >new 2>/dev/null || exit 1")
+    update.run("download-failed", says="freshclam ended with status 1", path=fake.path)
+    assert update.databases() == OLD_SET
+
+
 def test_what_freshclam_says_cannot_do_harm(tv, update):
     fake = FakeFreshclam(r"printf 'ERROR: \033[2Jresult=current\nresult=updated\n%s\n' x{1..1000}; exit 3")
     status = update.run("download-failed", path=fake.path)
