@@ -5,6 +5,8 @@ import os
 import re
 import signal
 import struct
+import subprocess
+import sys
 import threading
 import time
 from pathlib import Path
@@ -281,6 +283,27 @@ def test_what_cannot_be_removed_is_due_again(tv, tvctl, home, mounts):
     assert len(tv.quarantined()) == 1
 
 
+def test_a_file_that_is_held_by_a_lease(tv, tvctl, home):
+    # Whoever owns it is told that somebody wants to open it, and may take his time.
+    bad = write_once(home / "held")
+    write_once(home / "other", CLEAN)
+    holder = subprocess.Popen([sys.executable, "-c", (
+        "import fcntl, signal, sys, time\n"
+        "def let_go(*_):\n"
+        "    time.sleep(1)\n"
+        "    sys.exit()\n"
+        "signal.signal(signal.SIGIO, let_go)\n"
+        "held = open(sys.argv[1], 'r+b')\n"
+        "fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_WRLCK)\n"
+        "print('held', flush=True)\n"
+        "signal.pause()\n"), bad], stdout=subprocess.PIPE)
+    assert holder.stdout.readline() == b"held\n"
+    tv.start()
+    document = tvctl.json("sweep", status=1)
+    assert (document["looked_at"], document["files"], document["removed"], document["errors"]) == (2, 2, 1, [])
+    assert holder.wait(TIMEOUT) == 0 and not exists(bad)
+
+
 def test_odd_names(tv, tvctl, home):
     path = os.path.join(os.fsencode(home), b"\xff\nbad")
     write_once(path)
@@ -442,7 +465,8 @@ def test_two_at_once(tv, tvctl, many, fake_service, never):
     # In the background, meanwhile.
     fields = Path(f"/proc/{process.pid}/stat").read_text().rpartition(")")[2].split()
     nice, policy = fields[16], fields[38]
-    assert (nice, policy) == ("19", "3")
+    # Batch, or idle where whoever runs the tests is.
+    assert nice == "19" and policy in ("3", "5")
     process.kill()
     process.communicate()
 

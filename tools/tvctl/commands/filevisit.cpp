@@ -53,6 +53,8 @@ FileVisit::Outcome FileVisit::scan(const TreeWalker& walker)
     case Kind::Failed:
         m_report.failed(recordedPathOf(walker), result.problem);
         return Outcome::NotDone;
+    case Kind::Withheld:
+        return Outcome::Withheld;
     case Kind::Gone:
         return Outcome::Done;
     default:
@@ -90,6 +92,11 @@ const Exclusions& FileVisit::noExclusions()
 {
     static const Exclusions none;
     return none;
+}
+
+void FileVisit::leaveWithheld(const TreeWalker& walker)
+{
+    m_report.failed(recordedPathOf(walker), QStringLiteral("another program holds it by a lease"));
 }
 
 void FileVisit::pass(const TreeWalker& walker, const QByteArray& root)

@@ -48,6 +48,8 @@ public:
         Done,
         /// It was not scanned, or is infected and could not be removed.
         NotDone,
+        /// Somebody holds it by a lease; nothing is told of that yet.
+        Withheld,
         /// The service is gone, which is told.
         NoService,
         /// Somebody did not want to wait for the service any longer, which is told.
@@ -55,6 +57,9 @@ public:
     };
     /// Scans the File at which `walker` stands.
     Outcome scan(const TreeWalker& walker);
+
+    /// Tells that the File at which `walker` stands was Withheld and is not scanned any more.
+    void leaveWithheld(const TreeWalker& walker);
 
     /// Tells of what `walker` stands at, and is no File and no Directory. `root` is the one that was asked
     /// for.

@@ -95,6 +95,9 @@ private:
                 if (outcome == FileVisit::Outcome::NoService || outcome == FileVisit::Outcome::Interrupted) {
                     return false;
                 }
+                if (outcome == FileVisit::Outcome::Withheld) {
+                    m_visit.leaveWithheld(walker);
+                }
             } else if (walker.kind() != TreeWalker::Kind::Directory) {
                 m_visit.pass(walker, root);
             }

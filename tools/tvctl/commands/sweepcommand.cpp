@@ -19,7 +19,9 @@
 #include "tvctl/sweep/sweep.h"
 
 #include <QDateTime>
+#include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -70,6 +72,19 @@ StateDirectory lockedState(const Session& session)
                                   .arg(session.installation().settings(), qt_error_string(error)));
     }
     return directory;
+}
+
+/// How long the kernel lets a program keep its lease of a file that somebody else wants to open, and some
+/// more.
+int leaseBreakMs()
+{
+    constexpr int usual = 45;
+    constexpr int most = 120;
+    constexpr int msecsPerSecond = 1000;
+    QFile file(QStringLiteral("/proc/sys/fs/lease-break-time"));
+    bool isNumber = file.open(QIODevice::ReadOnly);
+    const int seconds = isNumber ? file.readAll().trimmed().toInt(&isNumber) : usual;
+    return (std::clamp(isNumber ? seconds : usual, 0, most) + 1) * msecsPerSecond;
 }
 
 /// Stores detections the way the monitor does.
@@ -192,6 +207,8 @@ private:
             return m_visit.isByPath() ? Verdict::Again : Verdict::Done;
         case FileVisit::Outcome::NotDone:
             return Verdict::Again;
+        case FileVisit::Outcome::Withheld:
+            return Verdict::Withheld;
         case FileVisit::Outcome::Interrupted:
             return Verdict::Interrupted;
         default:
@@ -205,6 +222,16 @@ private:
         if (!m_isDefault || walker.kind() != TreeWalker::Kind::Unreadable || walker.error() != ENOENT) {
             m_visit.pass(walker, m_roots.contains(walker.path()) ? walker.path() : QByteArray());
         }
+    }
+
+    void leftWithheld(const TreeWalker& walker) override
+    {
+        m_visit.leaveWithheld(walker);
+    }
+
+    int patienceMs() const override
+    {
+        return leaseBreakMs();
     }
 
     void stumbled(const TreeWalker& walker) override

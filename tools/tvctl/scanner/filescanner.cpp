@@ -25,7 +25,7 @@ FileScanner::Result whyNotOpened(int error)
     if (error == ENOENT) {
         result.kind = FileScanner::Result::Kind::Gone;
     } else if (error == EWOULDBLOCK) {
-        result.problem = QStringLiteral("another program holds it by a lease");
+        result.kind = FileScanner::Result::Kind::Withheld;
     } else {
         result.problem =
             QStringLiteral("it cannot be opened to hand it over: %1").arg(qt_error_string(error));

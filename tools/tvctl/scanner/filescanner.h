@@ -24,6 +24,8 @@ public:
             Infected,
             /// It was not scanned; see `problem`.
             Failed,
+            /// The same: somebody holds it by a lease, and has a while to let go of it from now on.
+            Withheld,
             /// It is not there any more.
             Gone,
             /// The connection is not open any more and tells why.

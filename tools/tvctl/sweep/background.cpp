@@ -16,7 +16,8 @@ constexpr int classShift = 13;
 
 void goToBackground()
 {
-    // Batch and not idle: on a machine that is always busy it would never end.
+    // Batch and not idle: on a machine that is always busy it would never end. Where it is idle already, that
+    // may be refused, and is as good.
     const sched_param parameters = {};
     ::sched_setscheduler(0, SCHED_BATCH, &parameters);
     ::setpriority(PRIO_PROCESS, 0, leastPriority);

@@ -3,15 +3,18 @@
 #include "tvctl/files/filesystems.h"
 
 #include <QCryptographicHash>
+#include <QThread>
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include <unistd.h>
 
 namespace
 {
 constexpr qint64 keepEveryMs = 2000;
+constexpr int longestPathKept = 4096;
 
 constexpr const char* stateEnding = ".state";
 constexpr const char* journalEnding = ".progress";
@@ -50,8 +53,9 @@ qint64 changeTimeMs(const struct stat& status)
 /// of the journal take megabytes.
 QByteArray placeToGoOn(const QByteArray& path, const QByteArray& root)
 {
-    constexpr int longest = 4096;
-    return path.size() <= longest ? path : path.left(std::max(path.lastIndexOf('/', longest), root.size()));
+    return path.size() <= longestPathKept
+               ? path
+               : path.left(std::max(path.lastIndexOf('/', longestPathKept), root.size()));
 }
 
 bool isBelow(const QByteArray& path, const QByteArray& directory)
@@ -116,6 +120,7 @@ bool Sweep::run(Visitor& visitor)
             return false;
         }
     }
+    scanWithheld(visitor);
     m_stumblingBlock.clear();
     keepResult(visitor);
     return true;
@@ -173,9 +178,7 @@ bool Sweep::visit(TreeWalker& walker, Visitor& visitor)
 
 void Sweep::enter(TreeWalker& walker)
 {
-    const Place path = pathOf(walker);
-    m_way.resize(walker.depth());
-    m_way.push_back(path);
+    const Place path = comeTo(walker);
     const Place place = placeOfDirectory(path, walker.status());
     appendPlace(m_step.directories, place);
     if (!sync(walker)) {
@@ -228,11 +231,75 @@ bool Sweep::scan(const TreeWalker& walker, Visitor& visitor)
     case Visitor::Verdict::Again:
         appendPlace(m_step.again, path);
         break;
+    case Visitor::Verdict::Withheld:
+        appendPlace(m_step.again, path);
+        withhold(walker, visitor);
+        break;
     default:
         break;
     }
     m_stumblingBlock.end(path);
     return true;
+}
+
+/// Notes the path of the directory on the way down, which is returned.
+Place Sweep::comeTo(const TreeWalker& directory)
+{
+    const Place path = pathOf(directory);
+    m_way.resize(directory.depth());
+    m_way.push_back(path);
+    return path;
+}
+
+void Sweep::withhold(const TreeWalker& walker, Visitor& visitor)
+{
+    // Whoever holds thousands of files does not keep the sweep from its end.
+    constexpr size_t most = 64;
+    const bool isRemembered = !m_isLastTime && m_withheld.size() < most && walker.depth() > 0 &&
+                              walker.path().size() <= longestPathKept;
+    if (isRemembered) {
+        m_withheld.push_back({m_step.root, walker.path()});
+    } else {
+        visitor.leftWithheld(walker);
+    }
+}
+
+/// What was withheld comes once more, until it is let go of or nobody waits any longer.
+void Sweep::scanWithheld(Visitor& visitor)
+{
+    constexpr unsigned long betweenMs = 250;
+    QElapsedTimer waited;
+    waited.start();
+    while (!m_withheld.empty()) {
+        m_isLastTime = waited.hasExpired(visitor.patienceMs());
+        const std::vector<Withheld> files = std::exchange(m_withheld, {});
+        for (const Withheld& file : files) {
+            if (!scanAgain(file, visitor)) {
+                return;
+            }
+        }
+        if (!m_withheld.empty()) {
+            QThread::msleep(betweenMs);
+        }
+    }
+}
+
+/// False when somebody wants to end.
+bool Sweep::scanAgain(const Withheld& file, Visitor& visitor)
+{
+    m_step.root = file.root;
+    TreeWalker walker(m_roots.at(file.root), m_isSkipped);
+    walker.resumeAt(file.path);
+    bool isThere = walker.next();
+    if (isThere && walker.kind() == TreeWalker::Kind::Directory && visitor.isStopped(walker)) {
+        return false;
+    }
+    while (isThere && walker.kind() == TreeWalker::Kind::Directory && walker.leadsToResume()) {
+        comeTo(walker);
+        isThere = walker.next();
+    }
+    return !isThere || walker.kind() != TreeWalker::Kind::File || walker.path() != file.path ||
+           scan(walker, visitor);
 }
 
 /// Those of what `walker` stands at can be relied on.

@@ -40,6 +40,9 @@ public:
             Done,
             /// It is due again in the next sweep.
             Again,
+            /// The same, and somebody holds it by a lease, which the attempt to open it has begun to break:
+            /// it comes once more when all others have been.
+            Withheld,
             /// The sweep ends here and has not done this one.
             Stop,
             /// The same, and the file has nothing to do with it.
@@ -48,12 +51,17 @@ public:
 
         virtual ~Visitor() = default;
 
-        /// Called in front of each object; true ends the sweep.
+        /// Called in front of each object, and in front of a root before something below comes once more;
+        /// true ends the sweep.
         virtual bool isStopped(const TreeWalker& walker) = 0;
         /// A file that may have changed.
         virtual Verdict changed(const TreeWalker& walker) = 0;
         /// Anything else but directories and files that are unchanged.
         virtual void passed(const TreeWalker& walker) = 0;
+        /// A file that was Withheld and does not come any more in this sweep.
+        virtual void leftWithheld(const TreeWalker& walker) = 0;
+        /// How long such files are waited for in the end.
+        virtual int patienceMs() const = 0;
         /// A file that may have changed, and at which two sweeps have ended.
         virtual void stumbled(const TreeWalker& walker) = 0;
         /// The state cannot be kept, which is no reason to end.
@@ -86,15 +94,27 @@ public:
         return m_isStateDamaged;
     }
 
-    /// True when it came to its end; the state is then that of the next sweep.
+    /// True when it came to its end; the state is then that of the next sweep. Also when it ended while it
+    /// only waited for files that were withheld, which are due again.
     bool run(Visitor& visitor);
 
 private:
+    /// A file to come back to.
+    struct Withheld
+    {
+        int root = 0;
+        QByteArray path;
+    };
+
     void resume(bool isFull);
     bool isBelowRoot(const SweepJournal::Step& step) const;
     bool walk(int root, Visitor& visitor);
     bool visit(TreeWalker& walker, Visitor& visitor);
     void enter(TreeWalker& walker);
+    Place comeTo(const TreeWalker& directory);
+    void withhold(const TreeWalker& walker, Visitor& visitor);
+    void scanWithheld(Visitor& visitor);
+    bool scanAgain(const Withheld& file, Visitor& visitor);
     bool scan(const TreeWalker& walker, Visitor& visitor);
     bool sync(const TreeWalker& walker);
     static bool hasChangeTimes(const TreeWalker& walker);
@@ -132,6 +152,9 @@ private:
     std::set<dev_t> m_synced;
     /// The paths of the directories on the way down, from the root.
     std::vector<Place> m_way;
+    /// Files that come once more, and whether that is the last time.
+    std::vector<Withheld> m_withheld;
+    bool m_isLastTime = false;
     /// Below the directory of this depth everything is due.
     std::optional<size_t> m_new;
 };

@@ -17,9 +17,12 @@ private Q_SLOTS:
 
 void TestBackground::standsBackForAll()
 {
+    const bool isIdle = ::sched_getscheduler(0) == SCHED_IDLE;
     goToBackground();
     QCOMPARE(::getpriority(PRIO_PROCESS, 0), 19);
-    QCOMPARE(::sched_getscheduler(0), SCHED_BATCH);
+    // Not everybody may leave the idle class, which stands back even more.
+    const int now = ::sched_getscheduler(0);
+    QVERIFY(now == SCHED_BATCH || (isIdle && now == SCHED_IDLE));
     QCOMPARE(::syscall(SYS_ioprio_get, 1, 0) >> 13, 3L);
 }
 

@@ -1,7 +1,9 @@
 #include "tvctl/sweep/sweep.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QMap>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -111,6 +113,8 @@ private Q_SLOTS:
     void goesOnWithAFullSweep();
     void doesNotResumeWhatIsFinished();
     void passesByWhatTwoSweepsEndAt();
+    void waitsForWhatIsWithheld();
+    void waitsForNothingForEver();
     void blamesNoFileForAnInterruption();
     void scansAllThatIsMountedBelow();
     void scansAllThatIsMountedAtTheRoot();
@@ -180,7 +184,8 @@ public:
 
     bool isStopped(const TreeWalker& walker) override
     {
-        return walker.path() == m_root + stopAt;
+        timesAtRoot += walker.path() == m_root ? 1 : 0;
+        return walker.path() == m_root + stopAt || timesAtRoot == stopAgainAt;
     }
     Verdict changed(const TreeWalker& walker) override
     {
@@ -188,12 +193,24 @@ public:
         if (path == killAt) {
             return killVerdict;
         }
+        if (withheld.value(path) > 0) {
+            --withheld[path];
+            return Verdict::Withheld;
+        }
         files += path;
         return path == notDone ? Verdict::Again : Verdict::Done;
     }
     void passed(const TreeWalker& walker) override
     {
         passedBy += walker.path().mid(m_root.size() + 1);
+    }
+    void leftWithheld(const TreeWalker& walker) override
+    {
+        stillWithheld += walker.path().mid(m_root.size() + 1);
+    }
+    int patienceMs() const override
+    {
+        return 500;
     }
     void stumbled(const TreeWalker& walker) override
     {
@@ -207,8 +224,13 @@ public:
     QList<QByteArray> files;
     QList<QByteArray> passedBy;
     QList<QByteArray> stumbledAt;
+    QList<QByteArray> stillWithheld;
+    /// How many times these are withheld.
+    QMap<QByteArray, int> withheld;
     QStringList problems;
     QByteArray stopAt = "never";
+    int stopAgainAt = -1;
+    int timesAtRoot = 0;
     QByteArray killAt = "never";
     QByteArray notDone = "never";
     Verdict killVerdict = Verdict::Stop;
@@ -736,6 +758,54 @@ void TestSweep::passesByWhatTwoSweepsEndAt()
     Notes next(m_root);
     QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(next));
     QCOMPARE(next.files, QList<QByteArray>{"b"});
+}
+
+void TestSweep::waitsForWhatIsWithheld()
+{
+    for (const char* name : {"a/b/1", "a/b/2", "a/c", "d"}) {
+        make(name);
+    }
+    Notes notes(m_root);
+    notes.withheld = {{"a/b/1", 2}, {"a/c", 1}};
+    QVERIFY(Sweep(*m_state, {path("d"), path("a")}, false, {}, soon()).run(notes));
+    const QList<QByteArray> expected = {"a/b/2", "d", "a/c", "a/b/1"};
+    QCOMPARE(notes.files, expected);
+    QVERIFY(notes.stillWithheld.isEmpty());
+    // In the next sweep as well: this one could have ended while it waited. A root that is a file always is.
+    Notes next(m_root);
+    QVERIFY(Sweep(*m_state, {path("d"), path("a")}, false, {}, soon()).run(next));
+    const QList<QByteArray> again = {"a/b/1", "a/c", "d"};
+    QCOMPARE(next.files, again);
+}
+
+void TestSweep::waitsForNothingForEver()
+{
+    QMap<QByteArray, int> withheld;
+    for (int i = 0; i < 100; ++i) {
+        const QByteArray name = QByteArray::number(i);
+        make(name);
+        withheld[name] = 1000000;
+    }
+    Notes notes(m_root);
+    notes.withheld = withheld;
+    QElapsedTimer elapsed;
+    elapsed.start();
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(notes));
+    QVERIFY(elapsed.elapsed() >= notes.patienceMs() && elapsed.elapsed() < 20 * notes.patienceMs());
+    QVERIFY(notes.files.isEmpty());
+    QCOMPARE(notes.stillWithheld.size(), 100);
+    // For so many at most; the others are told of at once.
+    QCOMPARE(1000000 - notes.withheld.value("99"), 1);
+    QVERIFY(1000000 - notes.withheld.value("0") > 1);
+    Notes next(m_root);
+    QVERIFY(Sweep(*m_state, {m_root}, false, {}, soon()).run(next));
+    QCOMPARE(next.files.size(), 100);
+    // Whoever wants to end need not wait.
+    Notes stopped(m_root);
+    stopped.withheld = withheld;
+    stopped.stopAgainAt = 2;
+    QVERIFY(Sweep(*m_state, {m_root}, true, {}).run(stopped));
+    QCOMPARE(stopped.timesAtRoot, 2);
 }
 
 void TestSweep::blamesNoFileForAnInterruption()
