@@ -192,6 +192,14 @@ BREAKAGES = {
 }
 
 
+def test_the_advice_for_an_open_port_closes_it(patient):
+    patient.booted.run("nft", "flush", "ruleset")
+    found = patient.checks()["port_users"]
+    assert found["result"] == "failed", found
+    patient.booted.run("sh", "-c", found["fix"])
+    assert patient.checks()["port_users"]["result"] == "ok"
+
+
 @pytest.mark.parametrize("name", BREAKAGES)
 def test_is_found(patient, name):
     (put, back), check, result, says = BREAKAGES[name]

@@ -1,6 +1,7 @@
 """What becomes of a running machine when the package is upgraded, and when it goes."""
 
 import os
+import shutil
 
 import machine
 from files import OLDER, contents, provide_signatures, traces
@@ -50,17 +51,37 @@ def test_an_upgrade_goes_on_with_the_new_one(booted):
     for place in PLACES:
         assert os.stat(outside(place)).st_mode & 0o7777 == 0o700
     # What was switched off stays off.
-    assert not booted.is_active("tvfilemon-sweep.timer")
+    for timer in ("tvfilemon-sweep.timer", "tvfilemon-full-sweep.timer"):
+        assert not booted.is_active(timer), timer
     assert booted.property("tvfilemon-sweep.timer", "UnitFileState") == "disabled"
 
 
 def test_a_removal_keeps_records_and_quarantine(booted):
     before = contents(PLACES[1])
+    # A guard that has failed leaves its table.
+    drop_in = booted.path("/run/systemd/system/tvfilemon-firewall.service.d")
+    drop_in.mkdir()
+    (drop_in / "test.conf").write_text("[Service]\nExecStartPost=/bin/false\n")
+    booted.run("systemctl", "daemon-reload")
+    booted.run("systemctl", "restart", "tvfilemon-firewall.service", check=False)
+    assert "tvfilemon" in booted.run("nft", "list", "tables").stdout
     booted.run("apt-get", "remove", "--yes", "tvfilemon")
+    shutil.rmtree(drop_in)
     assert contents(PLACES[1]) == before and before
     assert outside("/var/lib/talvenor/settings/reports.db").exists()
     assert not booted.path("/usr/lib/Talvenor/bin/tvfilemon").exists()
     assert booted.property(EXPORT, "MainPID") == "0"
     assert "tvfilemon" not in booted.run("nft", "list", "tables").stdout
+
+
+def test_a_purge_ends_well_though_something_is_mounted(booted):
+    mounts = ("/var/lib/talvenor/quarantine", "/var/log/talvenor")
+    for place in mounts:
+        booted.run("mount", "-t", "tmpfs", "tmpfs", place)
+        booted.path(f"{place}/file").touch()
     booted.run("apt-get", "purge", "--yes", "tvfilemon")
-    assert not traces()
+    for place in mounts:
+        assert not list(booted.path(place).iterdir())
+        booted.run("umount", place)
+    # And what the mounts hid.
+    assert not [path for path in traces() if not path.startswith(mounts) and path != "/var/lib/talvenor"]

@@ -95,6 +95,37 @@ def test_each_of_the_two_guards_holds_without_the_other(booted, neighbour):
         booted.restart()
 
 
+@pytest.mark.parametrize("commands", [
+    ["enable --now"], ["start", "start"], ["start", "stop"], ["start", "restart"], ["start"] + ["reload"] * 5])
+def test_the_rules_of_debian_do_not_open_the_port(booted, commands):
+    """Each of these deletes all tables."""
+    try:
+        for command in commands:
+            booted.run("systemctl", *command.split(), "nftables.service")
+            assert not connects(booted, USER), command
+            assert booted.is_active(GUARD)
+    finally:
+        booted.run("systemctl", "disable", "--now", "nftables.service")
+    assert not connects(booted, USER)
+
+
+def test_a_restart_of_the_guard_does_not_open_the_port(booted):
+    drop_in = booted.path(f"/run/systemd/system/{GUARD}.d")
+    drop_in.mkdir(parents=True)
+    # Time to look.
+    (drop_in / "slow.conf").write_text("[Service]\nExecStartPre=/bin/sleep 3\n")
+    booted.run("systemctl", "daemon-reload")
+    try:
+        booted.run("systemctl", "restart", "--no-block", GUARD)
+        wait_until(lambda: booted.property(GUARD, "SubState") == "start-pre", "the guard to be down")
+        assert not connects(booted, USER)
+        assert booted.property(GUARD, "SubState") == "start-pre"
+    finally:
+        shutil.rmtree(drop_in)
+        booted.run("systemctl", "daemon-reload")
+    wait_until(lambda: booted.is_active(GUARD), "the guard")
+
+
 def test_the_guard_cannot_be_stopped_alone(booted):
     booted.run("systemctl", "stop", GUARD)
     wait_until(lambda: booted.is_active(GUARD), "the guard")

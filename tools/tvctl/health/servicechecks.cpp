@@ -11,7 +11,7 @@ namespace
 {
 QString guardThePort()
 {
-    return QStringLiteral("systemctl enable --now tvfilemon-firewall");
+    return QStringLiteral("systemctl reload-or-restart tvfilemon-firewall");
 }
 
 QString whoListens()

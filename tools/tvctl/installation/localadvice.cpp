@@ -59,7 +59,7 @@ QString LocalAdvice::wordedFor(QString advice) const
              .arg(m_installation.databases())},
         {QStringLiteral("systemctl enable --now tvfilemon-update.timer"),
          QStringLiteral("run %1-update as root, by a timer").arg(program)},
-        {QStringLiteral("systemctl enable --now tvfilemon-firewall"),
+        {QStringLiteral("systemctl reload-or-restart tvfilemon-firewall"),
          QStringLiteral("run as root: %1-firewall start").arg(program)},
         {QStringLiteral("systemctl restart tvfilemon"),
          QStringLiteral("end it, and start it as root: %1").arg(program)},

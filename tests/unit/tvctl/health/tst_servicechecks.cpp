@@ -202,7 +202,7 @@ void addExposureRows()
         QTest::newRow(name) << finding << result << QString::fromLatin1(seen) << QString::fromLatin1(fix);
     };
     row("exposure: open", exposure(good(), network, Verdict::Open), Result::Failed,
-        "port 8889 is open on eth0 (192.0.2.1); rules", "enable --now tvfilemon-firewall");
+        "port 8889 is open on eth0 (192.0.2.1); rules", "systemctl reload-or-restart tvfilemon-firewall");
     row("exposure: unknown", exposure(good(), network, Verdict::Unknown), Result::Warning, "eth0",
         "firewall");
     row("exposure: guarded", exposure(good(), network, Verdict::Guarded), Result::Ok, "rules", "");
@@ -227,7 +227,7 @@ void addUserRows()
     };
     row("users: refused", portUsers(good(), LocalAccess::Refused), Result::Ok, "are refused", "");
     row("users: admitted", portUsers(good(), LocalAccess::Admitted), Result::Failed,
-        "any user of this machine", "enable --now tvfilemon-firewall");
+        "any user of this machine", "systemctl reload-or-restart tvfilemon-firewall");
     row("users: not tried", portUsers(good(), LocalAccess::Unknown), Result::Warning, "not checked", "sudo");
     row("users: down", portUsers(down(), LocalAccess::Unknown), Result::Ok, "nobody listens", "");
 }

@@ -39,7 +39,7 @@ void TestLocalAdvice::wordsAnew_data()
         << "run /a/b/c/bin/tvfilemon-update as root";
     QTest::newRow("updates") << "systemctl enable --now tvfilemon-update.timer"
                              << "run /a/b/c/bin/tvfilemon-update as root, by a timer";
-    QTest::newRow("firewall") << "systemctl enable --now tvfilemon-firewall"
+    QTest::newRow("firewall") << "systemctl reload-or-restart tvfilemon-firewall"
                               << "run as root: /a/b/c/bin/tvfilemon-firewall start";
 }
 
