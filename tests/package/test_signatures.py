@@ -7,9 +7,9 @@ from pathlib import Path
 
 import pytest
 
-from machine import KLEZ_NAME, KLEZ_PATTERN, SIGNATURES, Mirror, outside
+from machine import KLEZ_NAME, KLEZ_PATTERN, SIGNATURES, Mirror, outside, wait_until
 
-UPDATE = "tvfilemon-update.service"
+UPDATE, FIRST = "tvfilemon-update.service", "tvfilemon-first-update.timer"
 OLD, NEW = (SIGNATURES / f"test-{version}.cvd" for version in (5, 6))
 
 
@@ -18,14 +18,13 @@ def mirror(booted):
     """With the package's own configuration but for where the files come from. Nothing but this serves here."""
     made = booted.within(Mirror)
     # The one of the installation may not have given up yet.
-    booted.run("systemctl", "stop", UPDATE)
+    booted.run("systemctl", "stop", FIRST, UPDATE)
     configuration = booted.path("/etc/talvenor/freshclam.conf")
     before = configuration.read_text()
     configuration.write_text(re.sub("(?m)^(DatabaseMirror|DNSDatabaseInfo|MaxAttempts) .*", "", before)
                              + f"PrivateMirror {made.address}\nMaxAttempts 1\n")
     made.serve(daily=OLD, main=OLD, bytecode=OLD)
-    for path in databases():
-        outside("/var/lib/talvenor/db").joinpath(path).unlink()
+    remove_databases()
     yield made
     configuration.write_text(before)
     made.close()
@@ -33,6 +32,11 @@ def mirror(booted):
 
 def databases():
     return {path.name: path.read_bytes() for path in outside("/var/lib/talvenor/db").iterdir()}
+
+
+def remove_databases():
+    for path in databases():
+        outside("/var/lib/talvenor/db").joinpath(path).unlink()
 
 
 def update(booted):
@@ -60,6 +64,14 @@ def is_for_writing(descriptor):
 
 def told(booted):
     return json.loads(booted.run("tvctl", "--json", "status", check=False).stdout)["last_update"]
+
+
+def test_the_first_one_is_tried_until_it_arrives(booted, mirror):
+    booted.run("systemctl", "start", FIRST)
+    wait_until(lambda: not booted.is_active(FIRST), "the end of the tries")
+    wait_until(lambda: booted.property(UPDATE, "ActiveState") == "inactive", lambda: journal(booted))
+    assert len(databases()) == 3
+    remove_databases()
 
 
 def test_an_update_arrives(booted, mirror):
