@@ -158,6 +158,16 @@ def test_nothing_is_missing_whenever_the_export_is_killed(booted, receiver):
     assert arrived(booted, receiver) - before <= kills and kills >= 5
 
 
+def test_what_a_user_writes_is_not_carried_on(booted, receiver):
+    forged = {"event": {"id": "forged"}, "file": {"path": "/home/u/forged.com"}}
+    booted.run("setpriv", "--reuid=1234", "--regid=1234", "--clear-groups", "logger", "--tag", "tvfilemon-detections",
+               "--priority", "user.crit", json.dumps(forged))
+    # What comes later has arrived, and what was written before it has not.
+    detect(booted, "behind.com")
+    assert arrived(booted, receiver) == 0
+    assert "forged" not in receiver.ids()
+
+
 def test_a_long_name_arrives_in_one_piece(booted, receiver):
     directory = os.fsencode(booted.path("/home/u/.long"))
     os.mkdir(directory)
