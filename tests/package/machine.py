@@ -232,9 +232,9 @@ class Container(Inside):
     def is_active(self, unit):
         return self.property(unit, "ActiveState") == "active"
 
-    def main_process(self, unit="tvfilemon.service"):
-        """The unit's main process, by its number outside."""
-        inner = self.property(unit, "MainPID")
+    def main_process(self, unit="tvfilemon.service", which="MainPID"):
+        """The unit's main process, by its number outside; with ControlPID that of the step that it is at."""
+        inner = self.property(unit, which)
         assert inner != "0", self.run("systemctl", "status", unit, check=False).stdout
         return next(process for process, numbers in processes()
                     if numbers == [inner] and same(f"/proc/{process}/ns/pid", f"/proc/{self.leader}/ns/pid"))

@@ -1,5 +1,6 @@
 """What the service does, and what systemd lets it do, in a machine that was booted."""
 
+import fcntl
 import io
 import json
 import os
@@ -16,7 +17,8 @@ from machine import EICAR, ROOT, outside, run, wait_gone, wait_until
 
 HERE = Path(__file__).parent
 SERVICE = "tvfilemon.service"
-TIMERS = ("tvfilemon-sweep.timer", "tvfilemon-update.timer")
+TIMERS = ("tvfilemon-full-sweep.timer", "tvfilemon-sweep.timer", "tvfilemon-update.timer")
+SWEEPS = ("tvfilemon-sweep.service", "tvfilemon-full-sweep.service")
 
 
 def test_an_installation_into_a_running_machine_starts_it(booted):
@@ -37,6 +39,7 @@ def test_the_first_update_is_tried_at_once(booted):
     status = outside("/var/lib/talvenor/upd/status")
     wait_until(status.exists, lambda: booted.run("systemctl", "status", "tvfilemon-update", check=False).stdout)
     assert "result=download-failed\n" in status.read_text()
+    wait_until(lambda: booted.property("tvfilemon-first-update.timer", "SubState") == "waiting", "the next try")
     assert not list(outside("/var/lib/talvenor/db").glob("*.cvd"))
     told = json.loads(booted.run("tvctl", "--json", "status", check=False).stdout)
     assert told["last_update"]["result"] == "download-failed" and told["last_update"]["last_success"] is None
@@ -158,12 +161,41 @@ def test_a_sweep_scans_what_nobody_watched(booted):
 
 def test_a_sweep_may_do_no_more_than_the_service(booted):
     """Otherwise the kernel would not let the service look at what it has opened."""
-    service, sweep = (set(booted.property(unit, "CapabilityBoundingSet").split())
-                      for unit in (SERVICE, "tvfilemon-sweep.service"))
-    assert sweep and sweep <= service
-    assert booted.property("tvfilemon-sweep.service", "ProtectProc") == "default"
-    places = [set(booted.property(unit, "ReadWritePaths").split()) for unit in (SERVICE, "tvfilemon-sweep.service")]
-    assert places[0] - {"/var/log/talvenor"} == places[1]
+    service, *sweeps = (set(booted.property(unit, "CapabilityBoundingSet").split()) for unit in (SERVICE, *SWEEPS))
+    assert all(sweep and sweep <= service for sweep in sweeps)
+    places = [set(booted.property(unit, "ReadWritePaths").split()) for unit in (SERVICE, *SWEEPS)]
+    assert places[0] - {"/var/log/talvenor"} == places[1] == places[2]
+    for unit in SWEEPS:
+        assert booted.property(unit, "ProtectProc") == "default"
+
+
+def test_a_full_sweep_looks_at_all_and_waits_for_the_other(booted):
+    """What it is told to do, while it waits, and what it did."""
+    small, full = SWEEPS
+    booted.run("systemctl", "start", small)
+    with open(outside("/var/lib/talvenor/settings/tvsweep.lock"), "rb") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        booted.run("systemctl", "start", "--no-block", full)
+        wait_until(lambda: booted.property(full, "SubState") == "start-pre", "the full sweep to begin")
+        # Not to be starved by whoever keeps the processors busy.
+        process = booted.main_process(full, "ControlPID")
+        wait_until(lambda: Path(f"/proc/{process}/comm").read_text() == "flock\n", "the wait for the lock")
+        assert os.sched_getscheduler(process) == os.SCHED_BATCH
+        assert os.getpriority(os.PRIO_PROCESS, process) == 19
+    wait_until(lambda: booted.property(full, "ActiveState") == "inactive", "the full sweep to end")
+    assert booted.property(full, "Result") == "success"
+    told = [booted.run("journalctl", "--no-pager", "--output=cat", f"--unit={unit}").stdout for unit in SWEEPS]
+    assert "scanning what changed since" in told[0] and "scanning everything" in told[1], told
+    assert {booted.property(unit, "MemoryMax") for unit in SWEEPS} == {str(1024**3)}
+
+
+def test_one_setting_is_for_all_sweeps(booted):
+    small, full = "tvfilemon-sweep.timer", "tvfilemon-full-sweep.timer"
+    booted.run("systemctl", "disable", "--now", small)
+    wait_until(lambda: not booted.is_active(full), "the weekly timer to stop")
+    booted.run("systemctl", "enable", "--now", small)
+    wait_until(lambda: booted.is_active(full), "the weekly timer")
+    assert booted.property(small, "NextElapseUSecMonotonic") and booted.property(full, "NextElapseUSecRealtime")
 
 
 def test_shows_popups_on_a_users_bus(booted, tmp_path):

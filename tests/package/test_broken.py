@@ -170,6 +170,8 @@ BREAKAGES = {
     "updates until the next boot": (units("stop tvfilemon-update.timer", back=["start tvfilemon-update.timer"]),
                                     "units", "failed", "tvfilemon-update.timer is not active"),
     "no sweeps": (disabled("tvfilemon-sweep.timer"), "units", "warning", "tvfilemon-sweep.timer is disabled"),
+    "no full sweeps": (units("stop tvfilemon-full-sweep.timer", back=["start tvfilemon-full-sweep.timer"]),
+                       "units", "warning", "tvfilemon-full-sweep.timer is not active"),
     "no limits": (masked("tvfilemon-limits.service", "reset-failed"), "units", "warning",
                   "tvfilemon-limits.service is masked"),
     "updates fail for days": (failed_updates(), "update", "failed", "none has succeeded since"),

@@ -38,6 +38,8 @@ QVector<Demand> demands()
          QStringLiteral("the kernel's limits are not raised")},
         {QStringLiteral("tvfilemon-sweep.timer"), true, true, Result::Warning,
          QStringLiteral("what real-time protection missed is not found")},
+        {QStringLiteral("tvfilemon-full-sweep.timer"), false, true, Result::Warning,
+         QStringLiteral("what only new signatures find is not found")},
     };
 }
 

@@ -56,7 +56,7 @@ QVector<PackageFacts::Unit> unitsOfSystemd()
                      QStringLiteral("--property=Id,LoadState,UnitFileState,ActiveState"),
                      QStringLiteral("tvfilemon.service"), QStringLiteral("tvfilemon-firewall.service"),
                      QStringLiteral("tvfilemon-limits.service"), QStringLiteral("tvfilemon-update.timer"),
-                     QStringLiteral("tvfilemon-sweep.timer")});
+                     QStringLiteral("tvfilemon-sweep.timer"), QStringLiteral("tvfilemon-full-sweep.timer")});
     if (!systemctl.waitForFinished(systemctlTimeoutMs)) {
         systemctl.kill();
         systemctl.waitForFinished(systemctlTimeoutMs);

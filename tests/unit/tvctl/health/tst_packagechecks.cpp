@@ -48,7 +48,8 @@ PackageFacts good()
                    {QStringLiteral("tvfilemon-firewall.service"), loaded, enabled, active},
                    {QStringLiteral("tvfilemon-limits.service"), loaded, fixed, inactive},
                    {QStringLiteral("tvfilemon-update.timer"), loaded, enabled, active},
-                   {QStringLiteral("tvfilemon-sweep.timer"), loaded, enabled, active}};
+                   {QStringLiteral("tvfilemon-sweep.timer"), loaded, enabled, active},
+                   {QStringLiteral("tvfilemon-full-sweep.timer"), loaded, fixed, active}};
     facts.links = {link("db", 0755), link("settings", 0700)};
     return facts;
 }
@@ -126,6 +127,12 @@ void TestPackageChecks::judgesUnits_data()
         "tvfilemon-update.timer is not active", "systemctl restart tvfilemon-update.timer");
     row("no sweeps", 4, "loaded disabled inactive", Result::Warning, "tvfilemon-sweep.timer is disabled",
         "enable --now tvfilemon-sweep.timer");
+    row("no full sweeps", 5, "masked masked inactive", Result::Warning,
+        "tvfilemon-full-sweep.timer is masked",
+        "unmask tvfilemon-full-sweep.timer && systemctl start tvfilemon-full-sweep.timer");
+    row("full sweeps were stopped", 5, "loaded static inactive", Result::Warning,
+        "tvfilemon-full-sweep.timer is not active: what only new signatures find",
+        "systemctl restart tvfilemon-full-sweep.timer");
 }
 
 void TestPackageChecks::judgesUnits()
