@@ -60,6 +60,6 @@ dpkg-buildpackage --build=binary --no-sign >"$result/build.log" 2>&1 || {
 }
 cd "$result"
 # A tag that does not apply has its reason in packaging/debian/tvfilemon.lintian-overrides.
-lintian --fail-on error,warning --suppress-tags bad-distribution-in-changes-file ./*.changes
+lintian --fail-on error,warning ./*.changes
 rm -rf "$tree"
 echo "build-deb.sh: $(ls "$result"/tvfilemon_*.deb)"
