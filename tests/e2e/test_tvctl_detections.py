@@ -553,7 +553,8 @@ def test_prune_a_locked_store(tv, tvctl, three):
 
 # -------------------------------------------------------------------------------------------------- in common
 
-READING = [["list"], ["follow"], ["export", "--format", "json"], ["prune", "--older-than", "1d"]]
+PAGE = Path("/tmp/page.html")
+READING = [["list"], ["follow"], ["export", "--format", "json"], ["prune", "--older-than", "1d"], ["report", "-o", PAGE]]
 
 
 @pytest.mark.parametrize("arguments", READING)
@@ -577,13 +578,21 @@ def test_the_store_is_locked(tv, tvctl, three, arguments):
     database.execute("UPDATE virus_report SET clean_status = clean_status")
     tvctl.fails("detections", *arguments, says="try again when nobody else uses the store")
     database.close()
+    assert len(tv.reports()) == 3 and not PAGE.exists()
 
 
-def test_the_store_is_damaged(tv, tvctl):
+@pytest.mark.parametrize("arguments, output", [
+    (["list"], "no detections\n"),
+    (["export", "--format", "json"], '{"detections": [\n]}\n'),
+    (["prune", "--older-than", "1d"], "removed 0 detections older than "),
+    (["report", "-o", PAGE], "detections: 0, hash list matches: 0\n"),
+])
+def test_the_store_is_damaged(tv, tvctl, arguments, output):
     tv.settings.mkdir()
     (tv.settings / "reports.db").write_bytes(b"no database " * 1000)
-    result = tvctl.run("detections", "list")
-    assert result.output == "no detections\n"
+    result = tvctl.run("detections", *arguments)
+    PAGE.unlink(missing_ok=True)
+    assert result.output.startswith(output)
     assert "set aside" in result.errors
     [aside] = tv.settings.glob("reports.db.corrupt-*")
     assert aside.read_bytes().startswith(b"no database ")
@@ -598,6 +607,7 @@ def test_somebody_without_permission(tv, tvctl, three, arguments):
     tv.settings.chmod(0o700)
     assert result.returncode == 2 and result.stdout == "", result
     assert "Permission denied" in result.stderr and "run it as root: sudo tvctl" in result.stderr
+    assert not PAGE.exists()
 
 
 @pytest.mark.parametrize("arguments, says", [

@@ -7,7 +7,7 @@ import signal
 import pytest
 
 from harness import exists, wait_until, write_once
-from storefailures import AS_ORDINARY_USER, inaccessible, locked
+from storefailures import AS_ORDINARY_USER, damage, inaccessible, locked
 
 CONTENT = b"known to be bad"
 MD5 = hashlib.md5(CONTENT).hexdigest()
@@ -146,6 +146,39 @@ def test_a_locked_store(tv, tvctl, listed):
     tv.configure(iocHashes={"0": [MD5]})
     with locked(tv.settings / "tvcore.db"):
         tvctl.fails("ioc", "test", listed, says="cannot be read")
+
+
+@pytest.mark.parametrize("command", ["test", "scan"])
+def test_a_damaged_store(tv, tvctl, listed, impostor, command):
+    """It is begun anew, and by default no lists are looked into: a service must not be believed then."""
+    tv.configure(iocHashes={"0": [MD5]})
+    damage(tv.settings / "tvcore.db")
+    impostor("REGISTERED!", "CLEAN")
+    result = tvctl.run("ioc", command, listed, status=0 if command == "test" else 2)
+    if command == "test":
+        assert "set aside" in result.errors
+    else:
+        assert "turn it on: tvctl config set ioc.enabled on" in result.errors
+    assert len(list(tv.settings.glob("tvcore.db.corrupt-*"))) == 1
+
+
+UNKNOWN = "tvctl: warning: whether hashes are looked up at all is unknown: "
+
+
+def test_the_service_is_asked_without_a_store(tvctl, listed, impostor):
+    service = impostor("REGISTERED!", "CLEAN")
+    result = tvctl.run("ioc", "scan", listed)
+    assert result.errors.startswith(f"{UNKNOWN}there is no ") and result.errors.count("\n") == 1
+    assert service.requests[1:] == [os.fsencode(f"SCANIOC {listed}")]
+
+
+def test_the_service_is_asked_with_a_locked_store(tv, tvctl, listed, impostor):
+    tv.configure(iocHashes={"0": [MD5]}, ioc=True)
+    service = impostor("REGISTERED!", "CLEAN")
+    with locked(tv.settings / "tvcore.db"):
+        result = tvctl.run("ioc", "scan", listed)
+    assert result.errors.startswith(f"{UNKNOWN}the settings cannot be read") and result.errors.count("\n") == 1
+    assert service.requests[1:] == [os.fsencode(f"SCANIOC {listed}")]
 
 
 def test_no_permission(tv, tvctl, listed):

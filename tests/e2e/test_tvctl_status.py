@@ -7,6 +7,7 @@ import time
 import pytest
 
 from harness import Installation, Unwatched, fresh_directory, wait_gone, wait_until, write_once
+from storefailures import damage, locked
 from tool import Tool
 from wellness import make_well, set_age, start
 
@@ -220,6 +221,28 @@ def test_a_store_cannot_be_read(well, tvctl, store, word):
         assert result.lines()[0].startswith("Cannot tell: the settings cannot be read")
     else:
         assert document["protected"] is True and "detection records cannot be read" in document["warnings"][0]
+
+
+@pytest.mark.parametrize("store, word", [("tvcore.db", "realtime"), ("reports.db", "detections_last_day")])
+def test_a_store_is_locked(well, tvctl, store, word):
+    well.configure()
+    well.add_reports([])
+    with locked(well.settings / store):
+        document = tvctl.json("status", status=1)
+    assert document[word] is None and document["service"]["state"] == "down"
+    if store == "reports.db":
+        assert "try again when nobody else uses the store" in document["warnings"][0]
+
+
+@pytest.mark.parametrize("store", ["tvcore.db", "reports.db"])
+def test_a_store_is_damaged(well, tvctl, store):
+    well.configure(action=1)
+    well.add_reports([])
+    damage(well.settings / store)
+    result = tvctl.run("status", status=1)
+    assert "set aside" in result.errors and f"{store}.corrupt-" in result.errors
+    document = tvctl.json("status", status=1)
+    assert document["realtime"] is True and document["detections_last_day"] == 0
 
 
 def test_another_program_holds_the_port(well, tvctl, impostor):
