@@ -9,6 +9,7 @@ import time
 import pytest
 
 from harness import Installation, Path, Unwatched, fresh_directory, wait_until
+from storefailures import locked
 from tool import Tool
 from wellness import DAY, make_well, set_age, start
 
@@ -284,7 +285,8 @@ def test_others_may_look_in(well, doctor, part):
                             f"chmod 0700 '{directory}'") - OF_THE_MACHINE
 
 
-@pytest.mark.parametrize("part", ["", "bin", "bin/tvfilemon", "lib", "db", "db/test-5.cvd", "logs"])
+@pytest.mark.parametrize("part", ["", "bin", "bin/tvfilemon", "lib", "db", "db/test-5.cvd", "logs", "icons",
+                                  "icons/ip_block.png", "share", "share/bash-completion/completions/tvctl"])
 def test_others_may_write(well, doctor, part):
     start(well)
     path = well.root / part
@@ -369,6 +371,24 @@ def test_a_store_cannot_be_read(well, doctor, store):
     (well.settings / store).mkdir()
     start(well)
     doctor.finds("stores", "not a regular file", "look at")
+
+
+@pytest.mark.parametrize("store", ["tvcore.db", "reports.db"])
+def test_a_store_is_locked(well, doctor, store):
+    well.configure()
+    well.add_reports([])
+    with locked(well.settings / store):
+        doctor.finds("stores", "cannot be read", "nobody else uses it")
+    assert "as root" not in doctor.checks["stores"]["fix"]
+
+
+def test_the_root_is_not_there(tvctl):
+    """Nothing there is no privacy, and root sees what there is."""
+    document = tvctl.json("doctor", "--root", "/opt/none", status=1)
+    checks = {check["name"]: check for check in document["checks"]}
+    for name in ("privacy", "disk_space"):
+        assert checks[name]["result"] == "warning" and "only root may" not in checks[name]["seen"], checks[name]
+        assert "/opt/none/settings: No such file or directory" in checks[name]["seen"]
 
 
 def test_the_port_is_open(well, doctor):

@@ -3,11 +3,13 @@
 import json
 import os
 import re
+import shutil
 import signal
 
 import pytest
 
 from harness import EICAR, EICAR_NAME, Installation, Path, Unwatched, exists, fresh_directory, wait_until
+from storefailures import damage, locked
 from tool import Tool
 from wellness import start
 
@@ -187,6 +189,47 @@ def test_a_name_that_is_not_utf8(tv, tvctl, home):
     assert document["outcome"] == "removed" and document["path"].startswith(f"{home}/\\xff/tvctl-selftest-")
     assert "path_base64" in document
     assert left_over(tv, "/home") == []
+
+
+def test_the_records_are_locked(tv, tvctl):
+    tv.add_reports([])
+    start(tv)
+    with locked(tv.settings / "reports.db"):
+        result = tvctl.run("selftest")
+        document = tvctl.json("selftest")
+    assert result.lines()[2].startswith("record:  it cannot be read: the detection records cannot be read")
+    assert document["outcome"] == "removed" and document["record"] is None
+    assert document["record_problem"].startswith("the detection records cannot be read")
+    assert left_over(tv, "/home") == []
+
+
+def test_the_records_are_locked_and_nothing_is_cleaned(tv, tvctl):
+    """Whether there is a record decides then, and nobody knows."""
+    tv.configure(action=0)
+    tv.add_reports([])
+    start(tv)
+    with locked(tv.settings / "reports.db"):
+        document = tvctl.json("selftest", "--timeout", "1", status=2)
+    assert document["outcome"] == "unknown"
+    assert "only reports it" in document["explanation"] and "records cannot be read" in document["explanation"]
+
+
+def test_the_stores_are_gone(tv, tvctl):
+    start(tv)
+    shutil.rmtree(tv.settings)
+    document = tvctl.json("selftest", status=None)
+    assert document["record"] is None and f"there is no {tv.settings}" in document["record_problem"]
+
+
+@pytest.mark.parametrize("store", ["tvcore.db", "reports.db"])
+def test_a_store_is_damaged(tv, tvctl, store):
+    tv.configure(action=1)
+    tv.add_reports([])
+    damage(tv.settings / store)
+    start(tv)
+    document = tvctl.json("selftest", status=0)
+    assert document["outcome"] == "removed" and document["record_problem"] is None
+    assert len(list(tv.settings.glob(f"{store}.corrupt-*"))) == 1
 
 
 @pytest.mark.parametrize("seconds", ["0", "-1", "3601", "x"])

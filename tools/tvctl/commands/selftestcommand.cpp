@@ -93,6 +93,9 @@ void print(Output& output, const SelfTestResult& result)
                              statusText(result.record->getCleanStatus()),
                              TimeText::format(result.record->getDateTime())));
     }
+    if (!result.path.isEmpty() && !result.recordProblem.isEmpty()) {
+        output.line(QStringLiteral("record:  it cannot be read: ") + printable(result.recordProblem));
+    }
     if (!result.fix.isEmpty()) {
         output.line(QStringLiteral("fix:     ") + printable(result.fix));
     }
@@ -113,7 +116,8 @@ QJsonObject documentOf(const SelfTestResult& result)
                             {QStringLiteral("explanation"), textOrNull(result.explanation)},
                             {QStringLiteral("fix"), textOrNull(result.fix)},
                             {QStringLiteral("path"), QJsonValue()},
-                            {QStringLiteral("record"), QJsonValue()}};
+                            {QStringLiteral("record"), QJsonValue()},
+                            {QStringLiteral("record_problem"), textOrNull(result.recordProblem)}};
     if (!result.path.isEmpty()) {
         JsonText::insertPath(document, QStringLiteral("path"), result.path);
     }

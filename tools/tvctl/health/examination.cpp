@@ -11,6 +11,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QSqlDatabase>
@@ -31,7 +32,7 @@ constexpr milliseconds walkLimit(10000);
 /// Of the files of one directory; whoever fills an installation with more has other troubles.
 constexpr int maxListed = 1000;
 
-/// The installation's directories, and the files of those whose files are run or loaded.
+/// The installation's directories, and the files of those whose files are run, loaded or shown.
 QVector<DirectoryFacts> partsOf(const Installation& installation)
 {
     const QStringList loaded = {installation.root() + QStringLiteral("/bin"),
@@ -49,6 +50,18 @@ QVector<DirectoryFacts> partsOf(const Installation& installation)
         const QStringList names = QDir(directory).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot);
         for (const QString& name : names.mid(0, maxListed)) {
             paths += directory + QLatin1Char('/') + name;
+        }
+    }
+    // The icons are shown to every user, and the shells of all of them, root's too, run the completions.
+    for (const QString& directory :
+         {installation.root() + QStringLiteral("/icons"), installation.root() + QStringLiteral("/share")}) {
+        if (QFileInfo::exists(directory)) {
+            paths += directory;
+            QDirIterator entries(directory, QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot,
+                                 QDirIterator::Subdirectories);
+            for (int count = 0; count < maxListed && entries.hasNext(); ++count) {
+                paths += entries.next();
+            }
         }
     }
     QVector<DirectoryFacts> parts;

@@ -27,6 +27,20 @@ QString sizeText(qint64 bytes)
 {
     return Common::getSizeInString(static_cast<unsigned long long>(bytes));
 }
+
+/// None of `directories` can be looked at.
+Finding noneSeen(const QString& name, const QVector<DirectoryFacts>& directories)
+{
+    QStringList problems;
+    for (const DirectoryFacts& directory : directories) {
+        if (directory.error == EACCES) {
+            return Finding::notChecked(name);
+        }
+        problems += QStringLiteral("%1: %2").arg(directory.path, qt_error_string(directory.error));
+    }
+    return Finding::warning(name, QStringLiteral("not checked: %1").arg(problems.join(QStringLiteral(", "))),
+                            QStringLiteral("start tvfilemon once, or name its root with --root"));
+}
 } // namespace
 
 Finding SystemChecks::directories(const QVector<DirectoryFacts>& parts, const QVector<DirectoryFacts>& above)
@@ -73,13 +87,19 @@ Finding SystemChecks::privacy(const QVector<DirectoryFacts>& secret)
     const QString name = QStringLiteral("privacy");
     QStringList paths;
     for (const DirectoryFacts& directory : secret) {
-        if (directory.exists() && (directory.mode & othersAll) != 0) {
+        if (!directory.exists()) {
+            continue;
+        }
+        if ((directory.mode & othersAll) != 0) {
             return Finding::failed(name,
                                    QStringLiteral("others may look into %1 (mode %2)")
                                        .arg(directory.path, modeText(directory.mode)),
                                    QStringLiteral("chmod 0700 '%1'").arg(directory.path));
         }
         paths += directory.path;
+    }
+    if (paths.isEmpty()) {
+        return noneSeen(name, secret);
     }
     return Finding::ok(name,
                        QStringLiteral("only root may look into %1").arg(paths.join(QStringLiteral(", "))));
@@ -136,7 +156,7 @@ Finding SystemChecks::diskSpace(const QVector<DirectoryFacts>& written)
         }
     }
     if (tightest == nullptr) {
-        return Finding::notChecked(name);
+        return noneSeen(name, written);
     }
     const QString seen =
         QStringLiteral("%1 are free in %2").arg(sizeText(tightest->freeBytes), tightest->path);

@@ -102,6 +102,7 @@ SelfTest::SelfTest(const Installation& installation, const QString& directory, m
 SelfTestResult SelfTest::run()
 {
     SelfTestResult result;
+    result.recordProblem = m_stores.reportsProblem;
     connect();
     if (m_stores.hasSettings() && !m_stores.isRealtimeOn) {
         result.explanation = QStringLiteral("real-time protection is switched off");
@@ -268,6 +269,14 @@ void SelfTest::explainBlindness(SelfTestResult& result) const
             QStringLiteral("nothing happened to the file; whether real-time protection is off "
                            "or only reports, only root may see");
         result.fix = QStringLiteral("sudo tvctl selftest");
+        return;
+    }
+    if (m_stores.scanAction == 0 && !m_stores.hasReports()) {
+        result.outcome = Outcome::Unknown;
+        result.explanation =
+            QStringLiteral("nothing happened to the file, since tvfilemon only reports it, and "
+                           "whether it did cannot be told: ") +
+            m_stores.reportsProblem;
         return;
     }
     result.explanation =

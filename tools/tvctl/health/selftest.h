@@ -36,6 +36,8 @@ struct SelfTestResult
     qint64 milliseconds = 0;
     /// What the service stored about it.
     std::optional<VirusReport> record;
+    /// Why that cannot be read; empty when it can.
+    QString recordProblem;
     /// Why it was not detected, or what is strange; empty when all is well.
     QString explanation;
     /// What to do about it.

@@ -128,8 +128,9 @@ Finding SystemChecks::stores(const StoreFacts& stores, const QString& directory)
     }
     const QString problem = stores.hasSettings() ? stores.reportsProblem : stores.settingsProblem;
     if (!problem.isEmpty()) {
-        return Finding::failed(name, problem,
-                               QStringLiteral("run it as root, and look at %1").arg(directory));
+        return Finding::failed(
+            name, problem,
+            QStringLiteral("try again when nobody else uses it, and look at %1").arg(directory));
     }
     if (!stores.damaged.isEmpty()) {
         return Finding::warning(

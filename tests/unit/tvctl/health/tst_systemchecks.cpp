@@ -128,6 +128,8 @@ void TestSystemChecks::privacy()
 {
     using SystemChecks::privacy;
     expect(privacy({directory(0700), missing(ENOENT)}), Result::Ok, "only root may look into /r/x");
+    expect(privacy({missing(ENOENT), missing(ENOENT)}), Result::Warning, "/r/x: No such file", "--root");
+    expect(privacy({missing(EACCES)}), Result::Warning, "not checked", "sudo");
     for (const mode_t mode : {0755, 0710, 0701, 0740}) {
         expect(privacy({directory(0700), directory(mode, "/r/q")}), Result::Failed,
                "others may look into /r/q", "chmod 0700 '/r/q'");
@@ -160,7 +162,8 @@ void TestSystemChecks::diskSpace()
            "df -h");
     expect(diskSpace({directory(), outOfFiles()}), Result::Failed, "no more files", "df -i");
     expect(diskSpace({missing(ENOENT), directory()}), Result::Ok, "free");
-    expect(diskSpace({missing(EACCES)}), Result::Warning, "not checked");
+    expect(diskSpace({missing(EACCES)}), Result::Warning, "not checked", "sudo");
+    expect(diskSpace({missing(ENOENT)}), Result::Warning, "/r/x: No such file", "--root");
 }
 
 void TestSystemChecks::engineDirectory()
@@ -275,7 +278,7 @@ void TestSystemChecks::stores()
     facts.reportsProblem = QStringLiteral("no records");
     expect(SystemChecks::stores(facts, path), Result::Failed, "no records");
     facts.settingsProblem = QStringLiteral("no settings");
-    expect(SystemChecks::stores(facts, path), Result::Failed, "no settings");
+    expect(SystemChecks::stores(facts, path), Result::Failed, "no settings", "nobody else uses it");
     facts.isHidden = true;
     expect(SystemChecks::stores(facts, path), Result::Warning, "only root");
 }
