@@ -7,6 +7,7 @@
 
 ListedReport::ListedReport(Output& output)
     : m_output(output),
+      m_errors(output),
       m_progress(output.showsProgress(), QStringLiteral("files"))
 {
 }
@@ -45,13 +46,7 @@ void ListedReport::failed(const QString& path, const QString& reason)
 {
     ++m_failed;
     m_progress.clear();
-    m_output.error(QStringLiteral("%1: %2").arg(path, reason));
-    if (m_output.isJson()) {
-        QJsonObject error;
-        JsonText::insertPath(error, QStringLiteral("path"), path);
-        error.insert(QStringLiteral("reason"), reason);
-        m_errors.append(error);
-    }
+    m_errors.add(path, reason);
 }
 
 void ListedReport::stopped(const QString& reason)
@@ -69,7 +64,7 @@ ExitCode ListedReport::finish()
     if (m_output.isJson()) {
         m_output.document({
             {QStringLiteral("matches"), m_matches},
-            {QStringLiteral("errors"), m_errors},
+            {QStringLiteral("errors"), m_errors.toJson()},
             {QStringLiteral("files"), m_files},
             {QStringLiteral("listed"), m_listed},
             {QStringLiteral("failed"), m_failed},

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tvctl/commands/patherrors.h"
 #include "tvctl/console/exitcode.h"
 #include "tvctl/console/output.h"
 #include "tvctl/console/progress.h"
@@ -32,6 +33,7 @@ public:
 
 private:
     Output& m_output;
+    PathErrors m_errors;
     Progress m_progress;
     qint64 m_files = 0;
     qint64 m_listed = 0;
@@ -39,5 +41,4 @@ private:
     QString m_stopped;
     /// For a document only.
     QJsonArray m_matches;
-    QJsonArray m_errors;
 };

@@ -30,6 +30,7 @@ QString timeText(double seconds, qint64 files)
 
 ScanReport::ScanReport(Output& output)
     : m_output(output),
+      m_errors(output),
       m_progress(output.showsProgress(), QStringLiteral("files"), output.hasProgressColours())
 {
     m_elapsed.start();
@@ -127,7 +128,7 @@ ExitCode ScanReport::finish(const QJsonObject& more)
     }
     QJsonObject document = more;
     document.insert(QStringLiteral("detections"), m_detections);
-    document.insert(QStringLiteral("errors"), m_errors);
+    document.insert(QStringLiteral("errors"), m_errors.toJson());
     if (m_lookedAt) {
         document.insert(QStringLiteral("looked_at"), *m_lookedAt);
     }
@@ -148,13 +149,7 @@ ExitCode ScanReport::finish(const QJsonObject& more)
 void ScanReport::addError(const QString& path, const QString& reason)
 {
     m_progress.clear();
-    m_output.error(QStringLiteral("%1: %2").arg(path, reason));
-    if (m_output.isJson()) {
-        QJsonObject error;
-        JsonText::insertPath(error, QStringLiteral("path"), path);
-        error.insert(QStringLiteral("reason"), reason);
-        m_errors.append(error);
-    }
+    m_errors.add(path, reason);
 }
 
 QStringList ScanReport::summary(double seconds) const

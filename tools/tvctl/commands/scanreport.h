@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tvctl/commands/patherrors.h"
 #include "tvctl/console/exitcode.h"
 #include "tvctl/console/output.h"
 #include "tvctl/console/progress.h"
@@ -56,6 +57,7 @@ private:
     ExitCode exitCode() const;
 
     Output& m_output;
+    PathErrors m_errors;
     Progress m_progress;
     QElapsedTimer m_elapsed;
     std::optional<qint64> m_lookedAt;
@@ -70,5 +72,4 @@ private:
     QString m_stopped;
     /// For a document only.
     QJsonArray m_detections;
-    QJsonArray m_errors;
 };
