@@ -251,7 +251,7 @@ QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path, in
                    : QStringLiteral("; its copy cannot be seen from here, and its name does not tell "
                                     "where it comes from");
     }
-    const QString made = *found;
+    const QString& made = *found;
     if (made.isEmpty()) {
         return QStringLiteral("; there is no copy of it in the quarantine");
     }
