@@ -6,7 +6,6 @@
 #include "tvctl/commands/session.h"
 #include "tvctl/commands/timeargument.h"
 #include "tvctl/console/jsontext.h"
-#include "tvctl/console/timetext.h"
 #include "tvctl/console/toolerror.h"
 
 #include <QJsonArray>

@@ -1,6 +1,5 @@
 #include "tvctl/commands/scancommand.h"
 
-#include "common/filename.h"
 #include "tvctl/commands/commandcapabilities.h"
 #include "tvctl/commands/commandpath.h"
 #include "tvctl/commands/filevisit.h"
