@@ -195,7 +195,10 @@ def test_one_setting_is_for_all_sweeps(booted):
     wait_until(lambda: not booted.is_active(full), "the weekly timer to stop")
     booted.run("systemctl", "enable", "--now", small)
     wait_until(lambda: booted.is_active(full), "the weekly timer")
-    assert booted.property(small, "NextElapseUSecMonotonic") and booted.property(full, "NextElapseUSecRealtime")
+    every = booted.property(small, "TimersMonotonic")
+    assert "OnActiveUSec=10min" in every and "OnUnitInactiveUSec=6h" in every, every
+    assert "OnCalendar=Sun *-*-* 02:00:00" in booted.property(full, "TimersCalendar")
+    assert booted.property(full, "Persistent") == "yes"
 
 
 def test_shows_popups_on_a_users_bus(booted, tmp_path):

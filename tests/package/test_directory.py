@@ -68,11 +68,13 @@ def test_files_owners_and_modes():
     assert not difference, difference
 
 
-def test_documents_that_messages_name_can_be_read():
-    # They are left out of the machine, which is small.
+def test_documents_and_completions_come_along():
+    # They are left out of the machine, which is small. Messages name the first ones.
     listed = run(["dpkg-deb", "--contents", machine.DEB]).stdout
-    for name in ("firewall", "fleet", "signatures", "tvctl"):
-        assert f" ./usr/share/doc/tvfilemon/{name}.md\n" in listed, listed
+    for name in ("doc/tvfilemon/firewall.md", "doc/tvfilemon/fleet.md", "doc/tvfilemon/signatures.md",
+                 "doc/tvfilemon/tvctl.md", "man/man1/tvctl.1.gz", "man/man8/tvfilemon.8.gz",
+                 "bash-completion/completions/tvctl", "zsh/vendor-completions/_tvctl"):
+        assert f" ./usr/share/{name}\n" in listed, (name, listed)
 
 
 def test_units_are_tight():

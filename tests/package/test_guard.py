@@ -109,6 +109,16 @@ def test_the_rules_of_debian_do_not_open_the_port(booted, commands):
     assert not connects(booted, USER)
 
 
+def test_the_guard_is_up_before_the_service_starts(booted):
+    """Also at a boot, which both are started by."""
+    booted.restart()
+    guarded = int(booted.property(GUARD, "ActiveEnterTimestampMonotonic"))
+    started = int(booted.property("tvfilemon.service", "InactiveExitTimestampMonotonic"))
+    assert 0 < guarded < started, (guarded, started)
+    wanted = booted.run("systemctl", "show", "--property=Wants,Upholds", "tvfilemon.service", "multi-user.target").stdout
+    assert GUARD in wanted and "tvfilemon.service" in wanted, wanted
+
+
 def test_a_restart_of_the_guard_does_not_open_the_port(booted):
     drop_in = booted.path(f"/run/systemd/system/{GUARD}.d")
     drop_in.mkdir(parents=True)
