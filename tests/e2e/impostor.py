@@ -42,7 +42,8 @@ class Impostor:
         if user is not None:
             os.fchown(self._listener.fileno(), user, user)
         self._connections = []
-        threading.Thread(target=self._accept, daemon=True).start()
+        self._accepting = threading.Thread(target=self._accept, daemon=True)
+        self._accepting.start()
 
     def _accept(self):
         while True:
@@ -54,6 +55,11 @@ class Impostor:
             threading.Thread(target=self._serve, args=[connection], daemon=True).start()
 
     def _serve(self, connection):
+        # Closed by the test meanwhile.
+        with contextlib.suppress(OSError):
+            self._answer(connection)
+
+    def _answer(self, connection):
         replies = list(self._replies)
         while request := connection.recv(4096):
             told, request = request, resolved(request)
@@ -81,6 +87,8 @@ class Impostor:
             return
         # Ends a blocked accept, which closing alone would not.
         self._listener.shutdown(socket.SHUT_RDWR)
+        # The port is taken for as long as the accept is on its way out.
+        self._accepting.join()
         self._listener.close()
         for connection in self._connections:
             connection.close()
