@@ -76,7 +76,7 @@ void TestSignatureHeader::refusesWhatIsNoHead_data()
     QTest::newRow("empty") << QByteArray();
     QTest::newRow("short") << QByteArray("ClamAV-VDB:22 Jun 2021 21-31 -0400:5:13:81:m:s:b:1");
     QTest::newRow("zeros") << QByteArray(512, '\0');
-    QTest::newRow("other magic") << padded("ClamAV-XXX:22 Jun 2021 21-31 -0400:5:13:81:m:s:b:1");
+    QTest::newRow("other magic") << padded("ClamAV-VDC:22 Jun 2021 21-31 -0400:5:13:81:m:s:b:1");
     QTest::newRow("few fields") << padded("ClamAV-VDB:22 Jun 2021 21-31 -0400:5:13");
     QTest::newRow("no version") << padded("ClamAV-VDB:22 Jun 2021 21-31 -0400::13:81:m:s:b:1");
     QTest::newRow("no count") << padded("ClamAV-VDB:22 Jun 2021 21-31 -0400:5:many:81:m:s:b:1");
