@@ -1,8 +1,7 @@
-"""Fixtures of the end-to-end tests; see harness.py for what they hand out."""
+"""Fixtures of the tests that run the installed service; see harness.py for what they hand out."""
 
 import collections
 import os
-import statistics
 import sys
 import threading
 
@@ -16,7 +15,7 @@ import harness
 import tool
 from impostor import Impostor
 
-LATENCIES = []
+FIGURES = []
 
 
 @pytest.fixture(scope="session", autouse=True)
@@ -136,12 +135,20 @@ def locale_path():
 
 
 @pytest.fixture
-def report_latency():
-    return LATENCIES.extend
+def report_figure():
+    """Takes a line for the end of the run: what was measured, which no test may demand of a busy machine."""
+    return FIGURES.append
+
+
+@pytest.fixture
+def long_form(pytestconfig):
+    """Whether there is time for rounds by the hundred thousand."""
+    return pytestconfig.getoption("long")
 
 
 def pytest_addoption(parser):
     parser.addoption("--part", metavar="N/OF", help="only the N-th of OF parts, which may run at the same time")
+    parser.addoption("--long", action="store_true", help="the long form of tests that have one; takes hours")
 
 
 def pytest_collection_modifyitems(config, items):
@@ -162,9 +169,5 @@ def pytest_collection_modifyitems(config, items):
 
 
 def pytest_terminal_summary(terminalreporter):
-    if LATENCIES:
-        terminalreporter.write_line(
-            f"from the write to the removal of an infected file: median"
-            f" {statistics.median(LATENCIES) * 1000:.1f} ms, longest {max(LATENCIES) * 1000:.1f} ms"
-            f" ({len(LATENCIES)} files)"
-        )
+    for figure in FIGURES:
+        terminalreporter.write_line(figure)
