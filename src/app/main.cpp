@@ -1,6 +1,7 @@
 #include "app/orderlystop.h"
 #include "app/standardstreams.h"
 #include "monitor/filemonitor.h"
+#include "platform/tvcore/virusconfig.h"
 #include "scan/cscanfile.h"
 #include "socket/csocketmanager.h"
 
@@ -14,7 +15,7 @@ int main(int argc, char* argv[])
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 
     const QCoreApplication application(argc, argv);
-    const OrderlyStop stop;
+    const OrderlyStop stop([] { VirusConfig().storeKeptReports(); });
 
     // Whatever fails to start, the rest runs without it.
     CSocketManager::getInstance()->startListening();

@@ -1,5 +1,7 @@
 #include "common/filecopy.h"
 
+#include "common/abandonablework.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -41,6 +43,10 @@ bool copyBytes(int from, int to, off_t size)
 {
     std::array<char, 128UL * 1024> buffer;
     while (size > 0) {
+        if (AbandonableWork::isAwaited()) {
+            errno = ECANCELED;
+            return false;
+        }
         const size_t wanted = std::min(buffer.size(), static_cast<size_t>(size));
         const ssize_t got = TEMP_FAILURE_RETRY(::read(from, buffer.data(), wanted));
         if (got <= 0) {

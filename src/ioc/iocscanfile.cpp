@@ -1,5 +1,6 @@
 #include "ioc/iocscanfile.h"
 
+#include "common/abandonablework.h"
 #include "common/filename.h"
 #include "common/heldfile.h"
 #include "digest/filedigests.h"
@@ -79,9 +80,11 @@ bool IOCScanFile::readFile(const QString& path, FileIOCInfo& info)
     info.setFileCreateDate(file.birthTime());
     info.setFileModDate(file.lastModified());
     // The three from one reading, so that they speak of the same content.
-    const FileDigests digests =
-        digestsOfFile(FileName::toBytes(path),
-                      {QCryptographicHash::Md5, QCryptographicHash::Sha1, QCryptographicHash::Sha256});
+    const FileDigests digests = [&path] {
+        const AbandonableWork work;
+        return digestsOfFile(FileName::toBytes(path),
+                             {QCryptographicHash::Md5, QCryptographicHash::Sha1, QCryptographicHash::Sha256});
+    }();
     info.setFileMD5(digests.hex.at(0));
     info.setFileSHA1(digests.hex.at(1));
     info.setFileSHA256(digests.hex.at(2));

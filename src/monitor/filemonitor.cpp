@@ -1,5 +1,6 @@
 #include "monitor/filemonitor.h"
 
+#include "common/abandonablework.h"
 #include "common/common.h"
 #include "common/filename.h"
 #include "common/heldfile.h"
@@ -119,6 +120,8 @@ void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& de
 
 int FileMonitor::watch(int fd, const QString& path, QStringList& below)
 {
+    // A walk may take long, and only this process knows of it.
+    const AbandonableWork work;
     // By descriptor: the kernel knows a directory by one watch, so following a link that a user put in the
     // place of a new directory would make another user's watched directory known by that link, and
     // unprotected.

@@ -1,5 +1,6 @@
 #include "scan/cscanfile.h"
 
+#include "common/abandonablework.h"
 #include "common/common.h"
 #include "common/filename.h"
 #include "common/heldfile.h"
@@ -34,6 +35,13 @@ namespace
 bool isAboutTemporaryFiles(int code)
 {
     return code == CL_ETMPDIR || code == CL_ETMPFILE || code == CL_ECREAT || code == CL_EWRITE;
+}
+
+/// Does what may take minutes, and cannot be interrupted: libclamav calls a scan that was broken off clean.
+template <typename Call> auto abandonable(const Call& call)
+{
+    const AbandonableWork work;
+    return call();
 }
 
 /// libclamav's code for a file that cannot be opened, as its own open gives it.
@@ -105,7 +113,7 @@ bool CScanFile::initEngine()
 bool CScanFile::releaseEngine()
 {
     // The handle is kept after it was freed; only the flag tells whether there is something to free.
-    const int result = m_engineReady ? cl_engine_free(m_engine) : CL_ENULLARG;
+    const int result = m_engineReady ? abandonable([this] { return cl_engine_free(m_engine); }) : CL_ENULLARG;
     if (result != CL_SUCCESS) {
         const int error = errno;
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to release engine!");
@@ -129,7 +137,8 @@ bool CScanFile::loadDatabases()
     for (const QString& name : names) {
         const QByteArray path = FileName::toBytes(directory + QLatin1Char('/') + name);
         unsigned signatures = 0;
-        const int result = cl_load(path.constData(), m_engine, &signatures, CL_DB_STDOPT);
+        const int result =
+            abandonable([&] { return cl_load(path.constData(), m_engine, &signatures, CL_DB_STDOPT); });
         if (result != CL_SUCCESS) {
             const int error = errno;
             CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error,
@@ -141,7 +150,7 @@ bool CScanFile::loadDatabases()
         m_signatureTotal += signatures;
     }
 
-    const int result = m_compiled ? CL_SUCCESS : cl_engine_compile(m_engine);
+    const int result = m_compiled ? CL_SUCCESS : abandonable([this] { return cl_engine_compile(m_engine); });
     if (result != CL_SUCCESS) {
         const int error = errno;
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to compile engine. Error: %d",
@@ -197,7 +206,7 @@ int CScanFile::scan(const EngineCall& call, QString& virusName) const
         ScanNotes notes{m_directory.path()};
         const char* name = nullptr;
         _notes = &notes;
-        code = call(&name);
+        code = abandonable([&] { return call(&name); });
         _notes = nullptr;
         if (code == CL_VIRUS) {
             virusName = QString::fromUtf8(name);

@@ -138,16 +138,20 @@ int CScanManager::cleanFile(const QString& path, const HeldFile& file)
         return -1;
     }
     const QByteArray name = FileName::toBytes(path);
+    int error = 0;
     if (!takeBackup(path, file)) {
-        const int error = errno;
+        error = errno;
         // An infected file without a copy is still better gone.
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to take backup of file: %s",
                                       name.constData());
     }
-    if (file.remove()) {
-        return 0;
+    // Unless the copy was only given up because the service ends.
+    if (error != ECANCELED) {
+        if (file.remove()) {
+            return 0;
+        }
+        error = errno;
     }
-    const int error = errno;
     // An empty path is no removal that failed: Qt tells the two apart, and so do the clients that read this.
     m_lastError = path.isEmpty() ? QFileDevice::NoError : QFileDevice::RemoveError;
     CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to clean file: %s. Error: %d",

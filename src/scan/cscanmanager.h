@@ -45,7 +45,8 @@ public:
     bool takebackupOfFile(const QString& path) const;
 
     /// Quarantines and removes the file. -1: report-only, nothing done; 0: removed, whatever became of the
-    /// copy; 1: not removed, `getLastError` tells why.
+    /// copy; 1: not removed, `getLastError` tells why. A copy that is given up because the process ends is
+    /// the one whose failure keeps the file.
     int cleanFile(const QString& path);
     /// The same for the `file` at `path` that was held and scanned before: no other is copied or removed,
     /// whatever the path leads to by now.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "socket/stopsignal.h"
+#include "common/stopsignal.h"
 
 #include <QThread>
 

@@ -49,9 +49,7 @@ void ReportStore::setDirectory(const QString& directory)
 
 void ReportStore::close()
 {
-    if (!m_pending.isEmpty() && !storePending()) {
-        qCWarning(lcTvcore, "%d detection records were not stored", m_pending.size());
-    }
+    storeKept();
     m_retry.reset();
     m_store.close();
 }
@@ -67,6 +65,16 @@ bool ReportStore::add(const VirusReport& report)
     }
     m_pending.append(report);
     return storePending();
+}
+
+bool ReportStore::storeKept()
+{
+    // Leaves the timer alone, which is the main thread's.
+    const bool isStored = m_pending.isEmpty() || writePending();
+    if (!isStored) {
+        qCWarning(lcTvcore, "%d detection records were not stored", m_pending.size());
+    }
+    return isStored;
 }
 
 bool ReportStore::find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
@@ -145,6 +153,17 @@ bool ReportStore::select(const QDateTime& from, const QDateTime& to, const QStri
 
 bool ReportStore::storePending()
 {
+    const bool isStored = writePending();
+    if (isStored) {
+        m_retry.reset();
+    } else {
+        tryAgainLater();
+    }
+    return isStored;
+}
+
+bool ReportStore::writePending()
+{
     const bool isStored = m_store.write([this](StoreConnection& connection) {
         return std::all_of(m_pending.cbegin(), m_pending.cend(),
                            [&connection](const VirusReport& report) { return insert(connection, report); });
@@ -152,9 +171,6 @@ bool ReportStore::storePending()
     if (isStored) {
         m_pending.clear();
         m_isFullNoted = false;
-        m_retry.reset();
-    } else {
-        tryAgainLater();
     }
     return isStored;
 }

@@ -27,6 +27,8 @@ public:
 
     /// True when it, and all before it, are on disk.
     bool add(const VirusReport& report);
+    /// See VirusConfig::storeKeptReports.
+    bool storeKept();
     /// For these see VirusConfig.
     bool find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports, qint64 afterId,
               int limit);
@@ -40,6 +42,7 @@ private:
     bool select(const QDateTime& from, const QDateTime& to, const QString& order, qint64 id, int limit,
                 QVector<VirusReport>& reports);
     bool storePending();
+    bool writePending();
     void tryAgainLater();
     static bool insert(StoreConnection& connection, const VirusReport& report);
     static VirusReport fromRow(const QSqlQuery& row);

@@ -9,6 +9,11 @@ bool VirusConfig::addVirusReport(const VirusReport& report)
     return StoreRegistry::instance().reports().add(report);
 }
 
+bool VirusConfig::storeKeptReports()
+{
+    return StoreRegistry::instance().reports().storeKept();
+}
+
 bool VirusConfig::getVirusReports(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
                                   qint64 afterId, int limit) const
 {

@@ -23,6 +23,10 @@ public:
     /// one that finds no room is lost, which is said in the log.
     bool addVirusReport(const VirusReport& report);
 
+    /// Tries once more to store what is kept in memory; true when nothing is left. For a process that ends
+    /// without its application object; any thread, as long as no other uses the records.
+    bool storeKeptReports();
+
     /// Fills `reports` with up to `limit` records of the period whose number is above `afterId`, in the order
     /// in which they were stored, which lets a long list be read in pieces. False, with `reports` empty,
     /// when the store cannot be read.

@@ -1,5 +1,6 @@
 #include "platform/tvnotify/popupsender.h"
 
+#include "common/allsignalsblocked.h"
 #include "platform/tvnotify/popupcodec.h"
 
 #include <QLoggingCategory>
@@ -11,7 +12,6 @@
 #include <utility>
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -27,28 +27,6 @@ constexpr auto maximumStartDelay = 30s;
 /// The helper never waits for a bus before it reads: one that takes nothing for so long is broken.
 constexpr auto stuckLimit = 10s;
 constexpr auto stopLimit = 1s;
-
-/// Keeps signals off a thread that is started while this stands: the handlers of the process that uses this
-/// library expect its own threads.
-class AllSignalsBlocked
-{
-public:
-    AllSignalsBlocked()
-    {
-        sigset_t all;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~AllSignalsBlocked()
-    {
-        ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-private:
-    sigset_t m_before;
-};
 
 } // namespace
 

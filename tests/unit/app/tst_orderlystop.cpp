@@ -1,12 +1,15 @@
 #include "app/orderlystop.h"
+#include "common/abandonablework.h"
 
 #include <QCoreApplication>
 #include <QProcess>
 #include <QTest>
 #include <QTimer>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <thread>
 
 #include <unistd.h>
 
@@ -18,17 +21,34 @@ class TestOrderlyStop : public QObject
 private Q_SLOTS:
     void endsTheLoop_data();
     void endsTheLoop();
+    void endsInTheMiddleOfWork_data();
+    void endsInTheMiddleOfWork();
 };
 
 namespace
 {
 constexpr int stoppedInTime = 0;
 constexpr int timedOut = 7;
+constexpr int workEnded = 8;
+
+using namespace std::chrono_literals;
+
+/// Longer than the stop waits for anything.
+void workForLong()
+{
+    std::this_thread::sleep_for(10s);
+}
+
+void print(const char* text)
+{
+    std::fputs(text, stdout);
+    std::fflush(stdout);
+}
 
 /// Runs one scenario; the result is the exit status of the process.
 int runScenario(const QByteArray& scenario)
 {
-    const OrderlyStop stop;
+    const OrderlyStop stop([] { print("last work"); });
     QTimer::singleShot(20000, [] { QCoreApplication::exit(timedOut); });
     if (scenario == "before the loop") {
         ::raise(SIGTERM);
@@ -43,6 +63,26 @@ int runScenario(const QByteArray& scenario)
     } else if (scenario == "broken pipe") {
         ::raise(SIGPIPE);
         QTimer::singleShot(0, [] { QCoreApplication::exit(stoppedInTime); });
+    } else if (scenario == "in abandonable work") {
+        const AbandonableWork work;
+        ::raise(SIGTERM);
+        workForLong();
+        return workEnded;
+    } else if (scenario == "before abandonable work") {
+        ::raise(SIGTERM);
+        while (!AbandonableWork::isAwaited()) {
+            std::this_thread::sleep_for(1ms);
+        }
+        print("a step, ");
+        const AbandonableWork work;
+        return workEnded;
+    } else if (scenario == "in brief work") {
+        const AbandonableWork work;
+        ::raise(SIGTERM);
+    } else if (scenario == "in work that counts") {
+        ::raise(SIGTERM);
+        std::this_thread::sleep_for(1s);
+        print("a step");
     }
     return QCoreApplication::exec();
 }
@@ -65,6 +105,31 @@ void TestOrderlyStop::endsTheLoop()
     QVERIFY(process.waitForFinished(30000));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), stoppedInTime);
+}
+
+void TestOrderlyStop::endsInTheMiddleOfWork_data()
+{
+    QTest::addColumn<QString>("scenario");
+    QTest::addColumn<QString>("done");
+    QTest::newRow("in abandonable work")
+        << QStringLiteral("in abandonable work") << QStringLiteral("last work");
+    QTest::newRow("before abandonable work")
+        << QStringLiteral("before abandonable work") << QStringLiteral("a step, last work");
+    // These come to the loop.
+    QTest::newRow("in brief work") << QStringLiteral("in brief work") << QString();
+    QTest::newRow("in work that counts") << QStringLiteral("in work that counts") << QStringLiteral("a step");
+}
+
+void TestOrderlyStop::endsInTheMiddleOfWork()
+{
+    QFETCH(QString, scenario);
+    QFETCH(QString, done);
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--scenario"), scenario});
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), stoppedInTime);
+    QCOMPARE(QString::fromLatin1(process.readAllStandardOutput()), done);
 }
 
 int main(int argc, char* argv[])

@@ -1,11 +1,13 @@
 #include "common/filecopy.h"
 
+#include "common/abandonablework.h"
 #include "support/fakefiles.h"
 
 #include <QTemporaryFile>
 #include <QTest>
 
 #include <cerrno>
+#include <future>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -54,6 +56,7 @@ private Q_SLOTS:
     void tellsWhatFailed_data();
     void tellsWhatFailed();
     void writesOnAfterInterruptions();
+    void givesUpWhenTheProcessHasToEnd();
 };
 
 void TestFileCopy::init()
@@ -145,6 +148,22 @@ void TestFileCopy::writesOnAfterInterruptions()
     FakeFiles::failures.insert("write", {EINTR, 3, 5});
     QVERIFY(copyFileContent(from.handle(), to.handle(), content.size()));
     QVERIFY(to.content() == content);
+}
+
+void TestFileCopy::givesUpWhenTheProcessHasToEnd()
+{
+    const Opened from("content");
+    Opened to;
+    auto end = std::async(std::launch::async, &AbandonableWork::abandon);
+    QTRY_VERIFY(AbandonableWork::isAwaited());
+    const bool isCopied = copyFileContent(from.handle(), to.handle(), 7);
+    const int error = errno;
+    AbandonableWork::cancel();
+    QVERIFY(!end.get());
+    QVERIFY(!isCopied);
+    QCOMPARE(error, ECANCELED);
+    QVERIFY(to.content().isEmpty());
+    QVERIFY(copyFileContent(from.handle(), to.handle(), 7));
 }
 
 QTEST_GUILESS_MAIN(TestFileCopy)

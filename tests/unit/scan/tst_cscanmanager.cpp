@@ -1,5 +1,6 @@
 #include "scan/cscanmanager.h"
 
+#include "common/abandonablework.h"
 #include "common/common.h"
 #include "common/filename.h"
 #include "fakescanconfig.h"
@@ -23,6 +24,7 @@
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
+#include <future>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -132,6 +134,7 @@ private Q_SLOTS:
     void cleansWithoutAQuarantineDirectory();
     void cleansWhenNothingCanBeWritten_data();
     void cleansWhenNothingCanBeWritten();
+    void keepsWhatThereIsNoTimeToCopy();
     void cleansWhatCannotBeCopied_data();
     void cleansWhatCannotBeCopied();
     void removesALinkAndKeepsItsTarget();
@@ -733,6 +736,24 @@ void TestCScanManager::cleansWhenNothingCanBeWritten()
     QVERIFY(!exists(path));
     QCOMPARE(log.takeNew(), {backupFailure(error, path)});
     QCOMPARE(copies(), QStringList());
+}
+
+void TestCScanManager::keepsWhatThereIsNoTimeToCopy()
+{
+    const QByteArray path = write("file");
+    auto end = std::async(std::launch::async, &AbandonableWork::abandon);
+    QTRY_VERIFY(AbandonableWork::isAwaited());
+    LogReader log;
+    const int result = clean(path);
+    const QVector<LogLine> lines = log.takeNew();
+    AbandonableWork::cancel();
+    QVERIFY(!end.get());
+    QCOMPARE(result, 1);
+    QCOMPARE(manager().getLastError(), static_cast<int>(QFileDevice::RemoveError));
+    QCOMPARE(lines, QVector<LogLine>({backupFailure(ECANCELED, path),
+                                      cleanFailure(ECANCELED, path, QFileDevice::RemoveError)}));
+    QVERIFY(exists(path));
+    QVERIFY(copies().isEmpty());
 }
 
 void TestCScanManager::cleansWhatCannotBeCopied_data()

@@ -13,6 +13,7 @@
 #include <QTest>
 #include <QTimeZone>
 
+#include <future>
 #include <memory>
 
 #include <signal.h>
@@ -101,6 +102,7 @@ private Q_SLOTS:
     void keepsRecordsInOrderWhileLocked();
     void storesPendingRecordsByItself();
     void storesPendingRecordsWhenTheApplicationGoes();
+    void storesPendingRecordsOnAnotherThread();
     void boundsWhatIsPending();
     void doesNotDelayEachCallOfALongLock();
     void cannotReadIsNotEmpty();
@@ -390,6 +392,28 @@ void TestVirusConfig::storesPendingRecordsWhenTheApplicationGoes()
     }
     TvCore::setDirectory(m_directory->path());
     QCOMPARE(storedNames(config), QStringList({QStringLiteral("1"), QStringLiteral("2")}));
+}
+
+void TestVirusConfig::storesPendingRecordsOnAnotherThread()
+{
+    VirusConfig config;
+    QVERIFY(config.addVirusReport(numbered(1)));
+    const CapturedLog log;
+    const auto storeKept = [] {
+        return std::async(std::launch::async, [] { return VirusConfig().storeKeptReports(); }).get();
+    };
+    {
+        RawDatabase other(path());
+        QVERIFY(other.run(QStringLiteral("BEGIN IMMEDIATE")));
+        QVERIFY(!config.addVirusReport(numbered(2)));
+        QVERIFY(!storeKept());
+        QCOMPARE(CapturedLog::messages().filter(QStringLiteral("were not stored")).size(), 1);
+    }
+    QVERIFY(storeKept());
+    QVERIFY(storeKept());
+    QCOMPARE(storedNames(config), QStringList({QStringLiteral("1"), QStringLiteral("2")}));
+    // Qt's word for what only one thread may do.
+    QVERIFY(CapturedLog::messages().filter(QStringLiteral("another thread")).isEmpty());
 }
 
 void TestVirusConfig::boundsWhatIsPending()

@@ -1,4 +1,4 @@
-#include "socket/stopsignal.h"
+#include "common/stopsignal.h"
 
 #include <cerrno>
 #include <cstdint>

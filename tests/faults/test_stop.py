@@ -1,0 +1,236 @@
+"""The end of the service, at any moment and in the middle of anything: soon, and with nothing lost or made up."""
+
+import io
+import os
+import random
+import signal
+import sqlite3
+import threading
+import time
+import zipfile
+
+import pytest
+
+from commandclient import is_open, start_slow_scan
+from harness import EICAR, SIGNATURES, Unwatched, exists, fresh_directory, wait_gone, wait_until
+
+# What is asked of a stop, in seconds.
+LIMIT = 2
+
+QUICK_ROUNDS = 6
+LONG_ROUNDS = 170
+
+
+@pytest.fixture(scope="session")
+def slow_infected():
+    """An archive of archives with the infected file at its end, which takes the engine many seconds."""
+    page = b'<html><script>var a="' + b"abcdefghij" * 100_000 + b'";</script></html>'
+    inner = io.BytesIO()
+    with zipfile.ZipFile(inner, "w", zipfile.ZIP_DEFLATED, compresslevel=1) as archive:
+        for number in range(10):
+            archive.writestr(str(number), page)
+    path = fresh_directory() / "slow.zip"
+    with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED, compresslevel=1) as archive:
+        for number in range(20):
+            archive.writestr(f"{number}.zip", inner.getvalue())
+        archive.writestr("eicar.com", EICAR)
+    return path
+
+
+class Moment:
+    """What the service does when it is asked to end; `begin` brings it there, `check` looks at what it left."""
+
+    # The signal comes at some time within this many seconds from then on.
+    SPAN = 0.6
+
+    def __init__(self, tv, home, connect, slow_infected):
+        self.tv, self.home, self.connect, self.slow = tv, home, connect, slow_infected
+        self.unwatched = Unwatched()
+        # Infected files, each in one event.
+        self.written = []
+        self.prepare()
+
+    def prepare(self):
+        pass
+
+    def begin(self):
+        self.tv.start()
+
+    def check(self):
+        pass
+
+
+class Idle(Moment):
+    pass
+
+
+class Request(Moment):
+    """Somebody waits for an answer, and gets none that is false."""
+
+    def begin(self):
+        self.tv.start()
+        self.client = self.connect("demo")
+        self.client.send(self.request())
+        wait_until(lambda: is_open(self.tv, self.busy_with()), "the work to begin")
+
+    def check(self):
+        try:
+            reply = self.client.receive()
+        except ConnectionResetError:
+            reply = ""
+        assert reply == "" or reply.startswith("ERROR"), reply
+
+
+class RequestedScan(Request):
+    def request(self):
+        return f"SCAN {self.slow}"
+
+    def busy_with(self):
+        return self.slow
+
+
+class Hashing(Request):
+    def prepare(self):
+        self.tv.configure(ioc=True)
+        self.file = self.unwatched.path / "huge"
+        with open(self.file, "wb") as file:
+            file.truncate(1 << 40)
+
+    def request(self):
+        return f"SCANIOC {self.file}"
+
+    def busy_with(self):
+        return self.file
+
+    def check(self):
+        super().check()
+        # Half of it is no hash of it.
+        assert not self.tv.cached(self.file)
+
+
+class Reload(Request):
+    def prepare(self):
+        many_databases(self.tv)
+
+    def request(self):
+        return "RELOADDB"
+
+    def begin(self):
+        self.tv.start()
+        self.client = self.connect("demo")
+        self.client.send(self.request())
+        self.tv.wait_log("TRACE", "CSocketManager::onClientReceivedMessage", "Reload DB command recieved.")
+
+
+class WatchedScan(Moment):
+    def begin(self):
+        self.tv.start()
+        self.path = self.home / f"slow{time.monotonic_ns()}"
+        self.unwatched.move_in(self.path, self.slow.read_bytes())
+        wait_until(lambda: is_open(self.tv, self.path), "the scan to begin")
+
+    def check(self):
+        assert exists(self.path)
+        assert not [line for line in self.tv.log() if str(self.path) in line.message]
+
+
+class Start(Moment):
+    """From the moment on at which a signal does not just kill it."""
+
+    def begin(self):
+        self.tv.start(wait=False)
+        wait_until(self.catches_the_signal, "the service to catch the signal")
+
+    def catches_the_signal(self):
+        with open(f"/proc/{self.tv.process.pid}/status", encoding="ascii") as status:
+            caught, = (line for line in status if line.startswith("SigCgt:"))
+        return int(caught.split()[1], 16) >> (signal.SIGTERM - 1) & 1
+
+
+class Load(Start):
+    SPAN = 1.5
+
+    def prepare(self):
+        many_databases(self.tv)
+
+
+class Walk(Start):
+    def prepare(self):
+        for outer in range(40):
+            for inner in range(100):
+                os.makedirs(self.home / str(outer) / str(inner))
+
+
+class Burst(Moment):
+    """Infected files come faster than they can be cleaned."""
+
+    def begin(self):
+        self.tv.start()
+        self.enough = threading.Event()
+        self.writer = threading.Thread(target=self.write)
+        self.writer.start()
+
+    def write(self):
+        while not self.enough.is_set():
+            self.written.append(self.unwatched.move_in(self.home / str(len(self.written))))
+
+    def check(self):
+        self.enough.set()
+        self.writer.join()
+        assert self.written
+
+
+MOMENTS = [Idle, RequestedScan, Hashing, Reload, WatchedScan, Load, Walk, Burst]
+
+
+def many_databases(tv):
+    good = SIGNATURES / "test-6.cvd"
+    for number in range(1500):
+        os.symlink(good, tv.db / f"test-6-{number}.cvd")
+
+
+def check_records(tv, written):
+    """Each detection was answered to its end: the file is gone, there is a copy of it, and it is recorded."""
+    gone = sorted(str(path) for path in written if not exists(path))
+    records = tv.reports()
+    assert sorted(record["filePath"] for record in records) == gone
+    assert all(record["cleanStatus"] == 0 for record in records)
+    assert list(tv.quarantined().values()) == [EICAR] * len(gone)
+
+
+@pytest.mark.parametrize("kind", MOMENTS)
+def test_a_stop_at_any_moment(tv, home, connect, slow_infected, kind, long_form, report_figure):
+    moment = kind(tv, home, connect, slow_infected)
+    longest = 0
+    for number in range(LONG_ROUNDS if long_form else QUICK_ROUNDS):
+        chance = random.Random(f"{kind.__name__} {number}")
+        moment.begin()
+        time.sleep(chance.uniform(0, moment.SPAN))
+        asked = time.monotonic()
+        status = tv.end(chance.choice([signal.SIGTERM, signal.SIGINT]))
+        took = time.monotonic() - asked
+        moment.check()
+        assert status == 0, tv.output()
+        assert took < LIMIT
+        tv.process = None
+        longest = max(longest, took)
+    check_records(tv, moment.written)
+    report_figure(f"stop, {kind.__name__}: {longest * 1000:.0f} ms at the longest")
+
+
+def test_a_record_that_waits_is_stored_in_the_middle_of_a_scan(tv, home, connect, slow_infected):
+    unwatched = Unwatched()
+    tv.start()
+    client = connect("demo")
+    wait_gone(unwatched.move_in(home / "first"))
+    tv.settle()
+    store = sqlite3.connect(tv.settings / "reports.db", isolation_level=None)
+    store.execute("BEGIN IMMEDIATE")
+    wait_gone(unwatched.move_in(home / "second"))
+    tv.settle()
+    # From here on the main thread has no turn in which it could store it.
+    start_slow_scan(tv, client, slow_infected)
+    store.close()
+    assert len(tv.reports()) == 1
+    tv.stop()
+    assert [record["filePath"] for record in tv.reports()] == [str(home / "first"), str(home / "second")]
