@@ -86,11 +86,12 @@ def showable(character):
 
 
 def popup_markup(message):
-    """For a notification server: the message's own markup stays, a name's does not."""
-    text = "".join(map(showable, message)).replace("&lt;br/&gt;", "\n")
+    """For a notification server: the message's own markup stays up to a path, a name's does not."""
+    start = re.search(r"/(?!>|b>)", message).start()
+    text = "".join(map(showable, message[:start])).replace("&lt;br/&gt;", "\n")
     for label in ("File Name", "Virus Name", "Clean Status", "File Path"):
         text = text.replace(f"&lt;b&gt;{label}:&lt;/b&gt;", f"<b>{label}:</b>")
-    return text
+    return text + "".join(map(showable, message[start:]))
 
 
 @pytest.mark.parametrize("name", NAMES.values(), ids=NAMES.keys())
@@ -115,6 +116,22 @@ def test_a_file_of_this_name(tv, bus, home, name):
         assert database.execute("SELECT file_path FROM virus_report").fetchall() == [(display(path),)]
     [popup] = bus.wait_popups(1)
     assert popup["body"] == popup_markup(popup_text(name, path))
+
+
+@pytest.mark.parametrize("name", ["b> None", "b> %4", "b> %1"])
+def test_a_path_that_would_be_a_line_of_the_popup(tv, bus, home, name):
+    """The slashes between the names make a line break and bold text of them."""
+    unwatched = Unwatched()
+    directory = home / "<br" / "><b>Virus Name:<"
+    directory.mkdir(parents=True)
+    tv.start(bus)
+    path = unwatched.move_in(directory / name)
+    assert "<br/><b>Virus Name:</b>" in str(path)
+    [popup] = bus.wait_popups(1)
+    shown = popup["body"]
+    assert shown == popup_markup(popup_text(os.fsencode(name), os.fsencode(path)))
+    assert [line for line in shown.split("\n") if line.startswith("<b>Virus Name:</b>")] in ([], [
+        f"<b>Virus Name:</b> {'Cleaned' if '%1' in name else EICAR_NAME}"])
 
 
 @pytest.mark.parametrize("name", NAMES.values(), ids=NAMES.keys())

@@ -7,6 +7,7 @@ namespace
 
 constexpr char32_t replacementCharacter = 0xFFFD;
 constexpr ushort ellipsis = 0x2026;
+constexpr QLatin1Char pathStart('/');
 
 enum class Tag
 {
@@ -39,12 +40,12 @@ TagText tagAtStart(QStringView text)
     return {Tag::None, {}};
 }
 
-/// The first tag anywhere in `text`.
+/// The first tag in `text` before any path.
 Tag firstTag(QStringView text)
 {
     for (qsizetype i = 0; i < text.size(); ++i) {
         const Tag tag = tagAtStart(text.mid(i)).tag;
-        if (tag != Tag::None) {
+        if (tag != Tag::None || text[i] == pathStart) {
             return tag;
         }
     }
@@ -123,12 +124,15 @@ QString popupMarkup(const QString& message)
     QString out;
     QStringView rest(message);
     bool bold = false;
+    // Directories named "<br" and "<b>Virus Name:<" make tags in a path that look just like the message's
+    // own.
+    bool isInPath = false;
     for (int shown = 0; !rest.isEmpty(); ++shown) {
         if (shown == maximumPopupBody) {
             out += QChar(ellipsis);
             break;
         }
-        const TagText tag = tagAtStart(rest);
+        const TagText tag = isInPath ? TagText{Tag::None, {}} : tagAtStart(rest);
         const QStringView afterTag = rest.mid(tag.text.size());
         if (tag.tag == Tag::LineBreak) {
             out += QLatin1Char('\n');
@@ -144,6 +148,7 @@ QString popupMarkup(const QString& message)
             bold = false;
             rest = afterTag;
         } else {
+            isInPath = isInPath || rest[0] == pathStart;
             appendEscaped(out, takeCharacter(rest));
         }
     }

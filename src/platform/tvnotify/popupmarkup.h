@@ -10,7 +10,9 @@ constexpr int maximumPopupTitle = 200;
 ///
 /// `<br/>` becomes a line break. `<b>` and the next `</b>` of the same line make bold. Everything else is
 /// text: names chosen by an attacker stand in the message, so a tag without its partner, any other tag and
-/// every entity show as they are written. The result is well-formed markup, whatever the message is.
+/// every entity show as they are written. The first slash that belongs to no tag begins a path: from there to
+/// the end of the message everything is text, since names of directories can put any tag together. The result
+/// is well-formed markup, whatever the message is.
 QString popupMarkup(const QString& message);
 
 /// `text` on one line, without markup: for a title or a name.

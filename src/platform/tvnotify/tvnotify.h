@@ -29,11 +29,12 @@ public:
     /// not known. When popups come faster than the desktops take them, some are dropped, which is said once
     /// (logging category "tvnotify").
     ///
-    /// `title` is plain text. In `message`, `<br/>` breaks the line and `<b>`...`</b>` is bold; anything
-    /// else, other markup included, shows as it stands. `iconPath` is a picture's absolute path, empty for
-    /// none. The popup stays until `closeAt`, local time as "yyyy-MM-dd hh:mm:ss"; how long one with any
-    /// other text stays is left to the desktop. `moduleName` tells who speaks.
-    /// The other arguments are what callers of the suite pass and mean nothing on this desktop interface.
+    /// `title` is plain text. In `message`, `<br/>` breaks the line and `<b>`...`</b>` is bold, up to the
+    /// first slash outside of these; anything else, other markup included, shows as it stands. `iconPath` is
+    /// a picture's absolute path, empty for none. The popup stays until `closeAt`, local time as "yyyy-MM-dd
+    /// hh:mm:ss"; how long one with any other text stays is left to the desktop. `moduleName` tells who
+    /// speaks. The other arguments are what callers of the suite pass and mean nothing on this desktop
+    /// interface.
     void showPopupToUser(const QString& title, const QString& message, const QString& popupType,
                          const QString& iconPath, const QString& primaryAction,
                          const QString& secondaryAction, int position, const QString& moduleName,

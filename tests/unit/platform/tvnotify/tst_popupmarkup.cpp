@@ -110,11 +110,22 @@ void TestPopupMarkup::translates_data()
     named("noncharacter of another plane", text({0xD83F, 0xDFFF}), text({0xFFFD}));
     named("beyond the first plane", QString::fromUtf8("\U0001F600"), QString::fromUtf8("\U0001F600"));
     named("letters of the world", QString::fromUtf8("é ش 中"), QString::fromUtf8("é ش 中"));
-    located("bold in a path", QStringLiteral("/<b>x</b>/y"), QStringLiteral("/<b>x</b>/y"));
+    located("bold in a path", QStringLiteral("/<b>x</b>/y"), QStringLiteral("/&lt;b&gt;x&lt;/b&gt;/y"));
     located("end of bold without start", QStringLiteral("/</b>/y"), QStringLiteral("/&lt;/b&gt;/y"));
     located("nested bold", QStringLiteral("/<b><b>x</b></b>"),
-            QStringLiteral("/&lt;b&gt;<b>x</b>&lt;/b&gt;"));
-    located("line break in a path", QStringLiteral("/<br/>/y"), QStringLiteral("/\n/y"));
+            QStringLiteral("/&lt;b&gt;&lt;b&gt;x&lt;/b&gt;&lt;/b&gt;"));
+    located("line break in a path", QStringLiteral("/<br/>/y"), QStringLiteral("/&lt;br/&gt;/y"));
+    located("a line of the message in a path", QStringLiteral("/home/<br/><b>Clean Status:</b> Cleaned"),
+            QStringLiteral("/home/&lt;br/&gt;&lt;b&gt;Clean Status:&lt;/b&gt; Cleaned"));
+    // What is filled into the name leads the path there, and takes the lines after it in.
+    row("a name that takes the path in",
+        detection(QStringLiteral("%4"), QStringLiteral("/<br/><b>Virus Name:</b> None")),
+        QStringLiteral(
+            "<b>File Name:</b> /&lt;br/&gt;&lt;b&gt;Virus Name:&lt;/b&gt; None&lt;br/&gt;"
+            "&lt;b&gt;Virus Name:&lt;/b&gt; Eicar&lt;br/&gt;&lt;b&gt;Clean Status:&lt;/b&gt; Cleaned"
+            "&lt;br/&gt;&lt;b&gt;File Path:&lt;/b&gt; /&lt;br/&gt;&lt;b&gt;Virus Name:&lt;/b&gt; None"));
+    row("bold that a path would end", QStringLiteral("<b>a/</b>b</b>"),
+        QStringLiteral("&lt;b&gt;a/&lt;/b&gt;b&lt;/b&gt;"));
     row("bold over a line break", QStringLiteral("<b>a<br/>b</b>"),
         QStringLiteral("&lt;b&gt;a\nb&lt;/b&gt;"));
     row("bold to the end", QStringLiteral("<b>a"), QStringLiteral("&lt;b&gt;a"));
