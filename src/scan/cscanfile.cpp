@@ -12,14 +12,17 @@
 #include <QDir>
 #include <QStringList>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 using LOGGER::CLogger;
 
 // The field's number is not the same in every release of libclamav, so its name is used below. The numbers
 // here are what the suite relies on; a release that moves one of them must not compile.
-static_assert(CL_CLEAN == 0 && CL_VIRUS == 1 && CL_ENULLARG == 2 && CL_EOPEN == 8 && CL_ETMPDIR == 18);
+static_assert(CL_CLEAN == 0 && CL_VIRUS == 1 && CL_ENULLARG == 2 && CL_EOPEN == 8 && CL_EREAD == 12 &&
+              CL_ETMPDIR == 18);
 static_assert(CL_INIT_DEFAULT == 0);
 static_assert(CL_DB_PHISHING == 0x2 && CL_DB_PHISHING_URLS == 0x8 && CL_DB_BYTECODE == 0x2000);
 static_assert(CL_DB_STDOPT == 0x200a);
@@ -42,6 +45,16 @@ template <typename Call> auto abandonable(const Call& call)
 {
     const AbandonableWork work;
     return call();
+}
+
+/// What libclamav says when it could not read on in the file that it scans, or could not be sure that it
+/// still is the same. It goes on without that part of the file.
+bool isAboutUnreadContent(const char* message)
+{
+    constexpr const char* reasons[] = {"fmap_readpage: pread", "fmap_readpage: fstat",
+                                       "fmap_readpage: file changed"};
+    return std::any_of(std::begin(reasons), std::end(reasons),
+                       [message](const char* reason) { return std::strstr(message, reason) != nullptr; });
 }
 
 /// libclamav's code for a file that cannot be opened, as its own open gives it.
@@ -82,9 +95,10 @@ void CScanFile::clcb_msg_fn(cl_msg severity, const char* fullmsg, const char*, v
 {
     // An archive may hold a name that looks like the directory's: its owner then gets an error for a file
     // that is clean, and nothing else.
-    if (_notes != nullptr && severity >= CL_MSG_WARN && fullmsg != nullptr &&
-        std::strstr(fullmsg, _notes->directory.constData()) != nullptr) {
-        _notes->isDirectoryUnusable = true;
+    if (_notes != nullptr && severity >= CL_MSG_WARN && fullmsg != nullptr) {
+        _notes->isDirectoryUnusable =
+            _notes->isDirectoryUnusable || std::strstr(fullmsg, _notes->directory.constData()) != nullptr;
+        _notes->isContentUnread = _notes->isContentUnread || isAboutUnreadContent(fullmsg);
     }
 }
 
@@ -198,6 +212,7 @@ bool CScanFile::provideDirectory() const
 int CScanFile::scan(const EngineCall& call, QString& virusName) const
 {
     int code = CL_ETMPDIR;
+    int failure = CL_ETMPDIR;
     constexpr int maxTries = 2;
     for (int tries = 0; tries < maxTries; ++tries) {
         if (m_directory.path().isEmpty() && !provideDirectory()) {
@@ -212,13 +227,17 @@ int CScanFile::scan(const EngineCall& call, QString& virusName) const
             virusName = QString::fromUtf8(name);
             return code;
         }
-        if (!notes.isDirectoryUnusable && !isAboutTemporaryFiles(code)) {
+        if (notes.isDirectoryUnusable || isAboutTemporaryFiles(code)) {
+            failure = CL_ETMPDIR;
+            m_directory = EngineDirectory();
+        } else if (notes.isContentUnread) {
+            failure = CL_EREAD;
+        } else {
             return code;
         }
-        m_directory = EngineDirectory();
     }
     // Clean is what libclamav says of a file that it could not look into.
-    return code == CL_CLEAN ? CL_ETMPDIR : code;
+    return code == CL_CLEAN ? failure : code;
 }
 
 cl_scan_options CScanFile::scanOptions() const

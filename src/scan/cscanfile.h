@@ -18,7 +18,8 @@ class ScanSettings;
 /// engine they answer libclamav's null-argument error, and an engine that was created but never compiled
 /// (a database failed to load) finds nothing and answers 0 for everything. Callers look at `isDBLoaded`. A
 /// scan that found nothing because the engine could not make its temporary files answers libclamav's error
-/// for that, 18.
+/// for that, 18; one that found nothing in a file which could not be read to its end, or changed meanwhile,
+/// answers 12.
 class CScanFile
 {
 public:
@@ -51,7 +52,7 @@ public:
     int scanUrl(const QString& url, QString& virusName) const;
 
     /// Swallows whatever libclamav would print: failures are told by the log lines of this class. Only notes
-    /// during a scan that temporary files failed.
+    /// during a scan that temporary files or reading failed.
     static void clcb_msg_fn(cl_msg severity, const char* fullmsg, const char* msg, void* context);
 
 private:
@@ -64,6 +65,8 @@ private:
         /// Messages that name it are about temporary files.
         QByteArray directory;
         bool isDirectoryUnusable = false;
+        /// A part of the file was passed over.
+        bool isContentUnread = false;
     };
 
     /// False when libclamav would be handed an engine that is not there, which crashes it.
@@ -73,8 +76,8 @@ private:
     bool provideDirectory() const;
     /// One call of libclamav: its code, and the name of what it found.
     using EngineCall = std::function<int(const char** name)>;
-    /// The code of `call`, `virusName` with a match only. Once more, with another directory, when that
-    /// failed.
+    /// The code of `call`, `virusName` with a match only. Once more, with another directory if it was that,
+    /// when something failed.
     int scan(const EngineCall& call, QString& virusName) const;
     cl_scan_options scanOptions() const;
 

@@ -97,6 +97,8 @@ private Q_SLOTS:
     void asksForEverythingAtOnce();
     void handsBackTheResult_data();
     void handsBackTheResult();
+    void isNotCleanWhatCouldNotBeRead_data();
+    void isNotCleanWhatCouldNotBeRead();
     void scansNothingWithoutAnEngine_data();
     void scansNothingWithoutAnEngine();
 
@@ -737,6 +739,48 @@ void TestCScanFile::handsBackTheResult()
     QCOMPARE(ofText.isNull(), name.isNull());
     // Errors of a scan are the caller's to tell.
     QCOMPARE(log.takeNew(), {});
+}
+
+void TestCScanFile::isNotCleanWhatCouldNotBeRead_data()
+{
+    QTest::addColumn<QByteArray>("message");
+    QTest::addColumn<int>("times");
+    QTest::addColumn<int>("answer");
+    QTest::addColumn<int>("result");
+    const QByteArray failed("LibClamAV Error: fmap_readpage: pread error: Input/output error\n");
+    QTest::newRow("not at all") << QByteArray("LibClamAV Warning: something else\n") << 2 << 0 << 0;
+    QTest::newRow("once") << failed << 1 << 0 << 0;
+    QTest::newRow("always") << failed << 2 << 0 << 12;
+    QTest::newRow("shorter by now")
+        << QByteArray(
+               "LibClamAV Warning: fmap_readpage: pread fail: asked for 4096 bytes @ offset 0, got 0\n")
+        << 2 << 0 << 12;
+    QTest::newRow("changed") << QByteArray("LibClamAV Warning: fmap_readpage: file changed as we read it\n")
+                             << 2 << 0 << 12;
+    QTest::newRow("infected all the same") << failed << 2 << 1 << 1;
+    QTest::newRow("another error") << failed << 2 << 20 << 20;
+}
+
+void TestCScanFile::isNotCleanWhatCouldNotBeRead()
+{
+    QFETCH(QByteArray, message);
+    QFETCH(int, times);
+    QFETCH(int, answer);
+    QVERIFY(CScanFile::getInstance()->loadDatabases());
+    FakeClamav::answer = FakeClamav::Answer{answer, "Name"};
+    int left = times;
+    FakeClamav::onCall = [&message, &left](const QByteArray&) {
+        if (left > 0) {
+            --left;
+            CScanFile::clcb_msg_fn(CL_MSG_WARN, message.constData(), message.constData(), nullptr);
+        }
+    };
+    QString virusName;
+    QTEST(CScanFile::getInstance()->scanFile(QStringLiteral("/etc/passwd"), virusName), "result");
+    // What was noted of one scan says nothing about the next.
+    FakeClamav::onCall = nullptr;
+    FakeClamav::answer = FakeClamav::Answer{CL_CLEAN, nullptr};
+    QCOMPARE(CScanFile::getInstance()->scanFile(QStringLiteral("/etc/passwd"), virusName), 0);
 }
 
 void TestCScanFile::scansNothingWithoutAnEngine_data()
