@@ -260,6 +260,7 @@ KNOWN_LINES = [
     ("TRACE", "FileMonitor::onActivated", r"New Directory added: .*/.+"),
     ("TRACE", "FileMonitor::onActivated", r"Directory Removed: .*/.+"),
     ("TRACE", "FileMonitor::onActivated", r"Directory changed: \[\d+\] .*/.+"),
+    ("ERROR", "FileMonitor::onActivated", r"Failed to read from file descriptor!"),
     ("ERROR", "FileMonitor::scanFile", r"Error File Scanning \| Error:(?:[2-9]|\d\d+) \| /.+"),
     ("TRACE", "FileMonitor::scanFile", r"Found infected file \| Status:1 \| /.+"),
     ("TRACE", "FileMonitor::scanFile", r"Cleaned infected file \| Status:(0|-1|1) \| /.+"),
@@ -293,6 +294,10 @@ OPEN_ERROR = 8
 
 def scan_error(path, result=OPEN_ERROR):
     return "ERROR", "FileMonitor::scanFile", f"Error File Scanning | Error:{result} | {path}"
+
+
+def backup_error(path):
+    return "ERROR", "CScanManager::cleanFile", f"Failed to take backup of file: {path}"
 
 
 def directory_added(path):

@@ -9,12 +9,8 @@ from datetime import datetime
 
 import pytest
 
-from harness import (EICAR, KLEZ_PATTERN, Unwatched, cleaned, exists, found, quarantine_name, wait_gone,
-                     write_once)
-
-
-def backup_error(path):
-    return "ERROR", "CScanManager::cleanFile", f"Failed to take backup of file: {path}"
+from harness import (EICAR, KLEZ_PATTERN, Unwatched, backup_error, cleaned, exists, found, quarantine_name,
+                     wait_gone, write_once)
 
 
 def check_cleaned_without_copy(tv, path, code):
