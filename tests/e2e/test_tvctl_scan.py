@@ -2,11 +2,13 @@
 
 import base64
 import fcntl
+import hashlib
 import json
 import os
 import re
 import signal
 import time
+from datetime import datetime
 
 import pytest
 
@@ -93,6 +95,21 @@ def test_cleaning(tv, tvctl, tree):
     assert document["detections"] == [{"path": str(tree / ".top"), "virus": EICAR_NAME, "action": "removed",
                                        "detail": "removed; its copy is in the quarantine"}]
     assert numbers(document) == {"files": 2, "infected": 1, "removed": 1, "passed_over": 3}
+
+
+def test_cleaning_one_path_again_within_a_second(tv, tvctl, files):
+    """The names of its copies have nothing but the second in them; here each of the next ones has a copy."""
+    path = write_once(files / "bad")
+    tv.quarantine.mkdir()
+    digest = hashlib.md5(os.fsencode(path)).hexdigest()
+    now = int(time.time())
+    for second in range(now, now + 60):
+        write_once(tv.quarantine / datetime.fromtimestamp(second).strftime(f"%Y-%m-%d_%H-%M-%S_{digest}.tvq"), b"")
+    tv.start()
+    line = tvctl.run("scan", "--clean", path, status=1).lines()[0]
+    assert line == f"{path}: {EICAR_NAME} - removed; its copy is in the quarantine"
+    [name] = [name for name, content in tv.quarantined().items() if content]
+    assert quarantine_name(path).fullmatch(name)
 
 
 def test_cleaning_without_a_copy(tv, tvctl, tree):

@@ -9,7 +9,9 @@
 #include "tvctl/scanner/pathtrust.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
+#include <QLocale>
 #include <QRandomGenerator>
 
 #include <algorithm>
@@ -104,6 +106,28 @@ QString nameEndFor(const QByteArray& path)
 {
     const QByteArray digest = QCryptographicHash::hash(path, QCryptographicHash::Md5).toHex();
     return QLatin1Char('_') + QString::fromLatin1(digest) + QStringLiteral(".tvq");
+}
+
+/// Renames the copy, which the service called `made`, for the file that was at `path`; its name, empty with
+/// errno set on failure.
+///
+/// A file that was at this path in the same second has a copy of that name. Earlier ones are looked at then:
+/// the service makes no copy, and still removes the file, when the name for its own time is taken.
+QByteArray giveNameFor(const QByteArray& path, const HeldFile& copy, const QString& made)
+{
+    constexpr int mostSeconds = 600;
+    const QString format = QStringLiteral("yyyy-MM-dd_hh-mm-ss");
+    const QDateTime time = QLocale::c().toDateTime(made.left(format.size()), format);
+    for (int seconds = 0; seconds < mostSeconds; ++seconds) {
+        const QString name = QLocale::c().toString(time.addSecs(-seconds), format) + nameEndFor(path);
+        if (copy.rename(name.toLatin1())) {
+            return name.toLatin1();
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+    }
+    return {};
 }
 } // namespace
 
@@ -257,15 +281,14 @@ QString FileCleaner::tellCopy(const QByteArray& told, const QByteArray& path, in
     }
     if (told != path) {
         const QByteArray directory = FileName::toBytes(m_installation.quarantine());
-        const QString name =
-            made.left(made.indexOf(QLatin1Char('_'), made.indexOf(QLatin1Char('_')) + 1)) + nameEndFor(path);
-        if (!HeldFile(directory + '/' + made.toLatin1()).rename(name.toLatin1())) {
+        const QByteArray name = giveNameFor(path, HeldFile(directory + '/' + made.toLatin1()), made);
+        if (name.isEmpty()) {
             const int error = errno;
             return QStringLiteral("; its copy is in the quarantine as %1, which does not tell where it comes "
                                   "from: %2")
                 .arg(made, qt_error_string(error));
         }
-        keepState(original, directory + '/' + name.toLatin1());
+        keepState(original, directory + '/' + name);
         ::fsync(UniqueFd(::open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)).get());
     }
     return QStringLiteral("; its copy is in the quarantine");
