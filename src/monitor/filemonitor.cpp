@@ -134,7 +134,7 @@ int FileMonitor::watch(int fd, const QString& path, QStringList& below)
         return error;
     }
     m_watches.insert(descriptor, path);
-    for (const QByteArray& name : subdirectoriesOf(directory.get())) {
+    for (const QByteArray& name : subdirectoriesOf(directory.get(), m_ownDevices)) {
         below.append(path + QLatin1Char('/') + FileName::toText(name));
     }
     return 0;

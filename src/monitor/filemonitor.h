@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/owndevices.h"
 #include "platform/tvcore/protectionconfig.h"
 #include "platform/tvcore/virusconfig.h"
 #include "platform/tvnotify/tvnotify.h"
@@ -55,6 +56,7 @@ private:
     void showDetection(const QString& filePath, const QString& fileName, const QString& virusName,
                        int status);
 
+    const OwnDevices m_ownDevices;
     QSocketNotifier* m_notifier = nullptr;
     int m_fd = -1;
     QMap<int, QString> m_watches;

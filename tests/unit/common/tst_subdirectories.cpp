@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,10 +26,26 @@ private Q_SLOTS:
     void keepsNamesThatAreNotUtf8();
     void isEmptyForWhatCannotBeRead();
     void leavesNoDescriptorOpen();
+    void believesNoForeignDirectoryWhatIsInIt_data();
+    void believesNoForeignDirectoryWhatIsInIt();
+    void looksAtNoEntryOfAnOwnDirectory();
 };
 
 namespace
 {
+/// What every entry says to be, unless it is -1.
+int forgedType = -1;
+/// How many entries were looked at themselves.
+int looks = 0;
+
+/// /proc is neither this machine's root nor its /home, whatever they are.
+const QByteArray foreign = "/proc/self";
+
+template <typename Function> Function* realFunction(const char* name)
+{
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
 QVector<QByteArray> sorted(QVector<QByteArray> names)
 {
     std::sort(names.begin(), names.end());
@@ -37,7 +55,7 @@ QVector<QByteArray> sorted(QVector<QByteArray> names)
 QVector<QByteArray> namesIn(const QByteArray& path)
 {
     const UniqueFd directory(::open(path.constData(), O_PATH | O_CLOEXEC));
-    return subdirectoriesOf(directory.get());
+    return subdirectoriesOf(directory.get(), OwnDevices());
 }
 
 void fill(const QString& path)
@@ -54,6 +72,23 @@ void fill(const QString& path)
     QCOMPARE(::mkfifo(QFile::encodeName(directory.filePath(QStringLiteral("fifo"))).constData(), 0600), 0);
 }
 } // namespace
+
+extern "C" dirent* readdir(DIR* directory)
+{
+    static auto* const real = realFunction<dirent*(DIR*)>("readdir");
+    dirent* entry = real(directory);
+    if (entry != nullptr && forgedType >= 0) {
+        entry->d_type = static_cast<unsigned char>(forgedType);
+    }
+    return entry;
+}
+
+extern "C" int fstatat(int directory, const char* name, struct stat* status, int flags) noexcept
+{
+    static auto* const real = realFunction<int(int, const char*, struct stat*, int)>("fstatat");
+    ++looks;
+    return real(directory, name, status, flags);
+}
 
 void TestSubdirectories::listsRealVisibleDirectoriesOnly()
 {
@@ -107,6 +142,39 @@ void TestSubdirectories::leavesNoDescriptorOpen()
         namesIn(home.path().toUtf8());
     }
     QCOMPARE(openDescriptors(), before);
+}
+
+void TestSubdirectories::believesNoForeignDirectoryWhatIsInIt_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::newRow("unknown") << int(DT_UNKNOWN);
+    QTest::newRow("file") << int(DT_REG);
+    QTest::newRow("directory") << int(DT_DIR);
+    QTest::newRow("link") << int(DT_LNK);
+    QTest::newRow("socket") << int(DT_SOCK);
+    QTest::newRow("no kind") << 15;
+}
+
+void TestSubdirectories::believesNoForeignDirectoryWhatIsInIt()
+{
+    QFETCH(int, type);
+    const QVector<QByteArray> expected = sorted(namesIn(foreign));
+    QVERIFY(expected.contains("fd"));
+    QVERIFY(!expected.contains("status"));
+    forgedType = type;
+    const QVector<QByteArray> names = sorted(namesIn(foreign));
+    forgedType = -1;
+    QCOMPARE(names, expected);
+}
+
+void TestSubdirectories::looksAtNoEntryOfAnOwnDirectory()
+{
+    // Only what lies on this machine's own disks: there a look at each of a million files would take minutes.
+    looks = 0;
+    namesIn("/");
+    QCOMPARE(looks, 0);
+    namesIn(foreign);
+    QVERIFY(looks > 0);
 }
 
 QTEST_GUILESS_MAIN(TestSubdirectories)

@@ -39,12 +39,6 @@ UniqueFd openDirectory(int parent, const char* name, int linkFlag)
     return UniqueFd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | linkFlag));
 }
 
-std::optional<dev_t> deviceOf(const char* path)
-{
-    struct stat status = {};
-    return ::stat(path, &status) == 0 ? std::make_optional(status.st_dev) : std::nullopt;
-}
-
 bool isDirectory(const UniqueFd& directory, dev_t device, ino_t inode)
 {
     struct stat status = {};
@@ -56,8 +50,7 @@ bool isDirectory(const UniqueFd& directory, dev_t device, ino_t inode)
 TreeWalker::TreeWalker(const QByteArray& root, SkipRule isSkipped)
     : m_root(root),
       m_isSkipped(std::move(isSkipped)),
-      m_isBelowSlash(namesOf(root).size() <= 1),
-      m_ownDevices{deviceOf("/"), deviceOf("/home")}
+      m_isBelowSlash(namesOf(root).size() <= 1)
 {
     const QList<QByteArray> names = namesOf(root);
     Level above;
@@ -196,7 +189,8 @@ bool TreeWalker::enter(UniqueFd directory)
     level.device = m_status.st_dev;
     level.inode = m_status.st_ino;
     level.fileSystem = parent.fileSystem;
-    m_isRootMounted = isRoot() ? level.device != parent.device && isOfMedium(level.device) : m_isRootMounted;
+    m_isRootMounted =
+        isRoot() ? level.device != parent.device && !m_ownDevices.contains(level.device) : m_isRootMounted;
     if (isRoot() || level.device != parent.device) {
         struct statfs about = {};
         if (::fstatfs(level.directory.get(), &about) != 0) {
@@ -207,7 +201,9 @@ bool TreeWalker::enter(UniqueFd directory)
             return report(Kind::Other);
         }
     }
-    if (isOfMedium(level.device) && !m_entered.emplace(level.device, level.inode).second) {
+    // A directory may have been given many names, and those below it again: a few hundred of them make more
+    // paths than anybody will ever have walked.
+    if (!m_ownDevices.contains(level.device) && !m_entered.emplace(level.device, level.inode).second) {
         return report(Kind::Other);
     }
     level.pathSize = m_path == "/" ? 0 : m_path.size();
@@ -226,13 +222,6 @@ bool TreeWalker::enter(UniqueFd directory)
         m_levels[m_levels.size() - 1 - openLevels].directory.reset();
     }
     return report(Kind::Directory);
-}
-
-/// Whoever may write on the device itself can give a directory many names, and those below it again: a few
-/// hundred of them make more paths than anybody will ever have walked.
-bool TreeWalker::isOfMedium(dev_t device) const
-{
-    return std::find(m_ownDevices.begin(), m_ownDevices.end(), device) == m_ownDevices.end();
 }
 
 bool TreeWalker::report(Kind kind, int error)

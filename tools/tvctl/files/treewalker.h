@@ -1,14 +1,13 @@
 #pragma once
 
+#include "common/owndevices.h"
 #include "common/uniquefd.h"
 #include "tvctl/files/directorynames.h"
 
 #include <QByteArray>
 #include <QList>
 
-#include <array>
 #include <functional>
-#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -150,7 +149,6 @@ private:
     bool lookAt(const char* name, unsigned char type);
     bool isLeftOut() const;
     bool enter(UniqueFd directory);
-    bool isOfMedium(dev_t device) const;
     bool report(Kind kind, int error = 0);
     bool passOver(int error);
     void leave();
@@ -162,8 +160,7 @@ private:
     const QByteArray m_root;
     const SkipRule m_isSkipped;
     const bool m_isBelowSlash;
-    /// Those of / and /home.
-    const std::array<std::optional<dev_t>, 2> m_ownDevices;
+    const OwnDevices m_ownDevices;
     std::vector<Level> m_levels;
     bool m_isRootMounted = false;
     /// The directories on other devices that the walk has come to.

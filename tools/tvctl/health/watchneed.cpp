@@ -1,6 +1,7 @@
 #include "tvctl/health/watchneed.h"
 
 #include "common/filename.h"
+#include "common/owndevices.h"
 #include "common/subdirectories.h"
 #include "common/uniquefd.h"
 
@@ -34,7 +35,7 @@ public:
             level == deepestLevel) {
             return;
         }
-        for (const QByteArray& name : subdirectoriesOf(directory.get())) {
+        for (const QByteArray& name : subdirectoriesOf(directory.get(), m_ownDevices)) {
             if (steady_clock::now() > m_deadline) {
                 m_need.isComplete = false;
                 return;
@@ -70,6 +71,7 @@ private:
 
     const WatchedSet& m_watched;
     const steady_clock::time_point m_deadline;
+    const OwnDevices m_ownDevices;
     QSet<QPair<quint64, quint64>> m_seen;
     WatchNeed m_need;
 };
