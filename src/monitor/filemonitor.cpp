@@ -133,19 +133,28 @@ int FileMonitor::watch(int fd, const QString& path, QStringList& below)
         perror("inotify_add_watch");
         return error;
     }
-    m_watches.insert(descriptor, path);
+    remember(descriptor, path);
     for (const QByteArray& name : subdirectoriesOf(directory.get(), m_ownDevices)) {
         below.append(path + QLatin1Char('/') + FileName::toText(name));
     }
     return 0;
 }
 
+void FileMonitor::remember(int descriptor, const QString& path)
+{
+    QString& known = m_watches[descriptor];
+    // A directory that is watched by a second name keeps the last one only.
+    m_watchesByPath.remove(known, descriptor);
+    known = path;
+    m_watchesByPath.add(path, descriptor);
+}
+
 void FileMonitor::removeDirectoryFromWatch(const QString& path)
 {
     // By prefix, on purpose without a separator check: forgetting /home/a also forgets /home/ab, which is
     // then watched by the kernel but unknown here.
-    for (auto entry = m_watches.begin(); entry != m_watches.end();) {
-        entry = entry.value().startsWith(path) ? m_watches.erase(entry) : std::next(entry);
+    for (const int descriptor : m_watchesByPath.takeStartingWith(path)) {
+        m_watches.remove(descriptor);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/owndevices.h"
+#include "monitor/pathindex.h"
 #include "platform/tvcore/protectionconfig.h"
 #include "platform/tvcore/virusconfig.h"
 #include "platform/tvnotify/tvnotify.h"
@@ -51,6 +52,7 @@ private:
     /// One step of the walks: watches the directory `path` and appends the paths of those in it to `below`.
     /// Returns 0, or the error number when it cannot be watched.
     int watch(int fd, const QString& path, QStringList& below);
+    void remember(int descriptor, const QString& path);
     void recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,
                          int status);
     void showDetection(const QString& filePath, const QString& fileName, const QString& virusName,
@@ -60,6 +62,7 @@ private:
     QSocketNotifier* m_notifier = nullptr;
     int m_fd = -1;
     QMap<int, QString> m_watches;
+    PathIndex m_watchesByPath;
     CScanManager* m_scanManager;
     VirusConfig m_virusConfig;
     Tvnotify m_notify;
