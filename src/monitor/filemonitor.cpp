@@ -37,6 +37,10 @@ static_assert(removedDirectory == 0x2600);
 constexpr int deepestLevel = 5;
 /// A new directory counts as level four, wherever it lies: it and one level below are watched.
 constexpr int newDirectoryDepth = 3;
+/// How often one walk looks into the same directory. It has a second name where it is mounted a second time;
+/// but whoever wrote a medium may have given it a thousand, and those below it again, and the walk would not
+/// end.
+constexpr int mostNames = 4;
 constexpr size_t readSize = 1024;
 /// Lets a burst gather, so that one read takes more of it.
 constexpr useconds_t gatherMicroseconds = 100;
@@ -87,38 +91,34 @@ bool FileMonitor::startMonitoring()
 
 void FileMonitor::addToWatchRecursive(int fd, const QString& path, int& depth)
 {
-    if (++depth <= deepestLevel) {
-        QStringList below;
-        const int error = watch(fd, path, below);
-        if (error != 0) {
-            CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to add path for watch: %s",
-                                          FileName::toBytes(path).constData());
-        }
-        for (const QString& directory : qAsConst(below)) {
-            addToWatchRecursive(fd, directory, depth);
-        }
-    }
-    --depth;
+    Visits visits;
+    walk(fd, path, depth, visits, __PRETTY_FUNCTION__);
 }
 
 void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& depth)
 {
+    // Files that are in the directory already are passed over: each is scanned by its own events.
+    Visits visits;
+    walk(fd, path, depth, visits, __PRETTY_FUNCTION__);
+}
+
+void FileMonitor::walk(int fd, const QString& path, int& depth, Visits& visits, const char* location)
+{
     if (++depth <= deepestLevel) {
-        // Files that are in the directory already are passed over: each is scanned by its own events.
         QStringList below;
-        const int error = watch(fd, path, below);
+        const int error = watch(fd, path, visits, below);
         if (error != 0) {
-            CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to add path for watch: %s",
+            CLogger::getInstance()->Error(location, error, "Failed to add path for watch: %s",
                                           FileName::toBytes(path).constData());
         }
         for (const QString& directory : qAsConst(below)) {
-            addNewDirToWatchRecursive(fd, directory, depth);
+            walk(fd, directory, depth, visits, location);
         }
     }
     --depth;
 }
 
-int FileMonitor::watch(int fd, const QString& path, QStringList& below)
+int FileMonitor::watch(int fd, const QString& path, Visits& visits, QStringList& below)
 {
     // A walk may take long, and only this process knows of it.
     const AbandonableWork work;
@@ -134,6 +134,9 @@ int FileMonitor::watch(int fd, const QString& path, QStringList& below)
         return error;
     }
     remember(descriptor, path);
+    if (++visits[descriptor] > mostNames) {
+        return 0;
+    }
     for (const QByteArray& name : subdirectoriesOf(directory.get(), m_ownDevices)) {
         below.append(path + QLatin1Char('/') + FileName::toText(name));
     }

@@ -6,6 +6,7 @@
 #include "platform/tvcore/virusconfig.h"
 #include "platform/tvnotify/tvnotify.h"
 
+#include <QHash>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -49,9 +50,13 @@ public:
     void scanFile(const QString& filePath, const QString& fileName);
 
 private:
+    /// How often a walk came to the directory of each watch.
+    using Visits = QHash<int, int>;
+    /// Both walks; `location` is whose failures are logged.
+    void walk(int fd, const QString& path, int& depth, Visits& visits, const char* location);
     /// One step of the walks: watches the directory `path` and appends the paths of those in it to `below`.
     /// Returns 0, or the error number when it cannot be watched.
-    int watch(int fd, const QString& path, QStringList& below);
+    int watch(int fd, const QString& path, Visits& visits, QStringList& below);
     void remember(int descriptor, const QString& path);
     void recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,
                          int status);

@@ -50,6 +50,8 @@ private Q_SLOTS:
     void doesNothingBeyondTheDeepestLevel();
     void keepsOnlyTheLastNameOfADirectory();
 
+    void endsInADirectoryThatHoldsItselfUnderManyNames();
+    void watchesADirectoryThatIsMountedTwiceByItsLastName();
     void watchesANewDirectoryAndOneLevelBelow();
     void countsANewDirectoryFromItselfAndNotFromTheRoot();
     void watchesANewHiddenDirectory();
@@ -333,6 +335,38 @@ void TestFileMonitor::keepsOnlyTheLastNameOfADirectory()
     deliver(FakeInotify::record(m_home, IN_CREATE | IN_ISDIR, "second"));
     deliver(FakeInotify::record(first, IN_MODIFY, "f"));
     QCOMPARE(FakeResponse::scanned, QStringList{QStringLiteral("/home/second/f")});
+}
+
+void TestFileMonitor::endsInADirectoryThatHoldsItselfUnderManyNames()
+{
+    // What the kernel gives the same descriptor is the same directory.
+    for (int first = 0; first < 10; ++first) {
+        for (int second = 0; second < 10; ++second) {
+            const QByteArray path = "/media/" + QByteArray::number(first) + '/' + QByteArray::number(second);
+            makeTree(QString::fromLatin1(path));
+            FakeInotify::chosenDescriptors[path] = 77;
+            FakeInotify::chosenDescriptors[path.left(8)] = 77;
+        }
+    }
+    start();
+    // Both roots, all of the first level, and what is in the first of them.
+    QCOMPARE(FakeInotify::watches.size(), 2 + 10 + 10);
+}
+
+void TestFileMonitor::watchesADirectoryThatIsMountedTwiceByItsLastName()
+{
+    makeTree(QStringLiteral("/home/first/below"));
+    makeTree(QStringLiteral("/home/second/below"));
+    FakeInotify::chosenDescriptors["/home/first"] = 77;
+    FakeInotify::chosenDescriptors["/home/second"] = 77;
+    FakeInotify::chosenDescriptors["/home/first/below"] = 78;
+    FakeInotify::chosenDescriptors["/home/second/below"] = 78;
+    start();
+    // In no certain order, then /media.
+    const QVector<QByteArray> watched = FakeInotify::watchedPaths();
+    QCOMPARE(watched.size(), 6);
+    deliver(FakeInotify::record(78, IN_MODIFY, "f"));
+    QCOMPARE(FakeResponse::scanned, QStringList{QString::fromUtf8(watched.at(4)) + QStringLiteral("/f")});
 }
 
 void TestFileMonitor::watchesANewDirectoryAndOneLevelBelow()
