@@ -15,8 +15,11 @@
 #include <QLocale>
 #include <QSocketNotifier>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <optional>
 
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -46,6 +49,7 @@ constexpr size_t readSize = 1024;
 constexpr useconds_t gatherMicroseconds = 100;
 
 constexpr int infected = 1;
+constexpr int cannotOpen = 8;
 constexpr int popupSeconds = 60;
 
 QString moduleName()
@@ -70,6 +74,8 @@ QString statusText(int status)
 
 FileMonitor::FileMonitor() : m_scanManager(CScanManager::getInstance())
 {
+    m_leaseTimer.setSingleShot(true);
+    connect(&m_leaseTimer, &QTimer::timeout, this, &FileMonitor::scanWhatIsFree);
 }
 
 bool FileMonitor::startMonitoring()
@@ -231,6 +237,11 @@ void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
     const HeldFile file(pathBytes);
     const int result = m_scanManager->scanFile(filePath, file, virusName);
     const int error = errno;
+    if (result == cannotOpen && error == EAGAIN) {
+        keepForLater(pathBytes);
+    } else {
+        m_leasedFiles.remove(pathBytes);
+    }
     if (result == 0) {
         return;
     }
@@ -246,6 +257,30 @@ void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
                                   pathBytes.constData());
     recordDetection(filePath, fileName, virusName, status);
     showDetection(filePath, fileName, virusName, status);
+}
+
+void FileMonitor::keepForLater(const QByteArray& path)
+{
+    if (!m_leasedFiles.add(path, LeasedFiles::Clock::now())) {
+        CLogger::getInstance()->Info(__PRETTY_FUNCTION__,
+                                     "Too many files under lease, not all are scanned again.");
+    }
+    if (!m_leaseTimer.isActive()) {
+        m_leaseTimer.start(LeasedFiles::pause);
+    }
+}
+
+void FileMonitor::scanWhatIsFree()
+{
+    // One a turn of the event loop: a thousand leases may end at once.
+    if (const std::optional<QByteArray> free = m_leasedFiles.takeFree(LeasedFiles::Clock::now())) {
+        scanFile(FileName::toText(*free), FileName::toText(free->mid(free->lastIndexOf('/') + 1)));
+    }
+    if (const std::optional<LeasedFiles::Clock::time_point> next = m_leasedFiles.nextDue()) {
+        const LeasedFiles::Clock::duration left =
+            std::max(*next - LeasedFiles::Clock::now(), LeasedFiles::Clock::duration::zero());
+        m_leaseTimer.start(std::chrono::ceil<std::chrono::milliseconds>(left));
+    }
 }
 
 void FileMonitor::recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/owndevices.h"
+#include "monitor/leasedfiles.h"
 #include "monitor/pathindex.h"
 #include "platform/tvcore/protectionconfig.h"
 #include "platform/tvcore/virusconfig.h"
@@ -11,6 +12,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 
 class CScanManager;
 class QSocketNotifier;
@@ -46,7 +48,7 @@ public:
     /// Scans the file that `event`, one of a file, tells of.
     void fileChanged(inotify_event* event);
     /// Scans `filePath`, whose last component is `fileName`; cleans it, records it and tells the user when
-    /// it is infected.
+    /// it is infected. A file under another program's lease is scanned once more after the lease's end.
     void scanFile(const QString& filePath, const QString& fileName);
 
 private:
@@ -58,6 +60,9 @@ private:
     /// Returns 0, or the error number when it cannot be watched.
     int watch(int fd, const QString& path, Visits& visits, QStringList& below);
     void remember(int descriptor, const QString& path);
+    /// Has the file scanned again when the lease that kept it from being opened has ended.
+    void keepForLater(const QByteArray& path);
+    void scanWhatIsFree();
     void recordDetection(const QString& filePath, const QString& fileName, const QString& virusName,
                          int status);
     void showDetection(const QString& filePath, const QString& fileName, const QString& virusName,
@@ -72,4 +77,6 @@ private:
     VirusConfig m_virusConfig;
     Tvnotify m_notify;
     ProtectionConfig m_protectionConfig;
+    LeasedFiles m_leasedFiles;
+    QTimer m_leaseTimer;
 };

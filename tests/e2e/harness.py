@@ -262,6 +262,7 @@ KNOWN_LINES = [
     ("TRACE", "FileMonitor::onActivated", r"Directory changed: \[\d+\] .*/.+"),
     ("ERROR", "FileMonitor::onActivated", r"Failed to read from file descriptor!"),
     ("ERROR", "FileMonitor::scanFile", r"Error File Scanning \| Error:(?:[2-9]|\d\d+) \| /.+"),
+    ("INFO", "FileMonitor::keepForLater", r"Too many files under lease, not all are scanned again\."),
     ("TRACE", "FileMonitor::scanFile", r"Found infected file \| Status:1 \| /.+"),
     ("TRACE", "FileMonitor::scanFile", r"Cleaned infected file \| Status:(0|-1|1) \| /.+"),
     # A client may name anything.
@@ -558,8 +559,8 @@ class Unwatched:
     """A directory that nobody watches, on the file system of /home: hidden ones that exist at the start are
     not walked into. To be made before the service starts."""
 
-    def __init__(self):
-        self.path = Path("/home/.unwatched")
+    def __init__(self, path="/home/.unwatched"):
+        self.path = Path(path)
         self.path.mkdir()
         self._names = itertools.count()
 

@@ -99,6 +99,9 @@ private Q_SLOTS:
     void writesTimesInTheCLocale();
     void repeatsEverythingForEachEventOfAReportedFile();
     void showsANameThatIsNotUtf8Escaped();
+    void scansALeasedFileAgainWhenItIsFree();
+    void scansNoFileAgainThatIsNotLeased();
+    void saysOnceThatTooManyFilesAreLeased();
 
 private:
     void makeTree(const QString& path);
@@ -950,6 +953,71 @@ void TestFileMonitor::showsANameThatIsNotUtf8Escaped()
     QCOMPARE(FakeResponse::records.first().getFileName(), QStringLiteral("bad\\xff.exe"));
     QCOMPARE(FakeResponse::records.first().getFilePath(), QStringLiteral("/home/bad\\xff.exe"));
     QVERIFY(FakeResponse::popups.first().message.endsWith(QStringLiteral("/home/bad\\xff.exe")));
+}
+
+void TestFileMonitor::scansALeasedFileAgainWhenItIsFree()
+{
+    start();
+    QFile file(m_root->filePath(QStringLiteral("x")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    FakeResponse::scanResult = 8;
+    FakeResponse::scanErrno = EAGAIN;
+    const QString missing = m_root->filePath(QStringLiteral("missing"));
+    m_monitor->scanFile(missing, QStringLiteral("missing"));
+    m_monitor->scanFile(file.fileName(), QStringLiteral("x"));
+    QCOMPARE(m_log->takeNew().size(), 2);
+    FakeResponse::reset();
+    FakeResponse::scanResult = 1;
+    QTRY_COMPARE_WITH_TIMEOUT(FakeResponse::popups.size(), 1, 10000);
+    QCOMPARE(FakeResponse::calls, QStringList({QStringLiteral("scan ") + file.fileName(),
+                                               QStringLiteral("clean ") + file.fileName(),
+                                               QStringLiteral("record"), QStringLiteral("popup")}));
+    QCOMPARE(FakeResponse::records.first().getFileName(), QStringLiteral("x"));
+    QCOMPARE(m_log->takeNew().size(), 2);
+}
+
+void TestFileMonitor::scansNoFileAgainThatIsNotLeased()
+{
+    start();
+    QFile file(m_root->filePath(QStringLiteral("x")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    const QString later = m_root->filePath(QStringLiteral("later"));
+    QVERIFY(file.copy(later));
+    FakeResponse::scanResult = 8;
+    FakeResponse::scanErrno = EAGAIN;
+    m_monitor->scanFile(file.fileName(), QStringLiteral("x"));
+    m_monitor->scanFile(later, QStringLiteral("later"));
+    FakeResponse::scanResult = 0;
+    m_monitor->scanFile(file.fileName(), QStringLiteral("x"));
+    // Neither another reason why a file cannot be opened nor another error is a lease.
+    for (const auto& [result, error] : {std::pair(8, ENOENT), std::pair(9, EAGAIN)}) {
+        FakeResponse::scanResult = result;
+        FakeResponse::scanErrno = error;
+        m_monitor->scanFile(file.fileName(), QStringLiteral("x"));
+    }
+    FakeResponse::scanned.clear();
+    QTRY_COMPARE_WITH_TIMEOUT(FakeResponse::scanned, QStringList{later}, 10000);
+}
+
+void TestFileMonitor::saysOnceThatTooManyFilesAreLeased()
+{
+    start();
+    FakeResponse::scanResult = 8;
+    FakeResponse::scanErrno = EAGAIN;
+    for (int i = 0; i < LeasedFiles::limit; ++i) {
+        m_monitor->scanFile(QStringLiteral("/missing/%1").arg(i), QString::number(i));
+    }
+    m_log->takeNew();
+    m_monitor->scanFile(QStringLiteral("/missing/x"), QStringLiteral("x"));
+    m_monitor->scanFile(QStringLiteral("/missing/y"), QStringLiteral("y"));
+    const auto failure = [](const char* path) {
+        return LogLine{"ERROR", scanFile,
+                       errorCode(EAGAIN) + "Error File Scanning | Error:8 | " + QByteArray(path)};
+    };
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({{"INFO", "FileMonitor::keepForLater",
+                                                  "Too many files under lease, not all are scanned again."},
+                                                 failure("/missing/x"),
+                                                 failure("/missing/y")}));
 }
 
 QTEST_GUILESS_MAIN(TestFileMonitor)
