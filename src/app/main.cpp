@@ -1,3 +1,4 @@
+#include "app/descriptorlimit.h"
 #include "app/orderlystop.h"
 #include "app/standardstreams.h"
 #include "monitor/filemonitor.h"
@@ -11,6 +12,7 @@
 int main(int argc, char* argv[])
 {
     openMissingStandardStreams();
+    raiseDescriptorLimit();
     // File names are UTF-8 whatever the environment says; in the "C" locale Qt would find no others.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 

@@ -14,9 +14,14 @@ namespace
 {
 constexpr size_t receiveSize = 4096;
 constexpr std::chrono::milliseconds endPause(100);
+/// A thousand clients that wait should not take 8 GB of addresses. Reading and logging take a tenth of this.
+constexpr uint threadStackSize = 256 * 1024;
 } // namespace
 
-CClientThread::CClientThread() = default;
+CClientThread::CClientThread()
+{
+    setStackSize(threadStackSize);
+}
 
 CClientThread::~CClientThread() = default;
 

@@ -7,6 +7,7 @@
 #include "socket/clientreply.h"
 #include "socket/clientrequest.h"
 #include "socket/clientsend.h"
+#include "socket/descriptorreserve.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -90,6 +91,11 @@ void CSocketManager::stop()
 
 void CSocketManager::onClientConnected(int socket)
 {
+    if (!isRoomOutsideReserve()) {
+        // The thread needs one more for its event loop, and without it Qt ends the process.
+        ::close(socket);
+        return;
+    }
     limitSendTime(socket);
     auto* thread = new CClientThread;
     thread->setClientSocket(socket);

@@ -3,6 +3,7 @@
 #include "common/uniquefd.h"
 #include "logger/clogger.h"
 #include "scan/cscanmanager.h"
+#include "socket/descriptorreserve.h"
 
 #include <cerrno>
 #include <chrono>
@@ -59,7 +60,8 @@ int CSocketThread::runSocketListner()
 {
     CLogger::getInstance()->Debug(__PRETTY_FUNCTION__, "IN");
     // Not blocking: a client that is gone again before it is accepted must not keep `stop` from being seen.
-    UniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
+    UniqueFd listener =
+        outsideReserve(UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP)));
     if (!listener.isValid()) {
         const int error = errno;
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Socket Failed!");
@@ -82,7 +84,7 @@ int CSocketThread::runSocketListner()
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "bind Failed!");
         CLogger::getInstance()->Debug(__PRETTY_FUNCTION__, "OUT");
         // Left open, one for each failure: how often the port was taken can be read from the process's
-        // descriptors, and those who watch the service do.
+        // descriptors, and those who watch the service do. Out of the reserve there comes none.
         listener.release();
         return 0;
     }
@@ -93,9 +95,9 @@ int CSocketThread::runSocketListner()
     while (m_stop.waitForInput(listener.get())) {
         sockaddr_in peer = {};
         socklen_t peerSize = sizeof(peer);
-        const int client =
-            ::accept4(listener.get(), reinterpret_cast<sockaddr*>(&peer), &peerSize, SOCK_CLOEXEC);
-        if (client < 0) {
+        UniqueFd client = outsideReserve(
+            UniqueFd(::accept4(listener.get(), reinterpret_cast<sockaddr*>(&peer), &peerSize, SOCK_CLOEXEC)));
+        if (!client.isValid()) {
             // The client is gone already.
             if (errno == EAGAIN || errno == EINTR) {
                 continue;
@@ -103,8 +105,8 @@ int CSocketThread::runSocketListner()
             break;
         }
         CLogger::getInstance()->Info(__PRETTY_FUNCTION__, "%s - Connected on socket. - %d",
-                                     ::inet_ntoa(peer.sin_addr), client);
-        Q_EMIT clientConnected(client);
+                                     ::inet_ntoa(peer.sin_addr), client.get());
+        Q_EMIT clientConnected(client.release());
         m_stop.sleep(acceptPause);
     }
     listener.reset();

@@ -3,6 +3,9 @@
 #include <QDir>
 #include <QString>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 /// How many descriptors this process has open, the one that counts them left out.
 inline int openDescriptors()
 {
@@ -10,6 +13,13 @@ inline int openDescriptors()
                .entryList(QDir::System | QDir::AllEntries | QDir::NoDotAndDotDot)
                .size() -
            1;
+}
+
+inline int lowestFreeDescriptor()
+{
+    const int descriptor = ::fcntl(0, F_DUPFD_CLOEXEC, 0);
+    ::close(descriptor);
+    return descriptor;
 }
 
 /// How many threads this process has.

@@ -3,6 +3,7 @@
 #include "counts.h"
 #include "fakescanners.h"
 #include "logger/clogger.h"
+#include "support/limiteddescriptors.h"
 #include "support/logreader.h"
 
 #include <QElapsedTimer>
@@ -67,6 +68,7 @@ private Q_SLOTS:
     void shutsDownAClientThatDoesNotRead();
     void closesEachDescriptorOnce();
     void letsGoOfAClientWithoutAThread();
+    void letsGoOfAClientWhoseThreadWouldTakeTheReserve();
     void leaksNothingInTenThousandConnections();
     void survivesAnything();
 
@@ -545,6 +547,20 @@ void TestCSocketManager::letsGoOfAClientWithoutAThread()
     QVERIFY(::fcntl(descriptor, F_GETFD) < 0);
     char byte = 0;
     QCOMPARE(::recv(peer, &byte, 1, 0), ssize_t(0));
+    QCOMPARE(ask(connectClient(), "MODULE next"), QByteArray("REGISTERED!"));
+}
+
+void TestCSocketManager::letsGoOfAClientWhoseThreadWouldTakeTheReserve()
+{
+    int peer = -1;
+    {
+        // Up to the two ends of the connection.
+        const LimitedDescriptors limited(static_cast<rlim_t>(2 * (lowestFreeDescriptor() + 2)));
+        peer = connectClient();
+    }
+    char byte = 0;
+    QCOMPARE(::recv(peer, &byte, 1, MSG_DONTWAIT), ssize_t(0));
+    QVERIFY(::fcntl(m_served, F_GETFD) < 0);
     QCOMPARE(ask(connectClient(), "MODULE next"), QByteArray("REGISTERED!"));
 }
 

@@ -3,6 +3,7 @@
 #include "counts.h"
 #include "fakesockets.h"
 #include "logger/clogger.h"
+#include "support/limiteddescriptors.h"
 #include "support/logreader.h"
 
 #include <QElapsedTimer>
@@ -32,8 +33,10 @@ private Q_SLOTS:
     void tellsASocketThatFails();
     void goesOnWithoutTheOption();
     void tellsAPortThatIsTaken();
+    void leaksNothingOfTheReserve();
     void endsWhenListeningFails();
     void endsWhenAcceptingFails();
+    void endsAtAClientOfTheReserve();
     void goesOnAfterAClientThatIsGone_data();
     void goesOnAfterAClientThatIsGone();
     void announcesClientsOneASecond();
@@ -206,6 +209,20 @@ void TestCSocketThread::tellsAPortThatIsTaken()
     QCOMPARE(m_log->takeNew(), QVector<LogLine>({in, failed, out, in, failed, out}));
 }
 
+void TestCSocketThread::leaksNothingOfTheReserve()
+{
+    LOGGER::CLogger::getInstance()->UpdateLogLevel(LOGGER::LOG_LEVEL_DEBUG);
+    FakeSockets::bindError = EADDRINUSE;
+    const int before = openDescriptors();
+    // Room for one more.
+    const LimitedDescriptors limited(static_cast<rlim_t>(2 * (lowestFreeDescriptor() + 1)));
+    QCOMPARE(m_listener->runSocketListner(), 0);
+    QCOMPARE(m_listener->runSocketListner(), 0);
+    QCOMPARE(openDescriptors(), before + 1);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>({in, error(EADDRINUSE, "bind Failed!"), out, in,
+                                                 error(EMFILE, "Socket Failed!"), out}));
+}
+
 void TestCSocketThread::endsWhenListeningFails()
 {
     LOGGER::CLogger::getInstance()->UpdateLogLevel(LOGGER::LOG_LEVEL_DEBUG);
@@ -228,6 +245,23 @@ void TestCSocketThread::endsWhenAcceptingFails()
     QVERIFY(m_listener->wait(30000));
     QCOMPARE(openDescriptors(), before + m_peers.size());
     QVERIFY(m_announced.isEmpty());
+}
+
+void TestCSocketThread::endsAtAClientOfTheReserve()
+{
+    LOGGER::CLogger::getInstance()->UpdateLogLevel(LOGGER::LOG_LEVEL_DEBUG);
+    m_listener->start();
+    QCOMPARE(waitForLines(2), QVector<LogLine>({in, listening}));
+    {
+        const LimitedDescriptors limited(static_cast<rlim_t>(2 * lowestFreeDescriptor()));
+        connectClient();
+        QCOMPARE(waitForLines(1), QVector<LogLine>({out}));
+    }
+    m_listener->stop();
+    QVERIFY(m_listener->wait(30000));
+    QVERIFY(m_announced.isEmpty());
+    char byte = 0;
+    QCOMPARE(::recv(m_peers.last(), &byte, 1, 0), ssize_t(0));
 }
 
 void TestCSocketThread::goesOnAfterAClientThatIsGone_data()

@@ -1,0 +1,90 @@
+"""Clients that only connect, until the service has no descriptor to spare for one more."""
+
+import os
+import resource
+import zipfile
+
+from commandclient import REGISTERED
+from harness import (EICAR, EICAR_NAME, SERVICE, Unwatched, cleaned, found, wait_gone, write_once)
+
+INFECTED = f"INFECTED {EICAR_NAME}"
+# What the service is started with, and what it may allow itself: more than it needs for a scan, and for a dozen
+# of clients. One is let in each second.
+SOFT, HARD = 64, 100
+MANY = 1000
+
+
+def make_nested(path, levels=10):
+    """EICAR in an archive in an archive ..., so that a scan has many files open."""
+    inner = path.with_suffix(".0")
+    inner.write_bytes(EICAR)
+    for level in range(1, levels + 1):
+        outer = path.with_suffix(f".{level}")
+        with zipfile.ZipFile(outer, "w", zipfile.ZIP_DEFLATED) as archive:
+            archive.write(inner, f"level{level}")
+        inner = outer
+    os.rename(inner, path)
+    return path
+
+
+def is_served(client, name):
+    try:
+        return client.ask(f"MODULE {name}") == REGISTERED
+    except OSError:
+        return False
+
+
+def memory_of(tv):
+    """Kilobytes of addresses, and of memory."""
+    with open(f"/proc/{tv.process.pid}/status", encoding="ascii") as status:
+        fields = dict(line.split(":", 1) for line in status)
+    return [int(fields[name].split()[0]) for name in ("VmSize", "VmRSS")]
+
+
+def test_idle_clients_keep_nothing_from_being_scanned(tv, connect, bus, home, files, report_figure, long_form):
+    unwatched = Unwatched()
+    nested = make_nested(files / "nested.zip")
+    write_once(files / "eicar")
+    limit = [] if long_form else ["/usr/bin/prlimit", f"--nofile={SOFT}:{HARD}"]
+    tv.start(bus, command=[*limit, tv.root / "bin" / SERVICE])
+    allowed = resource.prlimit(tv.process.pid, resource.RLIMIT_NOFILE)
+    assert allowed[0] == allowed[1]
+
+    served = [connect("first")]
+    assert served[0].ask(f"SCAN {nested}") == INFECTED
+    wait_gone(unwatched.move_in(home / "before"))
+    bus.wait_popups(1)
+    before = memory_of(tv)
+    opened = len(tv.descriptors())
+    while len(served) < MANY:
+        client = connect()
+        if not is_served(client, f"client{len(served)}"):
+            break
+        served.append(client)
+    each = len(served) - 1
+    grown = [(now - then) / each for then, now in zip(before, memory_of(tv))]
+    assert (len(served) == MANY) == long_form
+    report_figure(f"{len(served)} idle clients: {(len(tv.descriptors()) - opened) / each:.1f} descriptors,"
+                  f" {grown[1]:.0f} kB of memory and {grown[0]:.0f} kB of addresses each")
+
+    paths = [home / f"file{number}" for number in range(20)]
+    for path in paths:
+        wait_gone(unwatched.move_in(path))
+    wait_gone(unwatched.move_in(home / "archive", nested.read_bytes()))
+    assert served[-1].ask(f"SCAN {nested}") == INFECTED
+    assert served[-1].ask(f"CLEAN {files / 'eicar'}") == "FAILED 0"
+    assert served[0].ask("RELOADDB") == "SUCCESS"
+    assert served[0].ask(f"SCAN {nested}") == INFECTED
+    tv.settle()
+    lines = tv.lines()
+    assert all(line in lines for path in paths for line in (found(path), cleaned(path)))
+    assert [record["filePath"] for record in tv.reports()] == [
+        str(path) for path in (home / "before", *paths, home / "archive")]
+    assert len(tv.quarantined()) == len(paths) + 3
+    assert len(bus.wait_popups(2)) >= 2
+
+    if not long_form:
+        # One goes and another comes, if need be as soon as the listener has started anew.
+        served.pop().close()
+        assert is_served(connect(), "late")
+    assert all(is_served(client, "still") for client in served)
