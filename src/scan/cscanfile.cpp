@@ -289,6 +289,10 @@ int CScanFile::scanFile(const HeldFile& file, QString& virusName) const
     if (!opened.isValid()) {
         return openFailure(errno);
     }
+    if (file.object().kind() == CheckedFile::Kind::Directory) {
+        // As libclamav calls it, which cannot read from one.
+        return CL_CLEAN;
+    }
     // Some unpackers open the file once more, by the name given here: this one cannot be swapped.
     const QByteArray self = "/proc/self/fd/" + QByteArray::number(opened.get());
     cl_scan_options options = scanOptions();

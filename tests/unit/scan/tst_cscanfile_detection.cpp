@@ -168,6 +168,7 @@ private Q_SLOTS:
     void neverOpensAFifo_data();
     void neverOpensAFifo();
     void neverOpensADevice();
+    void callsADirectoryClean();
     void refusesAFileUnderLeaseAtOnce();
 
 private:
@@ -509,6 +510,13 @@ void TestCScanFileDetection::neverOpensAFifo()
     int status = -1;
     QCOMPARE(::waitpid(writer, &status, 0), writer);
     QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+void TestCScanFileDetection::callsADirectoryClean()
+{
+    for (const char* path : {"/", "/etc", "/proc/self"}) {
+        QCOMPARE(scan(QString::fromLatin1(path)), (Outcome{0, untouched}));
+    }
 }
 
 void TestCScanFileDetection::neverOpensADevice()
