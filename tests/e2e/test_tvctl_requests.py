@@ -92,8 +92,8 @@ def test_whom_the_firewall_bars(barred, tvctl, arguments):
 def test_a_reload_only_if_it_runs_by_whom_the_firewall_bars(barred, tvctl):
     arguments = ("reload", "--if-running", "ioc-db")
     result = tvctl.run(*arguments, status=2, **barred)
-    assert (result.output, result.errors) == ("", "tvctl: stored, but tvfilemon did not reload: only root may ask "
-                                                  "tvfilemon; try sudo tvctl reload ioc-db\n")
+    assert (result.output, result.errors) == ("", "tvctl: tvfilemon did not reload: only root may ask tvfilemon; "
+                                                  "try sudo tvctl reload ioc-db\n")
     assert tvctl.json(*arguments, status=2, **barred) == {"reloaded": None, "reload": "failed"}
 
 

@@ -17,7 +17,7 @@ ExitCode reloadIfRunning(Session& session, const std::string& name)
     Output& output = session.output();
     const QString shown = QString::fromStdString(name);
     QJsonObject document = {{QStringLiteral("reloaded"), QJsonValue::Null}};
-    const ExitCode code = ServiceReload(session, true).run({reloadParts().at(name)}, document);
+    const ExitCode code = ServiceReload::ofNothingStored(session).run({reloadParts().at(name)}, document);
     if (document.value(QStringLiteral("reload")) == QLatin1String("done")) {
         output.line(QStringLiteral("reloaded: %1").arg(shown));
         document.insert(QStringLiteral("reloaded"), shown);

@@ -27,8 +27,21 @@ QByteArray commandOf(ReloadPart part)
     }
 }
 
-ServiceReload::ServiceReload(Session& session, bool isWanted) : m_session(session), m_isWanted(isWanted)
+ServiceReload::ServiceReload(Session& session, bool isWanted)
+    : ServiceReload(session, isWanted, QStringLiteral("stored"))
 {
+}
+
+ServiceReload::ServiceReload(Session& session, bool isWanted, const QString& before)
+    : m_session(session),
+      m_isWanted(isWanted),
+      m_before(before)
+{
+}
+
+ServiceReload ServiceReload::ofNothingStored(Session& session)
+{
+    return {session, true, QString()};
 }
 
 ExitCode ServiceReload::run(const QVector<ReloadPart>& parts, QJsonObject& document)
@@ -37,8 +50,9 @@ ExitCode ServiceReload::run(const QVector<ReloadPart>& parts, QJsonObject& docum
     if (problem.isEmpty()) {
         return ExitCode::Good;
     }
-    m_session.output().error(
-        QStringLiteral("stored, but tvfilemon did not reload: %1; %2").arg(problem, advice(parts)));
+    m_session.output().error(QStringLiteral("%1tvfilemon did not reload: %2; %3")
+                                 .arg(m_before.isEmpty() ? QString() : m_before + QStringLiteral(", but "),
+                                      problem, advice(parts)));
     return ExitCode::Error;
 }
 
@@ -67,7 +81,8 @@ QString ServiceReload::result(const QVector<ReloadPart>& parts)
     }
     ServiceConnection connection;
     connection.setSlowNotice([this] {
-        m_session.output().note(QStringLiteral("stored; waiting for tvfilemon, which is busy ..."));
+        m_session.output().note((m_before.isEmpty() ? QString() : m_before + QStringLiteral("; ")) +
+                                QStringLiteral("waiting for tvfilemon, which is busy ..."));
     });
     if (!connection.open()) {
         m_isBarred = connection.state() == ServiceConnection::State::Barred;

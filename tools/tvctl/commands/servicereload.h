@@ -36,6 +36,9 @@ public:
     /// `isWanted` false for `--no-reload`.
     ServiceReload(Session& session, bool isWanted);
 
+    /// For a reload by itself, which no change of the store went before.
+    static ServiceReload ofNothingStored(Session& session);
+
     /// `parts` is empty for a change that the service sees by itself. ExitCode::Error when the service runs
     /// and could not do it; the reason was told.
     ExitCode run(const QVector<ReloadPart>& parts, QJsonObject& document);
@@ -44,12 +47,16 @@ public:
     QString attempt(const QVector<ReloadPart>& parts, QJsonObject& document);
 
 private:
+    ServiceReload(Session& session, bool isWanted, const QString& before);
+
     QString result(const QVector<ReloadPart>& parts);
     QString failed(const QString& reason);
     QString advice(const QVector<ReloadPart>& parts) const;
 
     Session& m_session;
     const bool m_isWanted;
+    /// What goes before the words about the reload.
+    const QString m_before;
     QString m_problem;
     /// The firewall does not let this user ask the service.
     bool m_isBarred = false;
