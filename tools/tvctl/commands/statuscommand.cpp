@@ -41,7 +41,7 @@ ExitCode showStatus(Session& session)
     view.time = QDateTime::currentDateTimeUtc();
     view.service = ServiceFacts::gather(installation, connection, serviceLimit);
     view.stores = StoreFacts::read(installation);
-    view.files = readSignatureFiles(installation.databases());
+    view.files = signaturesOf(installation);
     view.update = UpdateStatus::read(installation.updateStatusFile());
     view.watches = WatchFacts::gather(view.service, walkLimit);
     measureQuarantine(view, installation.quarantine());

@@ -6,4 +6,6 @@
 namespace Advice
 {
 QString restart();
+QString waitForFirstUpdate();
+QString getSignatures();
 } // namespace Advice

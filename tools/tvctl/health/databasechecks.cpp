@@ -2,17 +2,13 @@
 
 #include "tvctl/client/servicereply.h"
 #include "tvctl/console/timetext.h"
+#include "tvctl/health/advice.h"
 
 #include <QStringList>
 
 namespace
 {
 constexpr qint64 daySeconds = 24LL * 60 * 60;
-
-QString getNew()
-{
-    return QStringLiteral("systemctl start tvfilemon-update");
-}
 } // namespace
 
 Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& directory)
@@ -27,8 +23,14 @@ Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& di
             return Finding::failed(name,
                                    QStringLiteral("%1: %2, which keeps all signatures from being loaded")
                                        .arg(file.name, file.problem),
-                                   QStringLiteral("remove it, then tvctl reload db; then ") + getNew());
+                                   QStringLiteral("remove it, then tvctl reload db; then ") +
+                                       Advice::getSignatures());
         }
+    }
+    if (files.areComing) {
+        return Finding::warning(
+            name, QStringLiteral("there is no *.cvd in %1 yet: the first update is running").arg(directory),
+            Advice::waitForFirstUpdate());
     }
     if (files.loaded.isEmpty()) {
         const QString others = files.ignored.isEmpty()
@@ -36,13 +38,13 @@ Finding DatabaseChecks::databases(const SignatureFiles& files, const QString& di
                                    : QStringLiteral("; %1 is of a kind that the service does not load")
                                          .arg(files.ignored.first());
         return Finding::failed(name, QStringLiteral("there is no *.cvd in %1%2").arg(directory, others),
-                               getNew());
+                               Advice::getSignatures());
     }
     if (!files.ignored.isEmpty()) {
         return Finding::warning(
             name,
             QStringLiteral("the service does not load %1").arg(files.ignored.join(QStringLiteral(", "))),
-            QStringLiteral("it loads *.cvd alone: remove these files; then ") + getNew());
+            QStringLiteral("it loads *.cvd alone: remove these files; then ") + Advice::getSignatures());
     }
     QStringList names;
     for (const SignatureFile& file : files.loaded) {
@@ -88,11 +90,12 @@ Finding DatabaseChecks::freshness(const SignatureFiles& files, const QDateTime& 
     const QString name = QStringLiteral("signature_age");
     const SignatureFile* file = files.freshest();
     if (file == nullptr) {
-        return Finding::warning(name, QStringLiteral("there is nothing that says its age"), getNew());
+        return Finding::warning(name, QStringLiteral("there is nothing that says its age"),
+                                files.areComing ? Advice::waitForFirstUpdate() : Advice::getSignatures());
     }
     const qint64 days = ageInDays(file->header->built, now);
     const QString seen = QStringLiteral("%1 is %2 days old").arg(file->name).arg(days);
-    return days > maxAgeDays ? Finding::failed(name, seen, getNew()) : Finding::ok(name, seen);
+    return days > maxAgeDays ? Finding::failed(name, seen, Advice::getSignatures()) : Finding::ok(name, seen);
 }
 
 Finding DatabaseChecks::update(const std::optional<UpdateStatus>& status, const QDateTime& now)

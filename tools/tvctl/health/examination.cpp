@@ -120,18 +120,19 @@ LocalAccess accessToPort(const ServiceFacts& service, bool isRoot)
                                              : LocalAccess::Unknown;
 }
 
-Findings checkService(const Installation& installation, const ServiceFacts& service, bool isRoot)
+Findings checkService(const Installation& installation, const ServiceFacts& service,
+                      const SignatureFiles& files, bool isRoot)
 {
     return {
         ServiceChecks::service(service), ServiceChecks::portOwner(service, installation, isRoot),
-        ServiceChecks::engine(service, installation.logFile()),
+        ServiceChecks::engine(service, files, installation.logFile()),
         ServiceChecks::portExposure(service, reachableInterfaces(), lookAtFirewall(ServiceConnection::port)),
         ServiceChecks::portUsers(service, accessToPort(service, isRoot))};
 }
 
-Findings checkDatabases(const Installation& installation, const ServiceFacts& service)
+Findings checkDatabases(const Installation& installation, const ServiceFacts& service,
+                        const SignatureFiles& files)
 {
-    const SignatureFiles files = readSignatureFiles(installation.databases());
     const QDateTime now = QDateTime::currentDateTimeUtc();
     return {DatabaseChecks::databases(files, installation.databases()),
             DatabaseChecks::lastLoad(service.load, installation.logFile(), service.probe.detects()),
@@ -153,12 +154,13 @@ Findings checkFiles(const Installation& installation, const ServiceFacts& servic
             SystemChecks::log(logs, DirectoryFacts::of(installation.logFile()), isRoot)};
 }
 
-Findings checkKernel(const ServiceFacts& service)
+Findings checkKernel(const ServiceFacts& service, bool isPackage)
 {
     const WatchFacts watches = WatchFacts::gather(service, walkLimit);
-    return {ServiceChecks::watches(service, watches), SystemChecks::watchLimit(watches.limits, watches.need),
-            SystemChecks::eventQueue(watches.limits, watches.need),
-            SystemChecks::instanceLimit(watches.limits)};
+    return {ServiceChecks::watches(service, watches),
+            SystemChecks::watchLimit(watches.limits, watches.need, isPackage),
+            SystemChecks::eventQueue(watches.limits, watches.need, isPackage),
+            SystemChecks::instanceLimit(watches.limits, isPackage)};
 }
 
 Findings checkStores(const Installation& installation)
@@ -168,12 +170,6 @@ Findings checkStores(const Installation& installation)
             SystemChecks::stores(stores, installation.settings()),
             SystemChecks::sqliteDriver(QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE")))};
 }
-
-Findings checkPackage(const Installation& installation)
-{
-    const PackageFacts facts = PackageFacts::gather(installation.root());
-    return {PackageChecks::units(facts), PackageChecks::links(facts)};
-}
 } // namespace
 
 Findings examine(const Installation& installation)
@@ -181,9 +177,12 @@ Findings examine(const Installation& installation)
     const bool isRoot = ::geteuid() == 0;
     ServiceConnection connection;
     const ServiceFacts service = ServiceFacts::gather(installation, connection, serviceLimit);
-    Findings findings = checkService(installation, service, isRoot) + checkDatabases(installation, service) +
-                        checkStores(installation) + checkFiles(installation, service, isRoot) +
-                        checkKernel(service) + checkPackage(installation);
+    const SignatureFiles files = signaturesOf(installation);
+    const PackageFacts package = PackageFacts::gather(installation.root());
+    Findings findings = checkService(installation, service, files, isRoot) +
+                        checkDatabases(installation, service, files) + checkStores(installation) +
+                        checkFiles(installation, service, isRoot) + checkKernel(service, package.isPackage) +
+                        Findings{PackageChecks::units(package), PackageChecks::links(package)};
     const LocalAdvice advice(installation);
     for (Finding& finding : findings) {
         finding.fix = advice.wordedFor(finding.fix);

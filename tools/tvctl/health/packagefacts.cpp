@@ -44,7 +44,7 @@ QVector<PackageFacts::Link> linksOf(const QString& root)
     return links;
 }
 
-QVector<PackageFacts::Unit> unitsOfSystemd()
+QVector<PackageFacts::Unit> unitsOfSystemd(const QStringList& names)
 {
     if (!QFileInfo::exists(QStringLiteral("/run/systemd/system"))) {
         return {};
@@ -52,17 +52,21 @@ QVector<PackageFacts::Unit> unitsOfSystemd()
     QProcess systemctl;
     // By its whole path: as root, nothing is started that somebody may have put into the way.
     systemctl.start(QStringLiteral("/usr/bin/systemctl"),
-                    {QStringLiteral("show"),
-                     QStringLiteral("--property=Id,LoadState,UnitFileState,ActiveState"),
-                     QStringLiteral("tvfilemon.service"), QStringLiteral("tvfilemon-firewall.service"),
-                     QStringLiteral("tvfilemon-limits.service"), QStringLiteral("tvfilemon-update.timer"),
-                     QStringLiteral("tvfilemon-sweep.timer"), QStringLiteral("tvfilemon-full-sweep.timer")});
+                    QStringList{QStringLiteral("show"),
+                                QStringLiteral("--property=Id,LoadState,UnitFileState,ActiveState")} +
+                        names);
     if (!systemctl.waitForFinished(systemctlTimeoutMs)) {
         systemctl.kill();
         systemctl.waitForFinished(systemctlTimeoutMs);
         return {};
     }
     return PackageFacts::parseUnits(systemctl.readAllStandardOutput());
+}
+
+bool isPackageAt(const QString& root)
+{
+    return root == QLatin1String("/usr/lib/Talvenor") &&
+           QFileInfo::exists(QStringLiteral("/var/lib/dpkg/info/tvfilemon.list"));
 }
 } // namespace
 
@@ -94,11 +98,22 @@ QVector<PackageFacts::Unit> PackageFacts::parseUnits(const QByteArray& output)
 PackageFacts PackageFacts::gather(const QString& root)
 {
     PackageFacts facts;
-    facts.isPackage = root == QLatin1String("/usr/lib/Talvenor") &&
-                      QFileInfo::exists(QStringLiteral("/var/lib/dpkg/info/tvfilemon.list"));
+    facts.isPackage = isPackageAt(root);
     if (facts.isPackage) {
-        facts.units = unitsOfSystemd();
+        facts.units = unitsOfSystemd(
+            {QStringLiteral("tvfilemon.service"), QStringLiteral("tvfilemon-firewall.service"),
+             QStringLiteral("tvfilemon-limits.service"), QStringLiteral("tvfilemon-update.timer"),
+             QStringLiteral("tvfilemon-sweep.timer"), QStringLiteral("tvfilemon-full-sweep.timer")});
         facts.links = linksOf(root);
     }
     return facts;
+}
+
+bool PackageFacts::isUpdating(const QString& root)
+{
+    if (!isPackageAt(root)) {
+        return false;
+    }
+    const QVector<Unit> units = unitsOfSystemd({QStringLiteral("tvfilemon-update.service")});
+    return !units.isEmpty() && units.first().activeState == QLatin1String("activating");
 }

@@ -39,6 +39,10 @@ struct PackageFacts
     /// Looks at `root`, and asks systemd, for a few seconds at most.
     static PackageFacts gather(const QString& root);
 
+    /// Whether the package is what is installed there, and an update of its signatures runs. Asks systemd
+    /// likewise.
+    static bool isUpdating(const QString& root);
+
     /// Whether the package is what is installed there.
     bool isPackage = false;
     /// Empty where no systemd runs, or does not answer.

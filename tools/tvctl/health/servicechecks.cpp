@@ -124,7 +124,7 @@ Finding ServiceChecks::portOwner(const ServiceFacts& facts, const Installation& 
                        QStringLiteral("only the service listens on port %1").arg(ServiceConnection::port));
 }
 
-Finding ServiceChecks::engine(const ServiceFacts& facts, const QString& logFile)
+Finding ServiceChecks::engine(const ServiceFacts& facts, const SignatureFiles& files, const QString& logFile)
 {
     const QString name = QStringLiteral("engine");
     using Result = EngineProbe::Result;
@@ -141,6 +141,15 @@ Finding ServiceChecks::engine(const ServiceFacts& facts, const QString& logFile)
     case Result::Infected:
         return Finding::ok(name, QStringLiteral("it recognises the test pattern"));
     case Result::Clean:
+        if (files.areComing) {
+            return Finding::warning(name, QStringLiteral("it finds nothing yet: the first update is running"),
+                                    Advice::waitForFirstUpdate());
+        }
+        if (files.loaded.isEmpty() && files.problem.isEmpty()) {
+            return Finding::failed(
+                name, QStringLiteral("it finds nothing, not even the test pattern: there are no signatures"),
+                Advice::getSignatures());
+        }
         return Finding::failed(
             name, QStringLiteral("it finds nothing, not even the test pattern") + lastLoad(facts.load), fix);
     case Result::Failed:

@@ -4,6 +4,7 @@
 #include "tvctl/health/localaccess.h"
 #include "tvctl/health/networkexposure.h"
 #include "tvctl/health/servicefacts.h"
+#include "tvctl/health/signaturefiles.h"
 #include "tvctl/installation/installation.h"
 
 #include <QString>
@@ -18,8 +19,8 @@ Finding service(const ServiceFacts& facts);
 /// Nobody else listens on its port. `isRoot`: whether one may see who does.
 Finding portOwner(const ServiceFacts& facts, const Installation& installation, bool isRoot);
 
-/// Its engine recognises the test pattern.
-Finding engine(const ServiceFacts& facts, const QString& logFile);
+/// Its engine recognises the test pattern. `files` are the signatures that it has.
+Finding engine(const ServiceFacts& facts, const SignatureFiles& files, const QString& logFile);
 
 /// Only programs of this machine reach its port: whoever does may have it delete files.
 Finding portExposure(const ServiceFacts& facts, const QStringList& interfaces, const FirewallView& firewall);

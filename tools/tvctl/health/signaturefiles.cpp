@@ -2,6 +2,7 @@
 
 #include "common/checkedfile.h"
 #include "common/filename.h"
+#include "tvctl/health/packagefacts.h"
 
 #include <QDir>
 #include <QSet>
@@ -89,5 +90,13 @@ SignatureFiles readSignatureFiles(const QString& directory)
             files.ignored += name;
         }
     }
+    return files;
+}
+
+SignatureFiles signaturesOf(const Installation& installation)
+{
+    SignatureFiles files = readSignatureFiles(installation.databases());
+    files.areComing =
+        files.loaded.isEmpty() && files.problem.isEmpty() && PackageFacts::isUpdating(installation.root());
     return files;
 }

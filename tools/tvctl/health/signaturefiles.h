@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tvctl/health/signatureheader.h"
+#include "tvctl/installation/installation.h"
 
 #include <QString>
 #include <QStringList>
@@ -27,6 +28,8 @@ struct SignatureFiles
     QVector<SignatureFile> loaded;
     /// Signatures in other forms, which the service leaves alone.
     QStringList ignored;
+    /// There is none to load, and an update that is to get them is running.
+    bool areComing = false;
 
     /// The file whose age is that of the whole set: "daily.cvd", the one that is renewed every day, or else
     /// the youngest. Null when no file says its age.
@@ -35,3 +38,6 @@ struct SignatureFiles
 
 /// Looks into `directory` and at the head of each file there.
 SignatureFiles readSignatureFiles(const QString& directory);
+
+/// Those of `installation`. Where there are none, systemd is asked as well, for a few seconds at most.
+SignatureFiles signaturesOf(const Installation& installation);

@@ -1,5 +1,7 @@
 #include "tvctl/health/systemchecks.h"
 
+#include "tvctl/health/advice.h"
+
 #include <QStringList>
 
 namespace
@@ -14,12 +16,14 @@ constexpr qint64 usualInstances = 128;
 /// Other programs of root watch something as well.
 constexpr qint64 tightPercent = 80;
 
-QString sysctl(const char* name, qint64 value)
+/// The package raises them anew at each start, also above what is in /etc/sysctl.d.
+QString raise(const char* limit, qint64 value, bool isPackage)
 {
-    return QStringLiteral(
-               "sysctl -w fs.inotify.%1=%2, also in /etc/sysctl.d; then systemctl restart tvfilemon")
-        .arg(QLatin1String(name))
-        .arg(value);
+    const QString set =
+        isPackage ? QStringLiteral("set fs.inotify.%1 = %2 in /etc/talvenor/tvfilemon-limits.conf, a copy of "
+                                   "/usr/lib/Talvenor/lib/tvfilemon-limits.conf")
+                  : QStringLiteral("sysctl -w fs.inotify.%1=%2, also in /etc/sysctl.d");
+    return set.arg(QLatin1String(limit)).arg(value) + QStringLiteral("; then ") + Advice::restart();
 }
 
 /// A round number with room to grow.
@@ -40,7 +44,7 @@ QString counted(const WatchNeed& need)
 }
 } // namespace
 
-Finding SystemChecks::watchLimit(const InotifyLimits& limits, const WatchNeed& need)
+Finding SystemChecks::watchLimit(const InotifyLimits& limits, const WatchNeed& need, bool isPackage)
 {
     const QString name = QStringLiteral("watch_limit");
     if (limits.watches < 0) {
@@ -49,7 +53,7 @@ Finding SystemChecks::watchLimit(const InotifyLimits& limits, const WatchNeed& n
     }
     const QString seen =
         QStringLiteral("%1 directories have to be watched, %2 may be").arg(counted(need)).arg(limits.watches);
-    const QString fix = sysctl("max_user_watches", enoughFor(need.directories));
+    const QString fix = raise("max_user_watches", enoughFor(need.directories), isPackage);
     if (need.directories > limits.watches) {
         return Finding::failed(name, seen, fix);
     }
@@ -57,7 +61,7 @@ Finding SystemChecks::watchLimit(const InotifyLimits& limits, const WatchNeed& n
                                                                   : Finding::ok(name, seen);
 }
 
-Finding SystemChecks::eventQueue(const InotifyLimits& limits, const WatchNeed& need)
+Finding SystemChecks::eventQueue(const InotifyLimits& limits, const WatchNeed& need, bool isPackage)
 {
     const QString name = QStringLiteral("event_queue");
     if (limits.queuedEvents < 0) {
@@ -66,7 +70,7 @@ Finding SystemChecks::eventQueue(const InotifyLimits& limits, const WatchNeed& n
     }
     const QString seen =
         QStringLiteral("%1 events wait at most; what comes then is never scanned").arg(limits.queuedEvents);
-    const QString fix = sysctl("max_queued_events", enoughFor(need.directories));
+    const QString fix = raise("max_queued_events", enoughFor(need.directories), isPackage);
     if (limits.queuedEvents < leastQueuedEvents) {
         return Finding::failed(name, seen, fix);
     }
@@ -76,16 +80,15 @@ Finding SystemChecks::eventQueue(const InotifyLimits& limits, const WatchNeed& n
                : Finding::ok(name, QStringLiteral("%1 events may wait").arg(limits.queuedEvents));
 }
 
-Finding SystemChecks::instanceLimit(const InotifyLimits& limits)
+Finding SystemChecks::instanceLimit(const InotifyLimits& limits, bool isPackage)
 {
     const QString name = QStringLiteral("instance_limit");
     const QString seen = QStringLiteral("%1 queues of events may be made").arg(limits.instances);
+    const QString fix = raise("max_user_instances", usualInstances, isPackage);
     if (limits.instances == 0) {
-        return Finding::failed(name, seen, sysctl("max_user_instances", usualInstances));
+        return Finding::failed(name, seen, fix);
     }
-    return limits.instances < usualInstances
-               ? Finding::warning(name, seen, sysctl("max_user_instances", usualInstances))
-               : Finding::ok(name, seen);
+    return limits.instances < usualInstances ? Finding::warning(name, seen, fix) : Finding::ok(name, seen);
 }
 
 Finding SystemChecks::protection(const StoreFacts& stores)

@@ -40,14 +40,15 @@ Finding engineDirectory(const std::optional<DirectoryFacts>& directory, Process 
 /// The log takes lines.
 Finding log(const DirectoryFacts& directory, const DirectoryFacts& file, bool isRoot);
 
-/// The kernel lets every directory be watched.
-Finding watchLimit(const InotifyLimits& limits, const WatchNeed& need);
+/// The kernel lets every directory be watched. Of this and the following two `isPackage` says how limits are
+/// raised.
+Finding watchLimit(const InotifyLimits& limits, const WatchNeed& need, bool isPackage);
 
 /// The kernel keeps enough events for a busy moment.
-Finding eventQueue(const InotifyLimits& limits, const WatchNeed& need);
+Finding eventQueue(const InotifyLimits& limits, const WatchNeed& need, bool isPackage);
 
 /// The kernel lets the service have its queue.
-Finding instanceLimit(const InotifyLimits& limits);
+Finding instanceLimit(const InotifyLimits& limits, bool isPackage);
 
 /// The switch is on.
 Finding protection(const StoreFacts& stores);

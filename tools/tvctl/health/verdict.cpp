@@ -26,6 +26,10 @@ QString reasonOfBlindness(const ServiceFacts& service, const SignatureFiles& fil
                    ? QStringLiteral("the signatures could not be loaded, so nothing is found")
                    : QStringLiteral("%1 could not be loaded, so nothing is found").arg(service.load.file);
     }
+    if (files.areComing) {
+        return QStringLiteral(
+            "there are no signatures yet, so nothing is found: the first update is running");
+    }
     return files.loaded.isEmpty() ? QStringLiteral("there are no signatures, so nothing is found")
                                   : QStringLiteral("the engine finds nothing, not even the test pattern");
 }

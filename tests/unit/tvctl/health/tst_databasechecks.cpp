@@ -61,6 +61,10 @@ void TestDatabaseChecks::databases()
            "does not load daily.cld");
     expect(check(with({file("main.cvd"), {QStringLiteral("x.cvd"), QStringLiteral("broken"), {}}})),
            Result::Failed, "x.cvd: broken");
+    SignatureFiles coming = with({}, {QStringLiteral("daily.cld")});
+    coming.areComing = true;
+    expect(check(coming), Result::Warning, "no *.cvd in /root/db yet: the first update is running");
+    QVERIFY(!check(coming).fix.contains(QStringLiteral("systemctl")));
     SignatureFiles unreadable;
     unreadable.problem = QStringLiteral("Permission denied");
     expect(check(unreadable), Result::Failed, "/root/db: Permission denied");
@@ -103,7 +107,12 @@ void TestDatabaseChecks::freshness()
     const SignatureFiles files = with({file("daily.cvd", now.addSecs(-seconds)), file("main.cvd")});
     expect(DatabaseChecks::freshness(files, now), isOld ? Result::Failed : Result::Ok,
            qPrintable(QStringLiteral("daily.cvd is %1 days old").arg(days)));
-    expect(DatabaseChecks::freshness({}, now), Result::Warning, "nothing that says its age");
+    SignatureFiles none;
+    expect(DatabaseChecks::freshness(none, now), Result::Warning, "nothing that says its age");
+    QVERIFY(DatabaseChecks::freshness(none, now).fix.startsWith(QStringLiteral("systemctl")));
+    none.areComing = true;
+    expect(DatabaseChecks::freshness(none, now), Result::Warning, "nothing that says its age");
+    QVERIFY(DatabaseChecks::freshness(none, now).fix.startsWith(QStringLiteral("wait")));
 }
 
 void TestDatabaseChecks::update()

@@ -161,9 +161,11 @@ void addPortRows()
 
 void addEngineRows()
 {
-    const auto row = [](const char* name, const ServiceFacts& facts, Result result, const char* seen,
-                        const char* fix) {
-        QTest::newRow(name) << ServiceChecks::engine(facts, QStringLiteral("/log")) << result
+    SignatureFiles files;
+    files.loaded.resize(1);
+    const auto row = [&files](const char* name, const ServiceFacts& facts, Result result, const char* seen,
+                              const char* fix) {
+        QTest::newRow(name) << ServiceChecks::engine(facts, files, QStringLiteral("/log")) << result
                             << QString::fromLatin1(seen) << QString::fromLatin1(fix);
     };
     const auto answering = [](Scan answer, Load load) {
@@ -183,6 +185,16 @@ void addEngineRows()
         "reload db; the reason is in /log");
     row("engine: the log is wrong", answering(Scan::Clean, Load::Loaded), Result::Failed,
         "its log says that the signatures were loaded", "reload db");
+    files.loaded.clear();
+    row("engine: without signatures", answering(Scan::Clean, Load::Loaded), Result::Failed,
+        "there are no signatures", "systemctl start tvfilemon-update");
+    files.areComing = true;
+    row("engine: during the first update", answering(Scan::Clean, Load::Loaded), Result::Warning,
+        "it finds nothing yet: the first update is running", "wait");
+    row("engine: broken during the first update", answering(Scan::Failed, Load::Loaded), Result::Failed,
+        "does not work", "reload db");
+    files.areComing = false;
+    files.loaded.resize(1);
     row("engine: the log says nothing", answering(Scan::Clean, Load::Unknown), Result::Failed, "test pattern",
         "reload db");
     row("engine: does not work", answering(Scan::Failed, Load::Loaded), Result::Failed,

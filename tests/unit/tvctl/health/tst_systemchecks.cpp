@@ -207,46 +207,52 @@ void TestSystemChecks::log()
 
 void TestSystemChecks::watchLimit()
 {
-    const auto check = [](qint64 limit, qint64 needed, bool isComplete = true) {
+    const auto check = [](qint64 limit, qint64 needed, bool isComplete = true, bool isPackage = false) {
         InotifyLimits limits;
         limits.watches = limit;
         WatchNeed need = needing(needed);
         need.isComplete = isComplete;
-        return SystemChecks::watchLimit(limits, need);
+        return SystemChecks::watchLimit(limits, need, isPackage);
     };
     expect(check(1000, 800), Result::Ok, "800 directories have to be watched, 1000 may be");
     expect(check(1000, 801), Result::Warning, "801", "max_user_watches=16384");
     expect(check(1000, 1000), Result::Warning, "1000");
     expect(check(1000, 1001), Result::Failed, "1001", "max_user_watches=16384");
     expect(check(65536, 100000, false), Result::Failed, "more than 100000", "max_user_watches=262144");
+    expect(check(1000, 1001, true, true), Result::Failed, "1001",
+           "set fs.inotify.max_user_watches = 16384 in /etc/talvenor/tvfilemon-limits.conf, a copy of");
     expect(check(-1, 1), Result::Warning, "does not tell");
 }
 
 void TestSystemChecks::eventQueue()
 {
-    const auto check = [](qint64 limit, qint64 needed) {
+    const auto check = [](qint64 limit, qint64 needed, bool isPackage = false) {
         InotifyLimits limits;
         limits.queuedEvents = limit;
-        return SystemChecks::eventQueue(limits, needing(needed));
+        return SystemChecks::eventQueue(limits, needing(needed), isPackage);
     };
     expect(check(16384, 16384), Result::Ok, "16384");
     expect(check(16384, 16385), Result::Warning, "16384", "max_queued_events=65536");
     expect(check(16383, 1), Result::Warning, "never scanned", "max_queued_events=16384");
     expect(check(1024, 1), Result::Warning, "1024");
     expect(check(1023, 1), Result::Failed, "1023", "max_queued_events=16384");
+    expect(check(1023, 1, true), Result::Failed, "1023",
+           "max_queued_events = 16384 in /etc/talvenor/tvfilemon-limits.conf");
     expect(check(-1, 1), Result::Warning, "does not tell");
 }
 
 void TestSystemChecks::instanceLimit()
 {
-    const auto check = [](qint64 limit) {
+    const auto check = [](qint64 limit, bool isPackage = false) {
         InotifyLimits limits;
         limits.instances = limit;
-        return SystemChecks::instanceLimit(limits);
+        return SystemChecks::instanceLimit(limits, isPackage);
     };
     expect(check(128), Result::Ok, "128");
     expect(check(127), Result::Warning, "127", "max_user_instances=128");
     expect(check(0), Result::Failed, "0", "max_user_instances=128");
+    expect(check(0, true), Result::Failed, "0",
+           "max_user_instances = 128 in /etc/talvenor/tvfilemon-limits.conf");
 }
 
 void TestSystemChecks::settings()

@@ -133,6 +133,14 @@ void TestVerdict::tellsWhyNot_data()
             f.files.loaded.clear();
         },
         "there are no signatures, so nothing is found");
+    row(
+        "no signatures yet",
+        [](Facts& f) {
+            f.service.probe.engine = Scan::Clean;
+            f.files.loaded.clear();
+            f.files.areComing = true;
+        },
+        "there are no signatures yet, so nothing is found: the first update is running");
     // Whatever the log says: others write into it.
     row(
         "finds nothing", [](Facts& f) { f.service.probe.engine = Scan::Clean; },
