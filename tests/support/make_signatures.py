@@ -40,16 +40,21 @@ def _head(version):
     return text.ljust(HEAD_SIZE)
 
 
+def made_of(version, lines):
+    """The text of a database of these lines, the first of which is the kind of those that follow it."""
+    content = _head(version) + "\n".join([MARKER, *lines]) + "\n"
+    return f"{content}# {_sum(content.encode()):016x}\n"
+
+
 def _database(with_klez):
     lines = [
-        MARKER,
         "[hdb]",
         f"{hashlib.md5(EICAR).hexdigest()}:{len(EICAR)}:{EICAR_NAME}",
         f"{CLAM_EXE_MD5}:{CLAM_EXE_SIZE}:{CLAM_EXE_NAME}",
     ]
     if with_klez:
         lines += ["[ndb]", f"{KLEZ_NAME}:0:*:{KLEZ_PATTERN.hex()}"]
-    return _head(6 if with_klez else 5) + "\n".join(lines) + "\n"
+    return made_of(6 if with_klez else 5, lines)
 
 
 def _sum(data):
@@ -63,9 +68,8 @@ def _sum(data):
 def make(directory):
     os.makedirs(directory, exist_ok=True)
     for name, with_klez in (("test-5.cvd", False), ("test-6.cvd", True)):
-        content = _database(with_klez)
         with open(os.path.join(directory, name), "w", encoding="ascii") as file:
-            file.write(f"{content}# {_sum(content.encode()):016x}\n")
+            file.write(_database(with_klez))
 
 
 if __name__ == "__main__":
