@@ -5,7 +5,7 @@
 inotify_event* InotifyRecords::next()
 {
     const size_t left = m_size - m_offset;
-    if (left < sizeof(inotify_event)) {
+    if (left < sizeof(inotify_event) || m_offset % alignof(inotify_event) != 0) {
         return nullptr;
     }
     auto* event = reinterpret_cast<inotify_event*>(m_buffer + m_offset);

@@ -9,7 +9,7 @@
 /// Walks the event records that one read of an inotify descriptor returned, in place.
 ///
 /// The buffer must be aligned for `inotify_event` and outlive the walk. A record that does not lie whole
-/// in the buffer ends the walk: the kernel never returns one.
+/// in the buffer, or not aligned, ends the walk: the kernel never returns one.
 class InotifyRecords
 {
 public:

@@ -16,6 +16,7 @@ private Q_SLOTS:
     void readsANameWithoutItsPadding_data();
     void readsANameWithoutItsPadding();
     void stopsAtARecordThatIsCutOff();
+    void stopsAtARecordThatIsNotAligned();
     void neverLeavesTheBuffer();
 };
 
@@ -120,6 +121,14 @@ void TestInotifyRecords::stopsAtARecordThatIsCutOff()
     }
     Walk walk(whole + whole.left(whole.size() - 1));
     QVERIFY(walk.records.next() != nullptr);
+    QVERIFY(walk.records.next() == nullptr);
+}
+
+void TestInotifyRecords::stopsAtARecordThatIsNotAligned()
+{
+    Walk walk(record(1, IN_CREATE, "abcde") + record(2, IN_CREATE, QByteArray(16, 'n')));
+    QCOMPARE(nameOf(*walk.records.next()), QByteArray("abcde"));
+    QVERIFY(walk.records.next() == nullptr);
     QVERIFY(walk.records.next() == nullptr);
 }
 
