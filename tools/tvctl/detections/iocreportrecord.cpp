@@ -17,21 +17,27 @@ QDateTime timeOf(const QByteArray& line)
                                    QStringLiteral("dd-MM-yyyy hh:mm:ss"));
 }
 
-/// How many columns at the end kept their placeholder, because as many values went into the path. -1 when
-/// this is no end of a record.
+/// How many of the known values went into the path instead of their columns. -1 when this is no end of a
+/// record.
 int shiftOf(const QStringList& fields)
 {
-    int shift = 0;
-    while (shift < knownFields &&
-           fields.at(fields.size() - 1 - shift) == QLatin1Char('%') + QString::number(fieldCount - shift)) {
-        ++shift;
+    const int last = fields.size() - 1;
+    // As many columns at the end kept their placeholder as values went elsewhere.
+    int kept = 0;
+    while (kept <= knownFields &&
+           fields.at(last - kept) == QLatin1Char('%') + QString::number(fieldCount - kept)) {
+        ++kept;
     }
-    for (int index = 0; index < reservedFields; ++index) {
-        if (fields.at(fields.size() - 1 - shift - index) != QLatin1String("NA")) {
-            return -1;
-        }
+    int reserved = 0;
+    while (reserved < reservedFields && fields.at(last - kept - reserved) == QLatin1String("NA")) {
+        ++reserved;
     }
-    return shift;
+    if (reserved == reservedFields && kept <= knownFields) {
+        return kept;
+    }
+    // The first digits of the hash, behind a percent sign of the path, made a placeholder of their own, which
+    // took in the first of the reserved values.
+    return reserved >= reservedFields - 1 && kept > 0 ? kept - 1 : -1;
 }
 } // namespace
 

@@ -13,6 +13,8 @@ private Q_SLOTS:
     void readsWhatTheServiceWrites();
     void readsAPathWithPlaceholders_data();
     void readsAPathWithPlaceholders();
+    void readsAPlaceholderThatTheHashCompletes_data();
+    void readsAPlaceholderThatTheHashCompletes();
     void refusesAnythingElse_data();
     void refusesAnythingElse();
     void putsItIntoWords_data();
@@ -27,9 +29,10 @@ const QDateTime& moment()
     return time;
 }
 
-QByteArray written(const QString& path, const QString& action = QStringLiteral("ID"), int kind = 6)
+QByteArray written(const QString& path, const QString& action = QStringLiteral("ID"), int kind = 6,
+                   const QString& hash = QStringLiteral("abc123"))
 {
-    return iocReportLine(moment(), path, QStringLiteral("abc123"), action, kind).chopped(1);
+    return iocReportLine(moment(), path, hash, action, kind).chopped(1);
 }
 } // namespace
 
@@ -96,6 +99,41 @@ void TestIocReportRecord::readsAPathWithPlaceholders()
     QTEST(record->hash, "hash");
 }
 
+void TestIocReportRecord::readsAPlaceholderThatTheHashCompletes_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("hash");
+    // Of "00ff", behind a percent sign, the zeros become the lowest placeholder, and take in a reserved
+    // value.
+    QTest::newRow("alone") << "/a%%5b"
+                           << "/aNAffb"
+                           << "ID" << 6 << "00ff";
+    QTest::newRow("behind one") << "/%0%%4"
+                                << "/IDNAff"
+                                << "" << 6 << "00ff";
+    QTest::newRow("behind two") << "/%0%1%%3"
+                                << "/ID6NAff"
+                                << "" << 0 << "00ff";
+    QTest::newRow("behind all") << "/%0%1%%2"
+                                << "/ID6NAff"
+                                << "" << 0 << "";
+}
+
+void TestIocReportRecord::readsAPlaceholderThatTheHashCompletes()
+{
+    QFETCH(QString, path);
+    const QByteArray line = written(path, QStringLiteral("ID"), 6, QStringLiteral("00ff"));
+    const auto record = IocReportRecord::parse(line);
+    QVERIFY2(record.has_value(), line.constData());
+    QTEST(record->path, "shown");
+    QTEST(record->action, "action");
+    QTEST(record->hashKind, "kind");
+    QTEST(record->hash, "hash");
+}
+
 void TestIocReportRecord::refusesAnythingElse_data()
 {
     QTest::addColumn<QByteArray>("line");
@@ -108,6 +146,8 @@ void TestIocReportRecord::refusesAnythingElse_data()
     QTest::newRow("no such day") << QByteArray(good).replace(0, 2, "32");
     QTest::newRow("only a time") << good.left(20);
     QTest::newRow("too few") << good.left(20) + "NA,NA,NA,NA,NA,NA";
+    QTest::newRow("too few reserved") << QByteArray(good).replace(",NA,NA,", ",x,NA,");
+    QTest::newRow("too many kept") << good.left(22) + ",NA,NA,NA,NA,%7,%8,%9,%10,%11";
     QTest::newRow("binary") << QByteArray(100, '\xff');
 }
 
