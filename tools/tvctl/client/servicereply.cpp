@@ -51,9 +51,9 @@ ServiceReply::Scan ServiceReply::scan(const QByteArray& reply)
     if (reply.startsWith(infected)) {
         return {Scan::Result::Infected, FileName::toText(reply.mid(infected.size())), 0};
     }
-    bool isNumber = false;
-    const int code = reply.startsWith(error) ? reply.mid(error.size()).toInt(&isNumber) : 0;
-    return isNumber ? Scan{Scan::Result::Failed, {}, code} : Scan{};
+    const int code = reply.startsWith(error) ? reply.mid(error.size()).toInt() : 0;
+    // To the byte: a conversion to a number passes over blanks, and over all behind a zero byte.
+    return reply == error + QByteArray::number(code) ? Scan{Scan::Result::Failed, {}, code} : Scan{};
 }
 
 QString ServiceReply::scanErrorText(int errorCode)
@@ -84,14 +84,15 @@ ServiceReply::IocScan ServiceReply::iocScan(const QByteArray& reply)
     if (parts.size() != 3) {
         return {};
     }
-    const QString type = QString::fromLatin1(parts.at(0));
-    if (type != QLatin1String("MD5") && type != QLatin1String("SHA1") && type != QLatin1String("SHA256")) {
+    const QByteArray& kind = parts.at(0);
+    if (kind != "MD5" && kind != "SHA1" && kind != "SHA256") {
         return {};
     }
+    const QString type = QString::fromLatin1(kind);
     if (parts.at(2) == "ERROR") {
-        return {Result::ActionFailed, type, QString::fromUtf8(parts.at(1))};
+        return {Result::ActionFailed, type, FileName::toText(parts.at(1))};
     }
-    const QString hash = QString::fromUtf8(parts.at(2));
+    const QString hash = FileName::toText(parts.at(2));
     if (parts.at(1) == "IA") {
         return {Result::Allowed, type, hash};
     }

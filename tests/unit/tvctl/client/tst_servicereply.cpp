@@ -130,6 +130,10 @@ void TestServiceReply::knowsNothingElse_data()
           "MD5:IA:a:b", "MD4:IA:a", "MD5:IX:a", "MD5:ia:a", ":IA:a",    "sha1:IA:a"}) {
         QTest::addRow("\"%s\"", text) << QByteArray(text);
     }
+    QTest::newRow("another spelling of a code") << QByteArray("ERROR +8");
+    QTest::newRow("a blank before a code") << QByteArray("ERROR  8");
+    QTest::newRow("a zero byte behind a code") << QByteArray("ERROR 8\0x", 9);
+    QTest::newRow("a zero byte behind a kind") << QByteArray("SHA1\0x:IA:a", 11);
 }
 
 void TestServiceReply::knowsNothingElse()
