@@ -28,7 +28,7 @@ std::mutex& instanceMutex()
 }
 
 /// The text of a printf format and its arguments, sized exactly.
-std::string formatted(const char* format, va_list arguments)
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments)
 {
     va_list measured;
     va_copy(measured, arguments);

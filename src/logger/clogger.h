@@ -79,7 +79,7 @@ private:
     const char* getCurrentTime();
     void rotateAtStart();
     void write(const char* tag, const char* location, const std::string& code, const char* format,
-               va_list arguments);
+               va_list arguments) __attribute__((format(printf, 5, 0)));
     void logIntoFile(const std::string& body);
     void logOnConsole(const std::string& body);
     void writeFirst(const std::string& body);
