@@ -1,8 +1,8 @@
 #include "socket/csocketmanager.h"
 
 #include "counts.h"
-#include "fakescanners.h"
 #include "logger/clogger.h"
+#include "support/fakescanners.h"
 #include "support/limiteddescriptors.h"
 #include "support/logreader.h"
 

@@ -1,10 +1,10 @@
 #include "socket/csocketmanager.h"
 
 #include "counts.h"
-#include "fakescanners.h"
 #include "fakesockets.h"
 #include "logger/clogger.h"
 #include "socket/cclientthread.h"
+#include "support/fakescanners.h"
 #include "support/logreader.h"
 
 #include <QDeadlineTimer>

@@ -1,7 +1,7 @@
 #include "socket/csocketmanager.h"
 
-#include "fakescanners.h"
 #include "logger/clogger.h"
+#include "support/fakescanners.h"
 
 #include <QSocketNotifier>
 #include <QTest>

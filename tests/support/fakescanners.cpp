@@ -1,4 +1,4 @@
-#include "fakescanners.h"
+#include "support/fakescanners.h"
 
 #include "ioc/iocscanmanager.h"
 #include "scan/cscanmanager.h"
