@@ -6,6 +6,7 @@
 #include "common/heldfile.h"
 #include "common/uniquefd.h"
 #include "logger/clogger.h"
+#include "scan/clockwatch.h"
 #include "scan/scansettings.h"
 
 #include <QByteArray>
@@ -216,11 +217,13 @@ int CScanFile::scan(const EngineCall& call, QString& virusName) const
     constexpr int maxTries = 2;
     for (int tries = 0; tries < maxTries; ++tries) {
         if (m_directory.path().isEmpty() && !provideDirectory()) {
+            failure = CL_ETMPDIR;
             break;
         }
         ScanNotes notes{m_directory.path()};
         const char* name = nullptr;
         _notes = &notes;
+        const ClockWatch clock;
         code = abandonable([&] { return call(&name); });
         _notes = nullptr;
         if (code == CL_VIRUS) {
@@ -232,6 +235,8 @@ int CScanFile::scan(const EngineCall& call, QString& virusName) const
             m_directory = EngineDirectory();
         } else if (notes.isContentUnread) {
             failure = CL_EREAD;
+        } else if (clock.isSetForward()) {
+            failure = CL_ETIMEOUT;
         } else {
             return code;
         }

@@ -19,7 +19,8 @@ class ScanSettings;
 /// (a database failed to load) finds nothing and answers 0 for everything. Callers look at `isDBLoaded`. A
 /// scan that found nothing because the engine could not make its temporary files answers libclamav's error
 /// for that, 18; one that found nothing in a file which could not be read to its end, or changed meanwhile,
-/// answers 12.
+/// answers 12; one over which the clock was set forward, and once more, answers libclamav's error for a scan
+/// that took too long.
 class CScanFile
 {
 public:
@@ -77,7 +78,7 @@ private:
     /// One call of libclamav: its code, and the name of what it found.
     using EngineCall = std::function<int(const char** name)>;
     /// The code of `call`, `virusName` with a match only. Once more, with another directory if it was that,
-    /// when something failed.
+    /// when something failed or the clock was set.
     int scan(const EngineCall& call, QString& virusName) const;
     cl_scan_options scanOptions() const;
 
