@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,6 +15,14 @@ struct Popup
     std::string summary;
     /// Well-formed markup of the notification servers' kind.
     std::string body;
-    /// Milliseconds since 1970; none when the server decides.
+    /// By `popupClock`; none when the server decides.
     std::optional<std::int64_t> closeAt;
 };
+
+/// Milliseconds of the clock that nobody sets, which is the same in every process: a popup must not stay for
+/// an hour because the time of day was set back while it waited.
+inline std::int64_t popupClock()
+{
+    const auto sinceStart = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(sinceStart).count();
+}

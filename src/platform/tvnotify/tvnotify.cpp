@@ -4,6 +4,7 @@
 #include "platform/tvnotify/popupmarkup.h"
 #include "platform/tvnotify/popupsender.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QtGlobal>
@@ -53,6 +54,8 @@ void Tvnotify::showPopupToUser(const QString& title, const QString& message, con
     popup.iconPath = sendablePath(iconPath).toStdString();
     popup.summary = popupText(title).toStdString();
     popup.body = popupMarkup(message).toStdString();
-    popup.closeAt = popupCloseTime(closeAt);
+    if (const std::optional<std::int64_t> time = popupCloseTime(closeAt)) {
+        popup.closeAt = *time - QDateTime::currentMSecsSinceEpoch() + popupClock();
+    }
     m_sender->send(popup);
 }

@@ -1,7 +1,6 @@
 #include "platform/tvnotify/send/notificationclient.h"
 
 #include <algorithm>
-#include <chrono>
 #include <limits>
 #include <vector>
 
@@ -38,12 +37,6 @@ struct ReleaseCall
 using Connection = std::unique_ptr<DBusConnection, CloseConnection>;
 using Message = std::unique_ptr<DBusMessage, ReleaseMessage>;
 using Call = std::unique_ptr<DBusPendingCall, ReleaseCall>;
-
-std::int64_t now()
-{
-    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count();
-}
 
 Connection connectTo(const std::string& address)
 {
@@ -82,7 +75,7 @@ Message notifyCall(const Popup& popup)
     const char* const icon = popup.iconPath.c_str();
     const char* const summary = popup.summary.c_str();
     const char* const body = popup.body.c_str();
-    const dbus_int32_t timeout = expireTimeout(popup.closeAt, now());
+    const dbus_int32_t timeout = expireTimeout(popup.closeAt, popupClock());
 
     DBusMessageIter arguments;
     DBusMessageIter container;

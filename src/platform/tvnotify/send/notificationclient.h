@@ -8,8 +8,9 @@
 #include <optional>
 #include <string>
 
-/// How long a popup that closes at `closeAt` is asked to stay when it is sent at `now` (both milliseconds
-/// since 1970): at least a second, so that a late one is seen at all; -1, the server's choice, without time.
+/// How long a popup that closes at `closeAt` is asked to stay when it is sent at `now` (both by
+/// `popupClock`): at least a second, so that a late one is seen at all; -1, the server's choice, without
+/// time.
 std::int32_t expireTimeout(std::optional<std::int64_t> closeAt, std::int64_t now);
 
 /// Every bus's queue shares the popups: there may be many users.
