@@ -13,9 +13,11 @@
 #include "tvctl/installation/localadvice.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 
 #include <cstdlib>
+#include <limits>
 #include <memory>
 
 #include <poll.h>
@@ -36,8 +38,6 @@ constexpr milliseconds lookAfter(5);
 constexpr milliseconds answerLimit(3000);
 /// From the removal of the file to its record: the store may be held by somebody else meanwhile.
 constexpr milliseconds recordLimit(3000);
-/// The clock may have been set a little meanwhile.
-constexpr qint64 recordsSinceSeconds = 5;
 
 bool isDirectory(const QString& path)
 {
@@ -56,6 +56,17 @@ QString realPathOf(const QString& path)
     const std::unique_ptr<char, decltype(&::free)> real(
         ::realpath(FileName::toBytes(path).constData(), nullptr), &::free);
     return real == nullptr ? QString() : FileName::toText(QByteArray(real.get()));
+}
+
+/// The number of the newest record. Not the time of day, which may be set while the test runs.
+qint64 lastRecordOf(const StoreFacts& stores)
+{
+    QVector<VirusReport> last;
+    if (stores.hasReports()) {
+        constexpr qint64 end = std::numeric_limits<qint64>::max();
+        VirusConfig().getLastVirusReports(QDateTime(), QDateTime(), last, end, 1);
+    }
+    return last.isEmpty() ? 0 : last.constFirst().getId();
 }
 } // namespace
 
@@ -94,8 +105,8 @@ SelfTest::SelfTest(const Installation& installation, const QString& directory, m
     : m_installation(installation),
       m_directory(directory),
       m_limit(limit),
-      m_started(QDateTime::currentDateTimeUtc()),
-      m_stores(StoreFacts::read(installation))
+      m_stores(StoreFacts::read(installation)),
+      m_lastRecord(lastRecordOf(m_stores))
 {
 }
 
@@ -186,10 +197,8 @@ std::optional<VirusReport> SelfTest::findRecord(const QString& name) const
         return std::nullopt;
     }
     QVector<VirusReport> reports;
-    qint64 last = 0;
-    while (
-        VirusConfig().getVirusReports(m_started.addSecs(-recordsSinceSeconds), QDateTime(), reports, last) &&
-        !reports.isEmpty()) {
+    qint64 last = m_lastRecord;
+    while (VirusConfig().getVirusReports(QDateTime(), QDateTime(), reports, last) && !reports.isEmpty()) {
         for (const VirusReport& report : qAsConst(reports)) {
             // Nobody else could have known this name.
             if (report.getFileName() == name) {

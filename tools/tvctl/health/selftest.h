@@ -6,7 +6,6 @@
 #include "tvctl/health/storefacts.h"
 #include "tvctl/installation/installation.h"
 
-#include <QDateTime>
 #include <QString>
 
 #include <chrono>
@@ -80,7 +79,8 @@ private:
     const QString m_directory;
     const std::chrono::milliseconds m_limit;
     const Interruption m_interruption;
-    const QDateTime m_started;
     StoreFacts m_stores;
+    /// What was recorded before the test.
+    const qint64 m_lastRecord;
     ServiceConnection m_service;
 };
