@@ -1,16 +1,15 @@
 """The end of the service, at any moment and in the middle of anything: soon, and with nothing lost or made up."""
 
-import io
 import os
 import random
 import signal
 import sqlite3
 import threading
 import time
-import zipfile
 
 import pytest
 
+from archives import write_slow_infected
 from commandclient import is_open, start_slow_scan
 from harness import EICAR, SIGNATURES, Unwatched, exists, fresh_directory, wait_gone, wait_until
 
@@ -23,18 +22,8 @@ LONG_ROUNDS = 170
 
 @pytest.fixture(scope="session")
 def slow_infected():
-    """An archive of archives with the infected file at its end, which takes the engine many seconds."""
-    page = b'<html><script>var a="' + b"abcdefghij" * 100_000 + b'";</script></html>'
-    inner = io.BytesIO()
-    with zipfile.ZipFile(inner, "w", zipfile.ZIP_DEFLATED, compresslevel=1) as archive:
-        for number in range(10):
-            archive.writestr(str(number), page)
-    path = fresh_directory() / "slow.zip"
-    with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED, compresslevel=1) as archive:
-        for number in range(20):
-            archive.writestr(f"{number}.zip", inner.getvalue())
-        archive.writestr("eicar.com", EICAR)
-    return path
+    """Takes the engine many seconds."""
+    return write_slow_infected(fresh_directory() / "slow.zip", archives=20)
 
 
 class Moment:
