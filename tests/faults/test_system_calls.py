@@ -4,6 +4,7 @@ called clean."""
 import collections
 import itertools
 import re
+import time
 import zipfile
 
 import pytest
@@ -111,6 +112,7 @@ def test_of_an_event(tv, home, content, long_form, report_figure):
     injected = faults(traced(tv, events.detect), long_form)
     failed = 0
     problems = []
+    began = time.monotonic()
     for call, error in injected:
         has_failed, wrong = events.detect_in_spite_of(call, error)
         failed += has_failed
@@ -118,6 +120,8 @@ def test_of_an_event(tv, home, content, long_form, report_figure):
         # So that the next one finds all as it was.
         events.detect()
     assert not problems, "\n".join(problems)
+    # A lock that is not given back costs one operation of the store ten seconds, and not every one from then on.
+    assert time.monotonic() - began < 3 * len(injected), "the service did not get over it"
     wait_until(lambda: sorted(record["filePath"] for record in tv.reports()) == sorted(events.recorded), "all records")
     assert failed > 0.9 * len(injected)
     report_figure(f"system calls of an event that failed: {failed}")

@@ -12,7 +12,6 @@ enum SqliteCode
     sqliteBusy = 5,
     sqliteLocked = 6,
     sqliteCorrupt = 11,
-    sqliteProtocol = 15,
     sqliteSchema = 17,
     sqliteNotADatabase = 26
 };
@@ -28,8 +27,7 @@ StoreError StoreError::of(const QSqlError& error)
     switch (error.nativeErrorCode().toInt() & primaryCodeMask) {
     case sqliteBusy:
     case sqliteLocked:
-    case sqliteProtocol: // lost a race for the write-ahead log's locks
-    case sqliteSchema:   // another process changed the schema between two attempts to prepare
+    case sqliteSchema: // another process changed the schema between two attempts to prepare
         result.fault = Busy;
         break;
     case sqliteCorrupt:
@@ -37,6 +35,8 @@ StoreError StoreError::of(const QSqlError& error)
         result.fault = Corrupt;
         break;
     default:
+        // Also SQLite's "protocol": it waited ten seconds for a lock that its own connection could not give
+        // back, and only another connection will get it.
         break;
     }
     return result;
