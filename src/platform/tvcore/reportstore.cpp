@@ -12,8 +12,9 @@ namespace
 {
 constexpr int firstRetryMs = 1000;
 constexpr int lastRetryMs = 30000;
-/// Records removed in one transaction: the service has to get its turn in between.
+/// Records removed or stored in one transaction: the service has to get its turn in between.
 constexpr int removedPerStep = 500;
+constexpr std::size_t storedPerStep = 1000;
 
 /// The condition for a period, with its values added to `values`.
 QString periodCondition(const QDateTime& from, const QDateTime& to, QVariantList& values)
@@ -30,6 +31,13 @@ QString periodCondition(const QDateTime& from, const QDateTime& to, QVariantList
     return condition;
 }
 
+/// As far as somebody else decides how long it is.
+std::size_t textLength(const VirusReport& report)
+{
+    return static_cast<std::size_t>(report.getFileName().size()) +
+           static_cast<std::size_t>(report.getFilePath().size());
+}
+
 QString fetchedText(const QSqlQuery& row, int column)
 {
     return StoreText::fromFetched(row.value(column).toByteArray());
@@ -44,6 +52,7 @@ void ReportStore::setDirectory(const QString& directory)
 {
     close();
     m_pending.clear();
+    m_pendingText = 0;
     m_store.setDirectory(directory);
 }
 
@@ -56,25 +65,31 @@ void ReportStore::close()
 
 bool ReportStore::add(const VirusReport& report)
 {
-    if (m_pending.size() == maxPending && !storePending()) {
+    if (isFull()) {
+        storePending();
+    }
+    if (isFull()) {
         if (!m_isFullNoted) {
             m_isFullNoted = true;
-            qCWarning(lcTvcore, "%d detection records wait to be stored; further ones are lost", maxPending);
+            qCWarning(lcTvcore, "%zu detection records wait to be stored; further ones are lost",
+                      m_pending.size());
         }
         return false;
     }
-    m_pending.append(report);
+    m_pending.push_back(report);
+    m_pendingText += textLength(report);
     return storePending();
 }
 
 bool ReportStore::storeKept()
 {
     // Leaves the timer alone, which is the main thread's.
-    const bool isStored = m_pending.isEmpty() || writePending();
-    if (!isStored) {
-        qCWarning(lcTvcore, "%d detection records were not stored", m_pending.size());
+    while (!m_pending.empty() && writePending()) {
     }
-    return isStored;
+    if (!m_pending.empty()) {
+        qCWarning(lcTvcore, "%zu detection records were not stored", m_pending.size());
+    }
+    return m_pending.empty();
 }
 
 bool ReportStore::find(const QDateTime& from, const QDateTime& to, QVector<VirusReport>& reports,
@@ -151,43 +166,56 @@ bool ReportStore::select(const QDateTime& from, const QDateTime& to, const QStri
     return isRead;
 }
 
+bool ReportStore::isFull() const
+{
+    return m_pending.size() >= maxPending || m_pendingText >= maxPendingText;
+}
+
 bool ReportStore::storePending()
 {
-    const bool isStored = writePending();
-    if (isStored) {
+    const bool isWritten = writePending();
+    if (m_pending.empty()) {
         m_retry.reset();
-    } else {
-        tryAgainLater();
+        return true;
     }
-    return isStored;
+    if (isWritten) {
+        tryAgainAfter(0);
+    } else if (m_retry == nullptr) {
+        tryAgainAfter(firstRetryMs);
+    }
+    return false;
 }
 
 bool ReportStore::writePending()
 {
-    const bool isStored = m_store.write([this](StoreConnection& connection) {
-        return std::all_of(m_pending.cbegin(), m_pending.cend(),
+    const auto end = m_pending.cbegin() + static_cast<int>(std::min(m_pending.size(), storedPerStep));
+    const bool isStored = m_store.write([this, end](StoreConnection& connection) {
+        return std::all_of(m_pending.cbegin(), end,
                            [&connection](const VirusReport& report) { return insert(connection, report); });
     });
     if (isStored) {
-        m_pending.clear();
+        std::for_each(m_pending.cbegin(), end,
+                      [this](const VirusReport& report) { m_pendingText -= textLength(report); });
+        m_pending.erase(m_pending.cbegin(), end);
         m_isFullNoted = false;
     }
     return isStored;
 }
 
-void ReportStore::tryAgainLater()
+void ReportStore::tryAgainAfter(int delayMs)
 {
-    if (m_retry != nullptr || QCoreApplication::instance() == nullptr) {
+    if (QCoreApplication::instance() == nullptr) {
         return;
     }
     // The next detection may be a long time away.
-    m_retry = std::make_unique<QTimer>();
-    m_retry->setInterval(firstRetryMs);
-    QObject::connect(m_retry.get(), &QTimer::timeout, m_retry.get(), [this] {
-        m_retry->setInterval(std::min(m_retry->interval() * 2, lastRetryMs));
-        storePending();
-    });
-    m_retry->start();
+    if (m_retry == nullptr) {
+        m_retry = std::make_unique<QTimer>();
+        QObject::connect(m_retry.get(), &QTimer::timeout, m_retry.get(), [this] {
+            m_retry->setInterval(qBound(firstRetryMs, m_retry->interval() * 2, lastRetryMs));
+            storePending();
+        });
+    }
+    m_retry->start(delayMs);
 }
 
 bool ReportStore::insert(StoreConnection& connection, const VirusReport& report)

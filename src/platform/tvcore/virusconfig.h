@@ -18,9 +18,9 @@ class TVCORE_EXPORT VirusConfig
 public:
     VirusConfig();
 
-    /// Stores a copy of `report`. True when it is on disk. False when it cannot be stored now: it is then
-    /// kept in memory, with up to 4095 others, and stored in its turn as soon as the store can be written;
-    /// one that finds no room is lost, which is said in the log.
+    /// Stores a copy of `report`. True when it and all before it are on disk. False when it cannot be stored
+    /// now: it is then kept in memory, with up to 65535 others and 32 MB of names, and stored in its turn as
+    /// soon as the store can be written; one that finds no room is lost, which is said in the log.
     bool addVirusReport(const VirusReport& report);
 
     /// Tries once more to store what is kept in memory; true when nothing is left. For a process that ends
