@@ -154,18 +154,18 @@ class SessionBus:
         self.address = address
         self.record = fresh_directory() / "popups"
         self.record.touch()
-        self._daemon = subprocess.Popen(
+        self.daemon = subprocess.Popen(
             ["dbus-daemon", "--nofork", "--print-address", "--config-file", SUPPORT / "session-bus.conf",
              "--address", address],
             stdout=subprocess.PIPE, stdin=subprocess.DEVNULL,
         )
-        self._expect_line(self._daemon)
-        self._recorder = subprocess.Popen(
+        self._expect_line(self.daemon)
+        self.recorder = subprocess.Popen(
             ["/usr/bin/python3", SUPPORT / "notification_recorder.py", self.record],
             env={**os.environ, "DBUS_SESSION_BUS_ADDRESS": address},
             stdout=subprocess.PIPE, stdin=subprocess.DEVNULL,
         )
-        self._expect_line(self._recorder)
+        self._expect_line(self.recorder)
 
     @staticmethod
     def _expect_line(process):
@@ -180,7 +180,7 @@ class SessionBus:
         return self.popups()
 
     def close(self):
-        for process in (self._recorder, self._daemon):
+        for process in (self.recorder, self.daemon):
             process.kill()
             process.wait()
             process.stdout.close()
