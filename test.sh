@@ -10,7 +10,7 @@ usage: ./test.sh [--quick]
 
 Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit and
 the end-to-end tests with the address and undefined behaviour sanitizers, the end-to-end and the desktop tests with a
-release build, and the Debian package: that is built, installed in a Debian of its own, and run there.
+release build, the fuzz targets, and the Debian package: that is built, installed in a Debian of its own, and run there.
 
   --quick   a debug build and its tests: neither sanitizers nor checks of the sources, nor the package
   --help    this text
@@ -165,6 +165,17 @@ package_tests()
     suite "package" package tests/package/run --junitxml="$results/package.xml"
 }
 
+fuzz_targets()
+{
+    local seconds=20
+    if [ "${form:-}" = --long ]; then
+        seconds=600
+    fi
+    if step "build, fuzz" build fuzz; then
+        suite "fuzz targets" fuzz tests/fuzz/run build/fuzz --seconds "$seconds" --junitxml="$results/fuzz.xml"
+    fi
+}
+
 if [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
     echo "Signatures: the signed ones in $TVFILEMON_TEST_SIGNATURES"
 elif [ "${CI:-}" = true ]; then
@@ -196,6 +207,7 @@ else
         end_to_end_tests release
         step "popup on a desktop" tests/desktop/popup_check build/release "$results/popup.png" || true
     fi
+    fuzz_targets
     package_tests
 fi
 
