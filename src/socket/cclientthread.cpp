@@ -53,7 +53,10 @@ void CClientThread::run()
 void CClientThread::messageServed()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    --m_unserved;
+    if (!m_unserved.empty()) {
+        m_unservedBytes -= m_unserved.front();
+        m_unserved.pop_front();
+    }
     m_changed.notify_all();
 }
 
@@ -67,12 +70,17 @@ void CClientThread::stop()
 bool CClientThread::waitForRoom()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_stopping || m_unserved < unservedLimit; });
-    if (m_stopping) {
-        return false;
-    }
-    ++m_unserved;
-    return true;
+    m_changed.wait(lock, [this] {
+        return m_stopping || (m_unserved.size() < unservedLimit && m_unservedBytes < unservedBytesLimit);
+    });
+    return !m_stopping;
+}
+
+void CClientThread::noteReceived(size_t size)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_unserved.push_back(size);
+    m_unservedBytes += size;
 }
 
 void CClientThread::pauseBeforeEnd()
@@ -95,6 +103,7 @@ void CClientThread::connectToSocket()
             break;
         }
         buffer[static_cast<size_t>(size)] = '\0';
+        noteReceived(static_cast<size_t>(size));
         CLogger::getInstance()->Debug(__PRETTY_FUNCTION__, "Recieved From Socket: %s", buffer.data());
         m_lastMessage = QString::fromUtf8(buffer.data());
         Q_EMIT receivedMessage(m_clientSocket, m_lastMessage);

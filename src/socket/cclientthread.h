@@ -4,13 +4,15 @@
 #include <QThread>
 
 #include <condition_variable>
+#include <cstddef>
+#include <deque>
 #include <mutex>
 
 /// The thread that reads what one client sends and announces each piece received as one message.
 ///
 /// The descriptor stays its maker's, who closes it when the client is announced as disconnected: the
-/// thread does not touch it from then on. While a number of messages wait to be served, nothing more is
-/// read, so that a client cannot fill the memory.
+/// thread does not touch it from then on. While enough messages wait to be served, nothing more is read, so
+/// that not even a thousand clients can fill the memory.
 class CClientThread : public QThread
 {
     Q_OBJECT
@@ -18,6 +20,8 @@ class CClientThread : public QThread
 public:
     /// How many messages may wait.
     static constexpr int unservedLimit = 64;
+    /// Those that wait have no more bytes than this when one more is received.
+    static constexpr size_t unservedBytesLimit = 16384;
 
     CClientThread();
     ~CClientThread() override;
@@ -51,6 +55,7 @@ public:
 private:
     /// False when the thread is to stop.
     bool waitForRoom();
+    void noteReceived(size_t size);
     void pauseBeforeEnd();
 
     int m_clientSocket = -1;
@@ -59,6 +64,8 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    int m_unserved = 0;
+    /// The sizes of the messages that wait, in their order, and what they come to.
+    std::deque<size_t> m_unserved;
+    size_t m_unservedBytes = 0;
     bool m_stopping = false;
 };

@@ -67,7 +67,7 @@ int CScanManager::scanUrl(const QString& url, QString& virusName)
 {
     FakeScanners::calls.append(QStringLiteral("url ") + url);
     if (FakeScanners::urlResult == 1) {
-        virusName = FakeScanners::virusName;
+        virusName = FakeScanners::virusName.isEmpty() ? url : FakeScanners::virusName;
     }
     return FakeScanners::urlResult;
 }

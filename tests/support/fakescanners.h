@@ -14,7 +14,7 @@ struct FakeScanners
 
     static int scanResult;
     static int urlResult;
-    /// Filled in for result 1.
+    /// Filled in for result 1; of a URL, the URL itself when it is empty.
     static QString virusName;
     static int cleanResult;
     static int lastError;

@@ -41,6 +41,7 @@ private Q_SLOTS:
     void lingersBeforeItEnds();
     void logsWhatItReceivesWhenDebugging();
     void stopsReadingWhileTooMuchIsUnserved();
+    void stopsReadingWhileTooManyBytesAreUnserved();
     void stopsOutOfAReceive();
     void stopsOutOfAWaitForRoom();
     void stopsBeforeItReads();
@@ -331,6 +332,32 @@ void TestCClientThread::stopsReadingWhileTooMuchIsUnserved()
         m_thread->messageServed();
         QTRY_COMPARE(received.load(), CClientThread::unservedLimit + served);
     }
+}
+
+void TestCClientThread::stopsReadingWhileTooManyBytesAreUnserved()
+{
+    usePair(SOCK_SEQPACKET);
+    m_thread->disconnect();
+    std::atomic<int> received = 0;
+    connect(
+        m_thread.get(), &CClientThread::receivedMessage, this, [&received] { ++received; },
+        Qt::DirectConnection);
+    start();
+    const QByteArray longest(4096, 'a');
+    const auto fill = [&longest, this] {
+        while (::send(m_ends[1], longest.constData(), static_cast<size_t>(longest.size()),
+                      MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+        }
+    };
+    const int limit = static_cast<int>(CClientThread::unservedBytesLimit) / longest.size();
+    QTRY_VERIFY((fill(), received >= limit));
+    for (int served = 1; served <= 2 * limit; ++served) {
+        m_thread->messageServed();
+        QTRY_COMPARE(received.load(), limit + served);
+        fill();
+    }
+    QTest::qWait(20);
+    QCOMPARE(received.load(), 3 * limit);
 }
 
 void TestCClientThread::stopsOutOfAReceive()

@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QMetaMethod>
+#include <QSet>
 #include <QTest>
 
 #include <array>
@@ -69,6 +70,7 @@ private Q_SLOTS:
     void closesEachDescriptorOnce();
     void letsGoOfAClientWithoutAThread();
     void letsGoOfAClientWhoseThreadWouldTakeTheReserve();
+    void givesEveryReplyToTheClientThatAsked();
     void leaksNothingInTenThousandConnections();
     void survivesAnything();
 
@@ -562,6 +564,57 @@ void TestCSocketManager::letsGoOfAClientWhoseThreadWouldTakeTheReserve()
     QCOMPARE(::recv(peer, &byte, 1, MSG_DONTWAIT), ssize_t(0));
     QVERIFY(::fcntl(m_served, F_GETFD) < 0);
     QCOMPARE(ask(connectClient(), "MODULE next"), QByteArray("REGISTERED!"));
+}
+
+void TestCSocketManager::givesEveryReplyToTheClientThatAsked()
+{
+    constexpr int clients = 2000;
+    constexpr int atOnce = 6;
+    const int descriptors = openDescriptors();
+    FakeScanners::urlResult = 1;
+    std::mt19937 random(815);
+    struct Client
+    {
+        int peer;
+        QByteArray token;
+    };
+    QVector<Client> connected;
+    QSet<int> numbers;
+    int replies = 0;
+    for (int i = 0; i < clients; ++i) {
+        const QByteArray token = "t" + QByteArray::number(i);
+        connected.append({connectClient(), token});
+        numbers.insert(m_served);
+        // Only few of them wait for what they asked.
+        sendBytes(connected.last().peer, "MODULE " + token);
+        for (unsigned left = random() % 4; left > 0; --left) {
+            sendBytes(connected.last().peer, "SCANURL " + token);
+        }
+        if (random() % 2 == 0) {
+            char byte = 0;
+            while (::recv(connected.last().peer, &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 1) {
+                QCoreApplication::processEvents();
+                std::this_thread::yield();
+            }
+        }
+        // Somebody leaves, and his number is soon another's.
+        while (connected.size() > atOnce || (!connected.isEmpty() && random() % 3 == 0)) {
+            const Client client = connected.takeAt(static_cast<int>(random() % unsigned(connected.size())));
+            for (QByteArray reply = received(client.peer); !reply.isEmpty(); reply = received(client.peer)) {
+                ++replies;
+                QVERIFY2(reply == "REGISTERED!" || reply == "INFECTED " + client.token, reply.constData());
+            }
+            ::close(client.peer);
+            m_peers.removeOne(client.peer);
+        }
+    }
+    for (const Client& client : qAsConst(connected)) {
+        ::close(client.peer);
+        m_peers.removeOne(client.peer);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(openDescriptors(), descriptors, 20000);
+    QVERIFY2(replies > clients / 2, qPrintable(QString::number(replies)));
+    QVERIFY2(numbers.size() < clients / 4, qPrintable(QString::number(numbers.size())));
 }
 
 void TestCSocketManager::leaksNothingInTenThousandConnections()
