@@ -6,6 +6,7 @@ import zipfile
 
 from commandclient import REGISTERED
 from harness import (EICAR, EICAR_NAME, SERVICE, Unwatched, cleaned, found, wait_gone, write_once)
+from processes import kilobytes
 
 INFECTED = f"INFECTED {EICAR_NAME}"
 # What the service is started with, and what it may allow itself: more than it needs for a scan, and for a dozen
@@ -36,9 +37,7 @@ def is_served(client, name):
 
 def memory_of(tv):
     """Kilobytes of addresses, and of memory."""
-    with open(f"/proc/{tv.process.pid}/status", encoding="ascii") as status:
-        fields = dict(line.split(":", 1) for line in status)
-    return [int(fields[name].split()[0]) for name in ("VmSize", "VmRSS")]
+    return [kilobytes(tv, name) for name in ("VmSize", "VmRSS")]
 
 
 def test_idle_clients_keep_nothing_from_being_scanned(tv, connect, bus, home, files, report_figure, long_form):
