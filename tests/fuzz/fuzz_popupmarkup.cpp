@@ -127,6 +127,7 @@ void checkBody(const QString& message)
             require(isSafe(part.codePoint), "what is shown steers nothing");
             require(showsAs(takeCharacter(message, position), part.codePoint),
                     "a character is shown as it is");
+            isInPath = isInPath || part.codePoint == '/';
         }
         shown += isCut ? 0 : 1;
     }
