@@ -16,7 +16,7 @@ from harness import EICAR, SIGNATURES, Unwatched, exists, fresh_directory, wait_
 # What is asked of a stop, in seconds.
 LIMIT = 2
 
-QUICK_ROUNDS = 6
+QUICK_ROUNDS = 5
 LONG_ROUNDS = 170
 
 

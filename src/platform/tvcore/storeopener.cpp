@@ -133,6 +133,7 @@ bool StoreOpener::configure(StoreConnection& connection)
     QStringList pragmas = {QStringLiteral("PRAGMA cell_size_check=ON"),
                            QStringLiteral("PRAGMA trusted_schema=OFF"),
                            QStringLiteral("PRAGMA temp_store=MEMORY"),
+                           QStringLiteral("PRAGMA cache_size=-%1").arg(m_schema.cacheKib),
                            m_schema.durable ? QStringLiteral("PRAGMA synchronous=FULL")
                                             : QStringLiteral("PRAGMA synchronous=OFF")};
     if (connection.mode() == StoreConnection::Mode::ReadWrite) {

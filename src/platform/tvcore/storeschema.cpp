@@ -39,6 +39,8 @@ StoreSchema StoreSchema::reports()
     StoreSchema schema;
     schema.fileName = QStringLiteral("reports.db");
     schema.applicationId = reportsApplicationId;
+    // The service only adds to it, for months: that needs the last pages and no others.
+    schema.cacheKib = 64;
     schema.migrations = {
         // detected_at: milliseconds since 1970 in UTC, NULL for a record without a valid time.
         // AUTOINCREMENT: the number of a removed record is not given to another.

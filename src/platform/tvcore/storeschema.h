@@ -29,4 +29,6 @@ struct StoreSchema
     QVector<QStringList> migrations;
     /// Whether a committed change must survive the loss of power.
     bool durable = true;
+    /// How much of the file a process may keep in memory, in KiB; 2000 is SQLite's own measure.
+    int cacheKib = 2000;
 };
