@@ -123,7 +123,8 @@ HashListResult read(QByteArray list, const QString& name, const HashListOptions&
     device.open(QIODevice::ReadOnly);
     const HeapPeak heap;
     const HashListResult result = readHashList(device, name, options, sink);
-    constexpr std::size_t always = 1024 * 1024;
+    // A piece of the list, as bytes and as text, and what is made of it.
+    constexpr std::size_t always = 320 * 1024;
     require(heap.growth() < always + 32 * static_cast<std::size_t>(list.size()), "memory is bounded");
     return result;
 }
