@@ -9,6 +9,16 @@
 #include <QCoreApplication>
 #include <QTextCodec>
 
+namespace
+{
+/// What is left to do when the process ends in the middle of a scan.
+void doLastWork()
+{
+    VirusConfig().storeKeptReports();
+    CScanFile::getInstance()->removeTemporaryFiles();
+}
+} // namespace
+
 int main(int argc, char* argv[])
 {
     openMissingStandardStreams();
@@ -17,7 +27,7 @@ int main(int argc, char* argv[])
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 
     const QCoreApplication application(argc, argv);
-    const OrderlyStop stop([] { VirusConfig().storeKeptReports(); });
+    const OrderlyStop stop(&doLastWork);
 
     // Whatever fails to start, the rest runs without it.
     CSocketManager::getInstance()->startListening();

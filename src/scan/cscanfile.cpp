@@ -210,6 +210,11 @@ bool CScanFile::provideDirectory() const
     return !m_directory.path().isEmpty();
 }
 
+void CScanFile::removeTemporaryFiles() const
+{
+    m_directory.clear();
+}
+
 int CScanFile::scan(const EngineCall& call, QString& virusName) const
 {
     int code = CL_ETMPDIR;

@@ -52,6 +52,10 @@ public:
     /// Scans the text `url` itself; nothing is fetched.
     int scanUrl(const QString& url, QString& virusName) const;
 
+    /// Removes the engine's temporary files, before the process ends in the middle of a scan. Any thread, as
+    /// long as the main thread is in that scan.
+    void removeTemporaryFiles() const;
+
     /// Swallows whatever libclamav would print: failures are told by the log lines of this class. Only notes
     /// during a scan that temporary files or reading failed.
     static void clcb_msg_fn(cl_msg severity, const char* fullmsg, const char* msg, void* context);

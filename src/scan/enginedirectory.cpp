@@ -86,6 +86,11 @@ void removeContent(UniqueFd parent)
         }
     }
 }
+
+void removeContentOf(const UniqueFd& directory)
+{
+    removeContent(UniqueFd(::openat(directory.get(), ".", directoryFlags)));
+}
 } // namespace
 
 QVector<EngineDirectory::Place> EngineDirectory::places()
@@ -114,6 +119,18 @@ EngineDirectory::EngineDirectory(const QVector<Place>& places)
     }
 }
 
+void EngineDirectory::clear() const
+{
+    if (!m_directory.isValid()) {
+        return;
+    }
+    // A file that is made while its directory is emptied keeps that one for the next time.
+    constexpr int tries = 5;
+    for (int i = 0; i < tries; ++i) {
+        removeContentOf(m_directory);
+    }
+}
+
 bool EngineDirectory::take(const Place& place, const QByteArray& name)
 {
     const UniqueFd parent(::open(place.parent.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -127,7 +144,7 @@ bool EngineDirectory::take(const Place& place, const QByteArray& name)
         ::flock(directory.get(), LOCK_EX | LOCK_NB) != 0) {
         return false;
     }
-    removeContent(UniqueFd(::openat(directory.get(), ".", directoryFlags)));
+    removeContentOf(directory);
     if (!hasRoom(directory.get(), place.leastRoom) || !isUsable(directory.get())) {
         ::unlinkat(parent.get(), name.constData(), AT_REMOVEDIR);
         return false;

@@ -32,6 +32,10 @@ public:
     /// Makes the directory in the first of `places` that takes it, and removes what a killed run left there.
     explicit EngineDirectory(const QVector<Place>& places);
 
+    /// Removes what is in it. A scan that is under way can go on to make files only until then: those are in
+    /// a directory of its own.
+    void clear() const;
+
     /// Empty when there is none.
     const QByteArray& path() const
     {

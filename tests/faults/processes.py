@@ -1,4 +1,7 @@
-"""What a running service takes."""
+"""Running programs: what they take, and how they are held up."""
+
+import contextlib
+import signal
 
 from harness import Path
 
@@ -10,3 +13,12 @@ def kilobytes(tv, field):
         if name == field:
             return int(value.split()[0])
     raise KeyError(field)
+
+
+@contextlib.contextmanager
+def stopped(process):
+    process.send_signal(signal.SIGSTOP)
+    try:
+        yield
+    finally:
+        process.send_signal(signal.SIGCONT)

@@ -3,6 +3,7 @@
 import os
 
 from harness import Path, Unwatched, wait_until, write_once
+from processes import kilobytes
 
 # By which part of what it was after the first tenth of the work the resident memory may have changed at the end.
 DRIFT = 0.01
@@ -19,8 +20,7 @@ class Use:
 
     def memory(self):
         """Resident bytes."""
-        line, = (line for line in self._path("status").read_text().splitlines() if line.startswith("VmRSS:"))
-        return int(line.split()[1]) * 1024
+        return kilobytes(self._tv, "VmRSS") * 1024
 
     def threads(self):
         return sorted((thread / "comm").read_text() for thread in self._path("task").iterdir())

@@ -2,12 +2,12 @@
 
 import contextlib
 import os
-import signal
 import time
 
 import pytest
 
 from harness import Path, SessionBus, Unwatched, fresh_directory, wait_until
+from processes import stopped
 
 DETECTIONS = 300
 DETECTIONS_OF_THE_LONG_FORM = 10_000
@@ -50,15 +50,6 @@ class Flood:
         elapsed = time.monotonic() - began
         assert len(self._tv.reports()) == before + self._count
         return elapsed
-
-
-@contextlib.contextmanager
-def stopped(process):
-    process.send_signal(signal.SIGSTOP)
-    try:
-        yield
-    finally:
-        process.send_signal(signal.SIGCONT)
 
 
 @pytest.fixture

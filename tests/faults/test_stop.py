@@ -11,7 +11,8 @@ import pytest
 
 from archives import write_slow_infected
 from commandclient import is_open, start_slow_scan
-from harness import EICAR, SIGNATURES, Unwatched, exists, fresh_directory, wait_gone, wait_until
+from harness import EICAR, SIGNATURES, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
+from processes import stopped
 
 # What is asked of a stop, in seconds.
 LIMIT = 2
@@ -200,6 +201,7 @@ def test_a_stop_at_any_moment(tv, home, connect, slow_infected, kind, long_form,
         took = time.monotonic() - asked
         moment.check()
         assert status == 0, tv.output()
+        assert not list(Path("/run").glob("tvfilemon-engine-*/*"))
         assert took < LIMIT
         tv.process = None
         longest = max(longest, took)
@@ -223,3 +225,21 @@ def test_a_record_that_waits_is_stored_in_the_middle_of_a_scan(tv, home, connect
     assert len(tv.reports()) == 1
     tv.stop()
     assert [record["filePath"] for record in tv.reports()] == [str(home / "first"), str(home / "second")]
+
+
+def test_a_stop_while_nobody_takes_the_popups(tv, home, bus, report_figure):
+    unwatched = Unwatched()
+    tv.start(bus)
+    wait_gone(unwatched.move_in(home / "first"))
+    bus.wait_popups(1)
+    with stopped(bus.daemon):
+        paths = [unwatched.move_in(home / str(number)) for number in range(50)]
+        for path in paths:
+            wait_gone(path)
+        tv.settle()
+        asked = time.monotonic()
+        tv.stop()
+        took = time.monotonic() - asked
+    assert took < LIMIT
+    assert len(tv.reports()) == 51
+    report_figure(f"stop, nobody takes the popups: {took * 1000:.0f} ms")
