@@ -10,6 +10,8 @@
 #include <QFileInfo>
 #include <QLocale>
 
+#include <sys/stat.h>
+
 namespace
 {
 /// A directory of the installation that is made on demand.
@@ -76,6 +78,8 @@ QString Common::getScanReportsPath()
 
 QString Common::getQuarantinePath()
 {
+    // Nobody else is to get at what lies in it.
+    ::mkdir(QFile::encodeName(getRootPath() + QStringLiteral("/quarantine")).constData(), S_IRWXU);
     return createdBelowRoot(QStringLiteral("/quarantine"));
 }
 

@@ -79,7 +79,7 @@ def test_an_infected_file_of_some_size(tv, home):
     assert list(tv.quarantined().values()) == [content]
 
 
-def test_a_copy_is_no_program(tv, home):
+def test_a_copy_is_for_nobody_else_and_no_program(tv, home):
     unwatched = Unwatched()
     tv.start()
     source = unwatched.file()
@@ -87,7 +87,8 @@ def test_a_copy_is_no_program(tv, home):
     os.rename(source, home / "eicar")
     wait_gone(home / "eicar")
     [copy] = tv.quarantine.iterdir()
-    assert stat.S_IMODE(copy.stat().st_mode) & 0o7133 == 0
+    assert stat.S_IMODE(copy.stat().st_mode) == 0o400
+    assert stat.S_IMODE(tv.quarantine.stat().st_mode) == 0o700
 
 
 def test_a_name_of_its_own_for_every_path(tv, home):
