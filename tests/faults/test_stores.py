@@ -1,6 +1,7 @@
 """The stores fail while files are detected: the service goes on without a delay, and no record is lost."""
 
 import contextlib
+import fcntl
 import os
 import shutil
 import sqlite3
@@ -138,6 +139,21 @@ def test_locked(tv, traffic, name, long_form, report_figure):
         running.detect_for(LOCKED_IN_THE_LONG_FORM if long_form else LOCKED)
     running.check()
     report_figure(f"longest turn while {name} is locked: {max(running.delays) * 1000:.0f} ms,"
+                  f" {len(running.detected)} detections")
+
+
+@pytest.mark.parametrize("name", NAMES)
+def test_all_locks_of_the_log(tv, traffic, name, report_figure):
+    """Nobody may even read: as by a program that was stopped while it recovers the database."""
+    tv.configure(protection=True)
+    running = traffic()
+    running.detect(DETECTIONS)
+    with open(f"{tv.settings}/{name}-shm", "r+b") as index:
+        # The eight locks of SQLite's file format.
+        fcntl.lockf(index, fcntl.LOCK_EX | fcntl.LOCK_NB, 8, 120)
+        running.detect_for(LOCKED)
+    running.check()
+    report_figure(f"longest turn while all of {name} is locked: {max(running.delays) * 1000:.0f} ms,"
                   f" {len(running.detected)} detections")
 
 

@@ -120,7 +120,7 @@ def test_of_an_event(tv, home, content, long_form, report_figure):
         # So that the next one finds all as it was.
         events.detect()
     assert not problems, "\n".join(problems)
-    # A lock that is not given back costs one operation of the store ten seconds, and not every one from then on.
+    # A lock that is not given back must not be waited for at each detection from then on.
     assert time.monotonic() - began < 3 * len(injected), "the service did not get over it"
     wait_until(lambda: sorted(record["filePath"] for record in tv.reports()) == sorted(events.recorded), "all records")
     assert failed > 0.9 * len(injected)

@@ -13,7 +13,8 @@
 
 namespace
 {
-constexpr qint64 briefWaitMs = 150;
+/// The answer to an event may wait for two stores, in less than a quarter of a second.
+constexpr qint64 briefWaitMs = 100;
 constexpr qint64 longWaitMs = 2000;
 /// Between two looks whether the lock has gone.
 constexpr unsigned long pauseMs = 1;
@@ -79,6 +80,8 @@ bool Store::run(Access access, const Work& work, Patience patience)
         }
         if (waiting.hasExpired(maxWaitMs)) {
             m_waited[access].start();
+            // The lock may be this connection's own, not given back because of an error.
+            m_connection.reset();
             break;
         }
         QThread::msleep(pauseMs);

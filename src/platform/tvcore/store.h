@@ -29,7 +29,7 @@ public:
     /// How long to go on trying while another process holds a lock.
     enum class Patience
     {
-        /// Up to 150 ms, and not at all while the lock stays: for what the service does between two file
+        /// Up to 100 ms, and not at all while the lock stays: for what the service does between two file
         /// events.
         Brief,
         /// Up to two seconds: for what a user asked for and would have to ask for again.

@@ -1,5 +1,7 @@
 #include "platform/tvcore/storeconnection.h"
 
+#include "platform/tvcore/sleeplessfiles.h"
+
 #include <QSqlError>
 #include <QUrl>
 
@@ -15,12 +17,12 @@ QString nextConnectionName()
 StoreConnection::StoreConnection(const QString& path, Mode mode) : m_mode(mode), m_name(nextConnectionName())
 {
     m_database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_name);
-    QString options = QStringLiteral("QSQLITE_BUSY_TIMEOUT=0");
-    QString name = path;
+    QString options = QStringLiteral("QSQLITE_BUSY_TIMEOUT=0;QSQLITE_OPEN_URI");
+    QString name = QStringLiteral("file:%1?vfs=%2")
+                       .arg(QString::fromLatin1(QUrl::toPercentEncoding(path, "/")), SleeplessFiles::name());
     if (mode == Mode::Immutable) {
-        options += QStringLiteral(";QSQLITE_OPEN_READONLY;QSQLITE_OPEN_URI");
-        name = QStringLiteral("file:") + QString::fromLatin1(QUrl::toPercentEncoding(path, "/")) +
-               QStringLiteral("?immutable=1");
+        options += QStringLiteral(";QSQLITE_OPEN_READONLY");
+        name += QStringLiteral("&immutable=1");
     }
     m_database.setConnectOptions(options);
     m_database.setDatabaseName(name);

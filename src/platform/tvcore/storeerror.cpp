@@ -12,6 +12,7 @@ enum SqliteCode
     sqliteBusy = 5,
     sqliteLocked = 6,
     sqliteCorrupt = 11,
+    sqliteProtocol = 15,
     sqliteSchema = 17,
     sqliteNotADatabase = 26
 };
@@ -27,7 +28,8 @@ StoreError StoreError::of(const QSqlError& error)
     switch (error.nativeErrorCode().toInt() & primaryCodeMask) {
     case sqliteBusy:
     case sqliteLocked:
-    case sqliteSchema: // another process changed the schema between two attempts to prepare
+    case sqliteProtocol: // lost a race for the write-ahead log's locks
+    case sqliteSchema:   // another process changed the schema between two attempts to prepare
         result.fault = Busy;
         break;
     case sqliteCorrupt:
@@ -35,8 +37,6 @@ StoreError StoreError::of(const QSqlError& error)
         result.fault = Corrupt;
         break;
     default:
-        // Also SQLite's "protocol": it waited ten seconds for a lock that its own connection could not give
-        // back, and only another connection will get it.
         break;
     }
     return result;
