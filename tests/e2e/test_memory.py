@@ -13,11 +13,11 @@ from make_signatures import made_of
 
 UNIT = (BASE / "packaging" / "systemd" / "tvfilemon.service").read_text()
 UNSIGNED = BASE / "tools" / "unsigned" / "libunsignedcvd.so"
-# As many as the mirrors' main and daily told in their heads together when they had the most. Nearly all are hashes of
-# files. The others are patterns, which take a hundred times as much: how many of them there are decides.
-FULL_SET, PATTERNS = 8_700_000, 0.03
-# What is said of the full set in the unit and in the documentation.
-FULL_SET_BYTES = 1300 * 10**6
+# About as many as the mirrors' main and daily have together. Nearly all are hashes of files, many of which are as large as
+# another; the others are patterns.
+FULL_SET, PATTERNS, SIZES = 8_700_000, 0.03, 50_000
+# What so many of these took, as the unit and the documentation say. Nothing here has the mirrors' own.
+FULL_SET_BYTES = 1600 * 10**6
 
 
 def size_of(name, text):
@@ -29,7 +29,7 @@ def signatures(count):
     """The file of so many signatures, each of its own."""
     numbers = random.Random(count)
     patterns = int(count * PATTERNS)
-    hashes = [f"{hashlib.md5(b'%d' % number).hexdigest()}:{number + 1000}:Some.Malware-{number}-0"
+    hashes = [f"{hashlib.md5(b'%d' % number).hexdigest()}:{number % SIZES + 1000}:Some.Malware-{number}-0"
               for number in range(count - patterns)]
     others = [f"Some.Family-{number}-0:0:*:{numbers.randbytes(60).hex()}" for number in range(patterns)]
     return made_of(7, ["[hdb]", *hashes, "[ndb]", *others])
