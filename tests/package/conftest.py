@@ -6,7 +6,8 @@ import pytest
 
 import machine
 
-ORDER = ["test_directory", "test_booted", "test_guard", "test_signatures", "test_fleet", "test_broken", "test_end"]
+ORDER = ["test_directory", "test_booted", "test_guard", "test_reboot", "test_signatures", "test_fleet", "test_broken",
+         "test_end", "test_new_machine"]
 
 
 def pytest_collection_modifyitems(items):
@@ -23,3 +24,17 @@ def booted():
         container.run("apt-get", "install", "--yes", "--no-install-recommends", f"/{machine.DEB.name}")
     yield container
     container.close()
+
+
+FIGURES = []
+
+
+@pytest.fixture
+def report_figure():
+    """Takes a line with a measured figure for the summary."""
+    return FIGURES.append
+
+
+def pytest_terminal_summary(terminalreporter):
+    for figure in FIGURES:
+        terminalreporter.write_line(figure)

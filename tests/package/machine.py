@@ -2,6 +2,7 @@
 
 import ctypes
 import os
+import re
 import shutil
 import signal
 import socket
@@ -58,6 +59,11 @@ def chroot(*command, check=True):
                 ROOT, *command], check)
 
 
+def mirrored(configuration, address):
+    """The configuration of updates with that server, and nothing but it."""
+    return re.sub("(?m)^(DatabaseMirror|DNSDatabaseInfo) .*\n", "", configuration) + f"PrivateMirror {address}\n"
+
+
 def installed_version():
     """Empty when the package is not there, or only its configuration."""
     result = run(["dpkg-query", f"--admindir={ROOT}/var/lib/dpkg", "--show",
@@ -84,6 +90,20 @@ def other_version(version):
 
 def wait_gone(path):
     wait_until(lambda: not path.exists(), f"{path} to go")
+
+
+def look_until(condition, look):
+    """Calls `look` until the condition is met, for which it is looked less often."""
+    end = time.monotonic() + TIMEOUT
+    asked = 0
+    while True:
+        now = time.monotonic()
+        assert now < end, "it takes too long"
+        if now - asked > 0.5:
+            if condition():
+                return
+            asked = now
+        look()
 
 
 class Network:
@@ -199,6 +219,10 @@ class Container(Inside):
     def __init__(self):
         super().__init__()
         self.output = ROOT.parent / "boot.log"
+        self._boot()
+        wait_until(self._is_up, lambda: f"the boot: {self._told()}")
+
+    def _boot(self):
         with open(self.output, "wb") as output:
             # Not registered: the machine that runs the tests may have no systemd itself.
             self._nspawn = subprocess.Popen(
@@ -211,7 +235,15 @@ class Container(Inside):
                 # With the old hierarchies systemd puts no address rules on a unit.
                 env={**os.environ, "SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1"})
         self.leader = wait_until(self._first_process, lambda: f"the first process: {self._told()}")
-        wait_until(self._is_up, lambda: f"the boot: {self._told()}")
+
+    def reboot(self, look):
+        """In order, as somebody would. `look` is called over and over, without a pause, until it is up again, but
+        for when there is nothing to look at."""
+        asked = self.start(ROOT.parent / "poweroff.log", "systemctl", "poweroff")
+        look_until(lambda: self._nspawn.poll() is not None, look)
+        asked.wait(TIMEOUT)
+        self._boot()
+        look_until(self._is_up, look)
 
     def _told(self):
         return self.output.read_text(errors="replace")
@@ -251,9 +283,12 @@ class Container(Inside):
         self.wait_log("Watching: /media", already)
         self.wait_port()
 
+    def has_port(self):
+        return ":22B9 00000000:0000 0A " in Path(f"/proc/{self.leader}/net/tcp").read_text()
+
     def wait_port(self):
         """The listener is made by another thread."""
-        wait_until(lambda: ":22B9 00000000:0000 0A " in Path(f"/proc/{self.leader}/net/tcp").read_text(), "the port")
+        wait_until(self.has_port, "the port")
 
     def close(self):
         """As if somebody had pulled the plug: nothing of it is needed any more."""

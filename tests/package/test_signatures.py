@@ -2,12 +2,14 @@
 
 import json
 import os
-import re
+import shutil
+import threading
+import time
 from pathlib import Path
 
 import pytest
 
-from machine import KLEZ_NAME, KLEZ_PATTERN, SIGNATURES, Mirror, outside, wait_until
+from machine import KLEZ_NAME, KLEZ_PATTERN, SIGNATURES, TIMEOUT, Mirror, mirrored, outside, wait_until
 
 UPDATE, FIRST = "tvfilemon-update.service", "tvfilemon-first-update.timer"
 OLD, NEW = (SIGNATURES / f"test-{version}.cvd" for version in (5, 6))
@@ -21,8 +23,7 @@ def mirror(booted):
     booted.run("systemctl", "stop", FIRST, UPDATE)
     configuration = booted.path("/etc/talvenor/freshclam.conf")
     before = configuration.read_text()
-    configuration.write_text(re.sub("(?m)^(DatabaseMirror|DNSDatabaseInfo|MaxAttempts) .*", "", before)
-                             + f"PrivateMirror {made.address}\nMaxAttempts 1\n")
+    configuration.write_text(mirrored(before, made.address).replace("MaxAttempts 3\n", "MaxAttempts 1\n"))
     made.serve(daily=OLD, main=OLD, bytecode=OLD)
     remove_databases()
     yield made
@@ -72,6 +73,25 @@ def test_the_first_one_is_tried_until_it_arrives(booted, mirror):
     wait_until(lambda: booted.property(UPDATE, "ActiveState") == "inactive", lambda: journal(booted))
     assert len(databases()) == 3
     remove_databases()
+
+
+def test_the_first_one_does_not_hold_up_a_shutdown(booted, mirror):
+    is_enough = threading.Event()
+    mirror.requests.clear()
+    mirror.serve(main=lambda request: is_enough.wait(2 * TIMEOUT))
+    try:
+        booted.run("systemctl", "start", FIRST)
+        wait_until(lambda: any(name == "main.cvd" for name, _ in mirror.requests), "the download")
+        # One of those that the administrator has on a stick.
+        shutil.copy(OLD, outside("/var/lib/talvenor/db/daily.cvd"))
+        began = time.monotonic()
+        # As in a shutdown, both at once.
+        booted.run("systemctl", "stop", FIRST, UPDATE)
+        assert time.monotonic() - began < TIMEOUT / 2
+    finally:
+        is_enough.set()
+        mirror.serve(main=OLD)
+        remove_databases()
 
 
 def test_an_update_arrives(booted, mirror):
