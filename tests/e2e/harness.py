@@ -4,6 +4,7 @@ Paths are `Path`s or text; a name that is no UTF-8 is carried by Python's own es
 `os.fsencode` gives the bytes. Nothing here sleeps for a fixed time: `wait_until` polls a condition.
 """
 
+import codecs
 import ctypes
 import fcntl
 import hashlib
@@ -514,6 +515,18 @@ class Installation:
         before, hard = resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE)
         resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE, (limit, hard))
         return before
+
+
+def _escape_bytes(error):
+    return "".join(f"\\x{byte:02x}" for byte in error.object[error.start:error.end]), error.end
+
+
+codecs.register_error("escape_bytes", _escape_bytes)
+
+
+def display(name):
+    """How people and other programs are shown a name: bytes that are no UTF-8 as \\xNN."""
+    return name.decode("utf-8", "escape_bytes")
 
 
 def quarantine_name(path):

@@ -1,6 +1,5 @@
 """Names that are legal and unusual."""
 
-import codecs
 import html
 import os
 import re
@@ -8,7 +7,7 @@ import sqlite3
 
 import pytest
 
-from harness import (EICAR, EICAR_NAME, Unwatched, cleaned, found, quarantine_name, wait_gone, write_once)
+from harness import EICAR, EICAR_NAME, Unwatched, cleaned, display, found, quarantine_name, wait_gone, write_once
 
 NAMES = {
     "spaces": b" two  words ",
@@ -44,18 +43,6 @@ NAMES = {
     "option": b"--help",
     "colon of a message": b"Repeated [00003] times.",
 }
-
-
-def escape_bytes(error):
-    return "".join(f"\\x{byte:02x}" for byte in error.object[error.start:error.end]), error.end
-
-
-codecs.register_error("escape_bytes", escape_bytes)
-
-
-def display(name):
-    """How people and other programs are shown a name: bytes that are no UTF-8 as \\xNN."""
-    return name.decode("utf-8", "escape_bytes")
 
 
 def substitute(text, value):
