@@ -1,106 +1,97 @@
 #include "common/abandonablework.h"
 
+#include <QCoreApplication>
+#include <QProcess>
 #include <QTest>
 
-#include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <future>
 #include <thread>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
 
-/// What ends with the process happens in a child of this one.
+/// What ends with the process happens in one of its own: this program started again with the name of a
+/// scenario.
 class TestAbandonableWork : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void abandonsWorkThatHasBegun();
-    void abandonsWorkAsSoonAsItBegins();
-    void doesNotAbandonOtherWork();
+    void abandonsWhatMayBe_data();
+    void abandonsWhatMayBe();
     void isAwaitedWhileSomebodyWaits();
     void isCancelled();
-    void lastsAsLongAsTheOuter();
 };
 
 namespace
 {
 constexpr int abandoned = 3;
 constexpr int workWentOn = 4;
-constexpr int tooLate = 5;
 
-template <typename Scenario> int statusOf(const Scenario& scenario)
+/// Ends the process once there is work to abandon, after a while in which that could go on.
+void startAbandoning()
 {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::alarm(60);
-        scenario();
-        ::_exit(tooLate);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-/// Ends the process as soon as there is work to abandon, after a while in which that could go on.
-std::thread startAbandoning()
-{
-    return std::thread([] {
+    std::thread([] {
         if (AbandonableWork::abandon()) {
-            std::this_thread::sleep_for(100ms);
+            std::this_thread::sleep_for(200ms);
             ::_exit(abandoned);
         }
-    });
+    }).detach();
+    while (!AbandonableWork::isAwaited()) {
+        std::this_thread::yield();
+    }
+}
+
+void runScenario(const QByteArray& scenario)
+{
+    if (scenario == "work that has begun") {
+        const AbandonableWork work;
+        startAbandoning();
+        // It is found at once.
+        std::this_thread::sleep_for(50ms);
+    } else if (scenario == "work that begins") {
+        startAbandoning();
+        const AbandonableWork work;
+        ::_exit(workWentOn);
+    } else if (scenario == "work in work") {
+        const AbandonableWork outer;
+        {
+            const AbandonableWork inner;
+        }
+        startAbandoning();
+        std::this_thread::sleep_for(50ms);
+    } else if (scenario == "work that has ended") {
+        {
+            const AbandonableWork work;
+        }
+        startAbandoning();
+        std::this_thread::sleep_for(500ms);
+    }
+    ::_exit(workWentOn);
 }
 } // namespace
 
-void TestAbandonableWork::abandonsWorkThatHasBegun()
+void TestAbandonableWork::abandonsWhatMayBe_data()
 {
-    QCOMPARE(statusOf([] {
-                 {
-                     const AbandonableWork work;
-                     startAbandoning().detach();
-                     while (!AbandonableWork::isAwaited()) {
-                         std::this_thread::yield();
-                     }
-                     // It is found at once, and does not end in the time that is left.
-                     std::this_thread::sleep_for(20ms);
-                 }
-                 ::_exit(workWentOn);
-             }),
-             abandoned);
+    QTest::addColumn<QString>("scenario");
+    QTest::addColumn<int>("status");
+    QTest::newRow("begun") << QStringLiteral("work that has begun") << abandoned;
+    QTest::newRow("begins") << QStringLiteral("work that begins") << abandoned;
+    QTest::newRow("nested") << QStringLiteral("work in work") << abandoned;
+    QTest::newRow("ended") << QStringLiteral("work that has ended") << workWentOn;
 }
 
-void TestAbandonableWork::abandonsWorkAsSoonAsItBegins()
+void TestAbandonableWork::abandonsWhatMayBe()
 {
-    QCOMPARE(statusOf([] {
-                 startAbandoning().detach();
-                 while (!AbandonableWork::isAwaited()) {
-                     std::this_thread::yield();
-                 }
-                 {
-                     const AbandonableWork work;
-                     ::_exit(workWentOn);
-                 }
-             }),
-             abandoned);
-}
-
-void TestAbandonableWork::doesNotAbandonOtherWork()
-{
-    QCOMPARE(statusOf([] {
-                 {
-                     const AbandonableWork work;
-                 }
-                 startAbandoning().detach();
-                 std::this_thread::sleep_for(500ms);
-                 ::_exit(workWentOn);
-             }),
-             workWentOn);
+    QFETCH(QString, scenario);
+    QFETCH(int, status);
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--scenario"), scenario});
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), status);
 }
 
 void TestAbandonableWork::isAwaitedWhileSomebodyWaits()
@@ -125,19 +116,13 @@ void TestAbandonableWork::isCancelled()
     const AbandonableWork work;
 }
 
-void TestAbandonableWork::lastsAsLongAsTheOuter()
+int main(int argc, char* argv[])
 {
-    QCOMPARE(statusOf([] {
-                 const AbandonableWork outer;
-                 {
-                     const AbandonableWork inner;
-                 }
-                 startAbandoning().detach();
-                 std::this_thread::sleep_for(500ms);
-                 ::_exit(workWentOn);
-             }),
-             abandoned);
+    if (argc == 3 && qstrcmp(argv[1], "--scenario") == 0) {
+        runScenario(argv[2]);
+    }
+    QCoreApplication application(argc, argv);
+    TestAbandonableWork test;
+    return QTest::qExec(&test, argc, argv);
 }
-
-QTEST_GUILESS_MAIN(TestAbandonableWork)
 #include "tst_abandonablework.moc"
