@@ -13,6 +13,7 @@ from archives import write_slow_infected
 from commandclient import is_open, start_slow_scan
 from harness import EICAR, SIGNATURES, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
 from processes import stopped
+from tracer import Tracer
 
 # What is asked of a stop, in seconds.
 LIMIT = 2
@@ -243,3 +244,22 @@ def test_a_stop_while_nobody_takes_the_popups(tv, home, bus, report_figure):
     assert took < LIMIT
     assert len(tv.reports()) == 51
     report_figure(f"stop, nobody takes the popups: {took * 1000:.0f} ms")
+
+
+def test_a_copy_that_takes_too_long(tv, home):
+    """Given up, it keeps the file: a removal without a copy is for copies that fail."""
+    unwatched = Unwatched()
+    tv.start()
+    tv.settle()
+    # The last thing before the content is copied.
+    tracer = Tracer(tv.process, "-e", "trace=fstatfs", "-e", "inject=fstatfs:delay_enter=800000")
+    path = unwatched.move_in(home / "eicar")
+    wait_until(tv.quarantined, "the copy to be begun")
+    asked = time.monotonic()
+    assert tv.end() == 0
+    assert time.monotonic() - asked < LIMIT
+    tracer.stop()
+    assert path.read_bytes() == EICAR
+    assert tv.quarantined() == {}
+    record, = tv.reports()
+    assert record["filePath"] == str(path) and record["cleanStatus"] == 1
