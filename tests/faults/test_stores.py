@@ -2,6 +2,7 @@
 
 import contextlib
 import fcntl
+import hashlib
 import os
 import shutil
 import sqlite3
@@ -155,6 +156,28 @@ def test_all_locks_of_the_log(tv, traffic, name, report_figure):
     running.check()
     report_figure(f"longest turn while all of {name} is locked: {max(running.delays) * 1000:.0f} ms,"
                   f" {len(running.detected)} detections")
+
+
+@pytest.mark.parametrize("count", [1, 8])
+def test_the_hash_cache_is_locked(tv, home, files, connect, count, report_figure):
+    """The lock of who writes, or all of them."""
+    path = write_once(files / "listed", b"listed")
+    tv.configure(ioc=True, iocHashes={"0": [hashlib.md5(b"listed").hexdigest()]})
+    tv.start()
+    client = connect("demo")
+    reply = client.ask(f"SCANIOC {path}")
+    assert reply.startswith("MD5:IA:")
+    delays = []
+    with open(f"{tv.settings}/ioc-cache.db-shm", "r+b") as index:
+        fcntl.lockf(index, fcntl.LOCK_EX | fcntl.LOCK_NB, count, 120)
+        end = time.monotonic() + LOCKED
+        while time.monotonic() < end:
+            began = time.monotonic()
+            assert client.ask(f"SCANIOC {path}") == reply
+            delays.append(time.monotonic() - began)
+    assert max(delays) < 2
+    assert client.ask(f"SCANIOC {path}") == reply
+    report_figure(f"longest request while the hash cache is locked: {max(delays) * 1000:.0f} ms, {len(delays)} requests")
 
 
 @contextlib.contextmanager
