@@ -177,7 +177,8 @@ def test_the_hash_cache_is_locked(tv, home, files, connect, count, report_figure
             delays.append(time.monotonic() - began)
     assert max(delays) < 2
     assert client.ask(f"SCANIOC {path}") == reply
-    report_figure(f"longest request while the hash cache is locked: {max(delays) * 1000:.0f} ms, {len(delays)} requests")
+    report_figure(f"longest request while the hash cache is locked: {max(delays) * 1000:.0f} ms,"
+                  f" {len(delays)} requests")
 
 
 @contextlib.contextmanager
