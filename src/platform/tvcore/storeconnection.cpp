@@ -18,7 +18,8 @@ StoreConnection::StoreConnection(const QString& path, Mode mode) : m_mode(mode),
 {
     m_database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_name);
     QString options = QStringLiteral("QSQLITE_BUSY_TIMEOUT=0;QSQLITE_OPEN_URI");
-    QString name = QStringLiteral("file:%1?vfs=%2")
+    // With an empty authority: the path of a root that is / begins with two slashes, which would begin one.
+    QString name = QStringLiteral("file://%1?vfs=%2")
                        .arg(QString::fromLatin1(QUrl::toPercentEncoding(path, "/")), SleeplessFiles::name());
     if (mode == Mode::Immutable) {
         options += QStringLiteral(";QSQLITE_OPEN_READONLY");
