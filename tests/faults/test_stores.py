@@ -14,7 +14,7 @@ from harness import Unwatched, wait_gone, wait_until, write_once
 from storefailures import locked_for_writing
 
 PAGE = 4096
-LOCKED = 3
+LOCKED = 2
 LOCKED_IN_THE_LONG_FORM = 30
 # What is detected while a fault lasts, and after it.
 DETECTIONS = 20
