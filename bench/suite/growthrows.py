@@ -72,7 +72,7 @@ def growth(scale):
             runs = LARGEST_RUNS if size == SIZES[-1] else scale.runs
             results = alternate(runs, {OURS: lambda: work(size)})[OURS]
             points.append((size, statistics.median(results)))
-        measurement = Measurement(name, "s", {OURS: results}, points={OURS: points})
+        measurement = Measurement(name, f"s for {sizes[-1]}", {OURS: results}, points={OURS: points})
         power = exponent(points)
         measurement.check(f"exponent under {LIMIT}", f"{power:.3f}", power < LIMIT)
         measurement.remarks.append("; ".join(f"{size}: {seconds:.3g} s" for size, seconds in points) + ".")

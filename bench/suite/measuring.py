@@ -1,6 +1,7 @@
 """What a row measures, and how sides are compared."""
 
 import gc
+import math
 import statistics
 import sys
 from dataclasses import asdict, dataclass, field
@@ -50,17 +51,20 @@ class Measurement:
         """Skipped where the side was not measured, which the remarks tell."""
         if side not in self.sides:
             return
-        ahead = 1 / self.ratio(side)
+        ahead = self.median(side) / self.median()
         target = f"ahead of {side}" if factor == 1 else f"{factor:g} times faster than {side}"
-        self.check(target, f"{ahead:.2f} times", ahead >= factor if factor != 1 else ahead > 1)
+        figure = f"{ahead:.2f} times" if math.isfinite(self.median(side)) else f"{side} left some"
+        self.check(target, figure, ahead >= factor if factor != 1 else ahead > 1)
 
     def check_below(self, limit, unit=None):
         self.check(f"under {limit:g} {unit or self.unit}", f"{self.median():.3g}", self.median() < limit)
 
     def as_data(self):
-        """Without the samples, which are many."""
+        """For JSON, which has no word for never, and without the samples, which are many."""
         data = asdict(self)
         del data["samples"]
+        data["sides"] = {side: [value if math.isfinite(value) else None for value in values]
+                         for side, values in self.sides.items()}
         return data
 
 

@@ -4,7 +4,7 @@ import math
 from xml.sax.saxutils import escape
 
 WIDTH, HEIGHT = 720, 420
-LEFT, RIGHT, TOP, BOTTOM = 70, 20, 40, 60
+LEFT, RIGHT, TOP, BOTTOM = 70, 45, 40, 60
 # Told apart on white and by those who see few colours.
 COLOURS = ("#0072b2", "#d55e00", "#009e73", "#cc79a7", "#e69f00", "#56b4e9")
 STYLE = "text{font:13px sans-serif;fill:#222}.grid{stroke:#ddd}.axis{stroke:#222;fill:none}"

@@ -16,7 +16,7 @@ ROWS = {
     "latency": Row("latency", "One EICAR file written, until it is gone.", True),
     "backlog": Row("backlog", "Real files copied into a watched directory, then one EICAR file, until it is gone.", True),
     "burst": Row("infected burst", "Many EICAR files at once, until all are gone.", True),
-    "events": Row("events", "Steps of 1 KB into 200 files at a steady rate."),
+    "events": Row("events", "Steps of 1 KB into 200 files of up to 8 KB at a steady rate."),
     "requests": Row("requests", "SCAN on the command port.", True),
     "url-text": Row("URL text", "SCANURL on the command port.", True),
     "watching": Row("start of watching", "All directories, five levels deep.", True),
