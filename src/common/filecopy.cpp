@@ -38,12 +38,13 @@ bool hasRoomFor(int file, off_t size)
     return true;
 }
 
-/// Copies `size` bytes from where both files stand, fewer when the source ends before.
-bool copyBytes(int from, int to, off_t size)
+/// Copies `size` bytes from where both files stand, fewer when the source ends before. What is not `urgent`
+/// gives way to the end of the process.
+bool copyBytes(int from, int to, off_t size, bool urgent)
 {
     std::array<char, 128UL * 1024> buffer;
     while (size > 0) {
-        if (AbandonableWork::isAwaited()) {
+        if (!urgent && AbandonableWork::isAwaited()) {
             errno = ECANCELED;
             return false;
         }
@@ -63,6 +64,9 @@ bool copyBytes(int from, int to, off_t size)
 
 bool copyFileContent(int from, int to, off_t limit)
 {
+    // It is written before anybody who waits for the end of the process loses patience.
+    constexpr off_t quick = off_t(16) << 20;
+    const bool urgent = limit <= quick;
     off_t end = 0;
     while (end < limit) {
         off_t start = ::lseek(from, end, SEEK_DATA);
@@ -77,7 +81,7 @@ bool copyFileContent(int from, int to, off_t limit)
             break;
         }
         if (!hasRoomFor(to, end - start) || ::lseek(from, start, SEEK_SET) < 0 ||
-            ::lseek(to, start, SEEK_SET) < 0 || !copyBytes(from, to, end - start)) {
+            ::lseek(to, start, SEEK_SET) < 0 || !copyBytes(from, to, end - start, urgent)) {
             return false;
         }
     }

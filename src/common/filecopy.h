@@ -6,6 +6,6 @@
 ///
 /// Holes stay holes: a file of any size costs its owner nothing while it is nothing but a hole, and must not
 /// cost the disk here, nor the time to read it. What does not fit on the disk is not begun (ENOSPC), and
-/// what the process has no time for any more is not finished (ECANCELED, see AbandonableWork). Nothing is
+/// what is over 16 MiB and has no time any more is not finished (ECANCELED, see AbandonableWork). Nothing is
 /// synced. False with errno set on failure; what `to` holds then is of no use.
 bool copyFileContent(int from, int to, off_t limit);

@@ -9,7 +9,7 @@
 class ClockWatch
 {
 public:
-    ClockWatch() : m_ahead(ahead())
+    ClockWatch() : m_began(std::chrono::steady_clock::now()), m_ahead(ahead())
     {
     }
 
@@ -20,6 +20,12 @@ public:
         return ahead() - m_ahead >= step;
     }
 
+    /// Since this was made, whatever the time of day says.
+    std::chrono::nanoseconds elapsed() const
+    {
+        return std::chrono::steady_clock::now() - m_began;
+    }
+
 private:
     /// By how much the time of day is ahead of the clock that nobody sets.
     static std::chrono::nanoseconds ahead()
@@ -28,5 +34,6 @@ private:
                std::chrono::steady_clock::now().time_since_epoch();
     }
 
+    std::chrono::steady_clock::time_point m_began;
     std::chrono::nanoseconds m_ahead;
 };

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <iterator>
 
@@ -220,6 +221,7 @@ int CScanFile::scan(const EngineCall& call, QString& virusName) const
     int code = CL_ETMPDIR;
     int failure = CL_ETMPDIR;
     constexpr int maxTries = 2;
+    constexpr std::chrono::seconds worthAnotherTry(1);
     for (int tries = 0; tries < maxTries; ++tries) {
         if (m_directory.path().isEmpty() && !provideDirectory()) {
             failure = CL_ETMPDIR;
@@ -240,6 +242,10 @@ int CScanFile::scan(const EngineCall& call, QString& virusName) const
             m_directory = EngineDirectory();
         } else if (notes.isContentUnread) {
             failure = CL_EREAD;
+            if (clock.elapsed() > worthAnotherTry) {
+                // Its owner, who changes it meanwhile, would have it scanned twice as long.
+                break;
+            }
         } else if (clock.isSetForward()) {
             failure = CL_ETIMEOUT;
         } else {

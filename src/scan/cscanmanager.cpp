@@ -1,5 +1,6 @@
 #include "scan/cscanmanager.h"
 
+#include "common/abandonablework.h"
 #include "common/common.h"
 #include "common/filename.h"
 #include "common/heldfile.h"
@@ -145,8 +146,8 @@ int CScanManager::cleanFile(const QString& path, const HeldFile& file)
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to take backup of file: %s",
                                       name.constData());
     }
-    // Unless the copy was only given up because the service ends.
-    if (error != ECANCELED) {
+    // Unless the copy was only given up because the service ends. A file system may answer the same.
+    if (error != ECANCELED || !AbandonableWork::isAwaited()) {
         if (file.remove()) {
             return 0;
         }

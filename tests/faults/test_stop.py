@@ -11,7 +11,7 @@ import pytest
 
 from archives import write_slow_infected
 from commandclient import is_open, start_slow_scan
-from harness import EICAR, SIGNATURES, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
+from harness import EICAR, KLEZ_PATTERN, SIGNATURES, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
 from processes import stopped
 from tracer import Tracer
 
@@ -253,13 +253,16 @@ def test_a_copy_that_takes_too_long(tv, home):
     tv.settle()
     # The last thing before the content is copied.
     tracer = Tracer(tv.process, "-e", "trace=fstatfs", "-e", "inject=fstatfs:delay_enter=800000")
-    path = unwatched.move_in(home / "eicar")
+    large = unwatched.file(KLEZ_PATTERN)
+    os.truncate(large, 17 << 20)
+    path = home / "large"
+    os.rename(large, path)
     wait_until(tv.quarantined, "the copy to be begun")
     asked = time.monotonic()
     assert tv.end() == 0
     assert time.monotonic() - asked < LIMIT
     tracer.stop()
-    assert path.read_bytes() == EICAR
+    assert path.stat().st_size == 17 << 20
     assert tv.quarantined() == {}
     record, = tv.reports()
     assert record["filePath"] == str(path) and record["cleanStatus"] == 1

@@ -152,18 +152,24 @@ void TestFileCopy::writesOnAfterInterruptions()
 
 void TestFileCopy::givesUpWhenTheProcessHasToEnd()
 {
+    constexpr off_t longest = 16 << 20;
     const Opened from("content");
+    QCOMPARE(::ftruncate(from.handle(), longest + 1), 0);
     Opened to;
+    Opened quick;
     auto end = std::async(std::launch::async, &AbandonableWork::abandon);
     QTRY_VERIFY(AbandonableWork::isAwaited());
-    const bool isCopied = copyFileContent(from.handle(), to.handle(), 7);
+    const bool isCopied = copyFileContent(from.handle(), to.handle(), longest + 1);
     const int error = errno;
+    const bool isQuickCopied = copyFileContent(from.handle(), quick.handle(), longest);
     AbandonableWork::cancel();
     QVERIFY(!end.get());
     QVERIFY(!isCopied);
     QCOMPARE(error, ECANCELED);
     QVERIFY(to.content().isEmpty());
-    QVERIFY(copyFileContent(from.handle(), to.handle(), 7));
+    QVERIFY(isQuickCopied);
+    QVERIFY(quick.content().startsWith("content"));
+    QVERIFY(copyFileContent(from.handle(), to.handle(), longest + 1));
 }
 
 QTEST_GUILESS_MAIN(TestFileCopy)

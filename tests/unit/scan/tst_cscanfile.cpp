@@ -99,6 +99,7 @@ private Q_SLOTS:
     void handsBackTheResult();
     void isNotCleanWhatCouldNotBeRead_data();
     void isNotCleanWhatCouldNotBeRead();
+    void triesNothingAgainThatTakesLong();
     void scansNothingWithoutAnEngine_data();
     void scansNothingWithoutAnEngine();
 
@@ -781,6 +782,22 @@ void TestCScanFile::isNotCleanWhatCouldNotBeRead()
     FakeClamav::onCall = nullptr;
     FakeClamav::answer = FakeClamav::Answer{CL_CLEAN, nullptr};
     QCOMPARE(CScanFile::getInstance()->scanFile(QStringLiteral("/etc/passwd"), virusName), 0);
+}
+
+void TestCScanFile::triesNothingAgainThatTakesLong()
+{
+    QVERIFY(CScanFile::getInstance()->loadDatabases());
+    FakeClamav::answer = FakeClamav::Answer{CL_CLEAN, nullptr};
+    int scans = 0;
+    FakeClamav::onCall = [&scans](const QByteArray&) {
+        ++scans;
+        QTest::qSleep(1100);
+        const char* const changed = "LibClamAV Warning: fmap_readpage: file changed as we read it\n";
+        CScanFile::clcb_msg_fn(CL_MSG_WARN, changed, changed, nullptr);
+    };
+    QString virusName;
+    QCOMPARE(CScanFile::getInstance()->scanFile(QStringLiteral("/etc/passwd"), virusName), 12);
+    QCOMPARE(scans, 1);
 }
 
 void TestCScanFile::scansNothingWithoutAnEngine_data()
