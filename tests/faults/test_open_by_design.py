@@ -178,4 +178,5 @@ def test_a_file_that_takes_long_holds_up_the_others(tv, connect, slow_file, home
     wait_until(client.has_input, "the slow scan")
     assert client.receive() == "CLEAN"
     wait_gone(waiting)
+    tv.settle()
     assert [record["filePath"] for record in tv.reports()] == [str(waiting)]
