@@ -134,12 +134,13 @@ def backlog(scale):
         sides[REMOVE] = peer
     results = alternate(scale.runs, sides)
     size = sum(path.stat().st_size for path in paths)
-    measurement = Measurement(f"{len(paths)} header files, {size / 1e6:.0f} MB", "ms",
+    measurement = Measurement(f"{len(paths)} header files", "ms",
                               {side: [milliseconds(run) for run in runs] for side, runs in results.items()},
                               bare=LIMIT)
     measurement.check_ahead(REMOVE, 1.5)
     measurement.check_ratio(LIMIT, 1.10)
-    measurement.remarks.append(f"{statistics.median(scans):.0f} scans were done, in which the engine spent "
+    measurement.remarks.append(f"The files are the first of /usr/include, {size / 1e6:.0f} MB. "
+                               f"{statistics.median(scans):.0f} scans were done, in which the engine spent "
                                f"{statistics.median(in_engine):.0%} of the time.")
     note_missing_peer(scale, measurement)
     return [measurement]
@@ -198,8 +199,8 @@ def events(scale):
             return generate(user, first_rate)
 
     results = alternate(scale.runs, {OURS: ours, **({REMOVE: peer} if has_peer() else {})})
-    measurement = Measurement(f"{first_rate} writes a second for {seconds} s, then an EICAR file until it is gone", "ms",
-                              results)
+    measurement = Measurement(f"{first_rate} writes a second for {seconds} s, then an EICAR file until it is gone",
+                              "ms", results)
     measurement.check(f"no overflow of the kernel's queue at {first_rate}", f"{sum(overflows)} in all runs",
                       not any(overflows))
     rate, highest = first_rate, 0

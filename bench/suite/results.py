@@ -19,8 +19,8 @@ INTRODUCTION = """\
 Written by `bench/run`, which measures everything on one machine in one go; do not edit. Each side has its turn in each
 run, so that what else happens on the machine happens to all. Figures are medians of the runs, with the least and the
 largest in brackets. All sides have the same signatures, the same files on the same file systems, their temporary files
-in memory, everything warm, and all cores. The programs that write and ask are compiled and sleep in the kernel while they
-wait.
+in memory, everything warm, and all cores. The programs that write and ask are compiled and sleep in the kernel while
+they wait.
 
 The *bare* sides are the least programs that could do the work (`bench/bare_*.cpp`): a loop over libclamav or over the
 system calls. A ratio above 1 means that the service takes longer than that side. The peers are those of Debian, with
@@ -126,13 +126,13 @@ def write_figures(results, quick, machine, documents):
     (documents / f"{NAME}.json").write_text(json.dumps(data, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
 
 
-def slipped(quick, documents):
-    """Compares with the committed ratios; returns a line for each that is worse by more than half."""
+def committed_ratios(documents):
+    """Those that the last full run left."""
     file = documents / f"{NAME}.json"
-    if not file.exists():
-        return [f"there is nothing to compare with: no {file.name}"]
-    committed = json.loads(file.read_text(encoding="utf-8"))["quick"]
-    worse = [f"{name}: the ratio is {ratio}, it was {committed[name]}"
-             for name, ratio in quick.items() if name in committed and ratio > SLIP * committed[name]]
-    missing = [f"{name}: no ratio is committed" for name in quick if name not in committed]
-    return worse + missing
+    return json.loads(file.read_text(encoding="utf-8"))["quick"] if file.exists() else {}
+
+
+def slipped(quick, committed):
+    """The ratios that are worse by more than half than the committed ones: a line for each, by name."""
+    return {name: f"{name}: the ratio is {ratio}, it was {committed[name]}"
+            for name, ratio in quick.items() if name in committed and ratio > SLIP * committed[name]}
