@@ -19,6 +19,13 @@ else()
     target_link_options(tv_settings INTERFACE -Wl,-z,relro -Wl,-z,now)
 endif()
 
+if(TVFILEMON_COVERAGE)
+    target_compile_options(tv_settings INTERFACE --coverage -fprofile-abs-path)
+    target_link_options(tv_settings INTERFACE --coverage)
+endif()
+
+include(TvPrecompiledHeaders)
+
 # tv_folder_library(<name> SOURCES <file>... [PUBLIC <lib>...] [PRIVATE <lib>...])
 #
 # A folder of src/ as a static library. Its PUBLIC list is the architecture: what the folder may include.
@@ -26,4 +33,5 @@ function(tv_folder_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
     add_library(${name} STATIC ${ARG_SOURCES})
     target_link_libraries(${name} PUBLIC tv_settings ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+    tv_precompile(${name} tv_headers)
 endfunction()

@@ -10,11 +10,14 @@ function(tv_test name)
     set_target_properties(${name} PROPERTIES AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY "${root}/bin")
     target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
     target_link_libraries(${name} PRIVATE tv_settings ${ARG_LIBS} Qt5::Test)
+    tv_precompile(${name} tv_test_headers)
     # Fakes at the boundary of a shared library forward to the real function through the dynamic linker.
     target_link_libraries(${name} PRIVATE ${CMAKE_DL_LIBS})
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES
         TIMEOUT 240
+        # The sanitizer of undefined behaviour goes on after telling.
+        FAIL_REGULAR_EXPRESSION "runtime error: "
         ENVIRONMENT "QT_LOGGING_RULES=;TVFILEMON_SOURCE_DIR=${CMAKE_SOURCE_DIR};TSAN_OPTIONS=ignore_noninstrumented_modules=1:suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
     set_property(GLOBAL APPEND PROPERTY TV_REGISTERED_TESTS "${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp")
 endfunction()

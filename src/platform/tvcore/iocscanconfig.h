@@ -23,7 +23,8 @@
 class TVCORE_EXPORT IOCScanConfig
 {
 public:
-    enum HASH_TYPE
+    // Of a fixed type, so that another program may hand over any number, to be refused.
+    enum HASH_TYPE : int
     {
         MD5 = 0,
         SHA1 = 1,

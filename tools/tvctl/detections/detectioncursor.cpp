@@ -19,7 +19,7 @@ namespace
 constexpr mode_t ownerOnly = 0600;
 /// More than the longest text of an id. Always as much is written, in one piece: the end of the program
 /// leaves either the old one or the new one.
-constexpr int size = 64;
+constexpr int cursorSize = 64;
 } // namespace
 
 DetectionCursor::DetectionCursor(const QString& path) : m_path(path)
@@ -42,11 +42,11 @@ DetectionCursor::DetectionCursor(const QString& path) : m_path(path)
 void DetectionCursor::moveTo(const DetectionId& id)
 {
     const QByteArray text = id.text().toLatin1();
-    std::array<char, size> content{};
+    std::array<char, cursorSize> content{};
     content.fill(' ');
-    std::copy_n(text.begin(), std::min(text.size(), size - 1), content.begin());
+    std::copy_n(text.begin(), std::min(text.size(), cursorSize - 1), content.begin());
     content.back() = '\n';
-    if (::pwrite(m_file.get(), content.data(), content.size(), 0) != size) {
+    if (::pwrite(m_file.get(), content.data(), content.size(), 0) != cursorSize) {
         fail(errno);
     }
     m_last = id;
@@ -56,7 +56,7 @@ void DetectionCursor::read()
 {
     struct stat status = {};
     // One more than there may be.
-    std::array<char, size + 1> content{};
+    std::array<char, cursorSize + 1> content{};
     const ssize_t count = ::pread(m_file.get(), content.data(), content.size(), 0);
     if (count < 0 || ::fstat(m_file.get(), &status) != 0) {
         fail(errno);
@@ -64,7 +64,7 @@ void DetectionCursor::read()
     // A machine that went down may have kept the length without the content.
     const QByteArray text = QByteArray(content.data(), static_cast<int>(count)).replace('\0', ' ').trimmed();
     const auto id = text.isEmpty() ? DetectionId() : DetectionId::parse(QString::fromLatin1(text));
-    if (!S_ISREG(status.st_mode) || count > size || !id) {
+    if (!S_ISREG(status.st_mode) || count > cursorSize || !id) {
         throw ToolError(
             QStringLiteral("%1 holds no event_id; name another file, or remove it to begin with the "
                            "first detection")

@@ -7,7 +7,7 @@
 
 namespace
 {
-constexpr std::string_view blanks = " \t\n\r\v\f";
+constexpr std::string_view whiteSpace = " \t\n\r\v\f";
 
 QString reasonAgainst(std::string_view text)
 {
@@ -43,11 +43,11 @@ QString shown(std::string_view kind)
 
 std::string_view bareHash(std::string_view text)
 {
-    const std::size_t first = text.find_first_not_of(blanks);
+    const std::size_t first = text.find_first_not_of(whiteSpace);
     if (first == std::string_view::npos) {
         return {};
     }
-    text = text.substr(first, text.find_last_not_of(blanks) - first + 1);
+    text = text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
         text.remove_prefix(2);
     }

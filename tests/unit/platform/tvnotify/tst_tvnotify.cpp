@@ -58,7 +58,7 @@ namespace
 const char serviceArgument[] = "--service";
 
 /// The sanitizers make everything slow, and the thread sanitizer's own locks are waited for.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#ifdef TVFILEMON_SANITIZED
 constexpr qint64 slowness = 20;
 #else
 constexpr qint64 slowness = 1;

@@ -1,6 +1,6 @@
 #include "unit/tvctl/hashlists/liveheap.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TVFILEMON_SANITIZED
 #include <cstddef>
 
 // Of the sanitizers' runtime; the compiler comes without the header that declares it.
