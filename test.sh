@@ -6,14 +6,18 @@ set -euo pipefail
 usage()
 {
     cat <<'EOF'
-usage: ./test.sh [--quick]
+usage: ./test.sh [--quick | --long | --coverage]
 
 Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit and
-the end-to-end tests with the address and undefined behaviour sanitizers, the end-to-end and the desktop tests with a
-release build, the fuzz targets, and the Debian package: that is built, installed in a Debian of its own, and run there.
+the end-to-end tests with the address and undefined behaviour sanitizers, the fuzz targets, end-to-end, fault and
+desktop tests with a release build, and the Debian package: that is built, installed in a Debian of its own, and run
+there.
 
-  --quick   a debug build and its tests: neither sanitizers nor checks of the sources, nor the package
-  --help    this text
+  --quick     a debug build and its tests: no sanitizers, checks of the sources, fuzz targets, faults or package
+  --long      besides everything else, the fault tests in their long form and each fuzz target for ten minutes
+  --coverage  only which lines and branches of src the unit and the end-to-end tests run; fails where these are less
+              than 95 and 85 in a hundred
+  --help      this text
 
 TVFILEMON_TEST_SIGNATURES   directory of signed signatures, by default ../shared/testdata/signatures; where there
                             is none, unsigned ones are made
@@ -21,10 +25,15 @@ CI=true                     missing signed signatures are an error
 EOF
 }
 
-quick=false
+form=${1:---plain}
+fuzz_seconds=20
+long_faults=()
 case "$*" in
-'') ;;
---quick) quick=true ;;
+'' | --quick | --coverage) ;;
+--long)
+    fuzz_seconds=600
+    long_faults=(--long)
+    ;;
 --help)
     usage
     exit
@@ -123,36 +132,58 @@ unit_tests()
     suite "unit tests, $1" "unit-$1" ctest --preset "$1" --parallel 2 --output-junit "$results/unit-$1.xml"
 }
 
-# run_part NUMBER PRESET [ARGUMENT]...: reports through a descriptor, since the tests see other file systems in the place
-# of this one.
-run_part()
+# run_parts PARTS NAME PRESET [ARGUMENT]...: at the same time, each in namespaces of its own: most tests wait for
+# something. Reports go through a descriptor, since the tests see other file systems in the place of this one.
+run_parts()
 {
-    local number=$1 preset=$2
-    shift 2
-    tests/e2e/run "build/$preset" --part="$number/2" --junitxml=/proc/self/fd/9 "$@" \
-        9>"$results/e2e-$preset-$number.xml"
-}
-
-# run_end_to_end PRESET [ARGUMENT]...: in two parts at the same time, each in namespaces of its own: most tests wait for
-# something.
-run_end_to_end()
-{
-    local status=0 first
-    run_part 1 "$@" >"$results/e2e-$1-1.log" 2>&1 &
-    first=$!
-    run_part 2 "$@" || status=1
-    wait $first || status=1
-    cat "$results/e2e-$1-1.log"
+    local parts=$1 name=$2 preset=$3 status=0 number process processes=()
+    shift 3
+    rm -f "$results/$name"-*.log
+    for number in $(seq "$parts"); do
+        tests/e2e/run "build/$preset" "$@" --part="$number/$parts" --junitxml=/proc/self/fd/9 \
+            >"$results/$name-$number.log" 2>&1 9>"$results/$name-$number.xml" &
+        processes+=($!)
+    done
+    for process in "${processes[@]}"; do
+        wait "$process" || status=1
+    done
+    cat "$results/$name"-*.log
     return $status
 }
 
+# end_to_end_tests PRESET [ARGUMENT OF PYTEST]...
 end_to_end_tests()
 {
-    suite "end-to-end tests, $1" "e2e-$1" run_end_to_end "$@"
+    local preset=$1
+    suite "end-to-end tests, $preset" "e2e-$preset" run_parts 3 "e2e-$preset" "$@"
+}
+
+# With a release build: many compare times, and a sanitizer is another program to run out of memory with. One after the
+# other, each has the machine for itself.
+fault_tests()
+{
+    suite "fault tests" faults run_parts 1 faults release --suite=faults "$@"
+}
+
+# fuzz_tests SECONDS: for each target.
+fuzz_tests()
+{
+    if step "build, fuzz" build fuzz; then
+        suite "fuzz targets" fuzz tests/fuzz/run build/fuzz --seconds "$1" --junitxml "$results/fuzz.xml"
+    fi
 }
 
 # Of nothing that a compiler made: the sanitizers have nothing to look at.
 scripts_alone=(--ignore-glob='test_update.py' --ignore-glob='test_firewall.py' --ignore-glob='test_manual.py')
+
+# What they ask is answered the same however it was compiled, and they compare neither times nor memory. The other files
+# have an installation as it is delivered, races at full speed, and figures.
+same_in_each_build=()
+for topic in engine_directory events ioc_cache ioc_matches log names objects quarantine socket_commands \
+    socket_document socket_reloads store switches tree tvctl_config tvctl_doctor tvctl_exclude tvctl_ioc_lists \
+    tvctl_ioc_lookup tvctl_report; do
+    same_in_each_build+=("--ignore-glob=test_$topic.py")
+done
 
 # Its container is one of systemd, which only root can boot, and its service takes nothing but signed signatures.
 package_tests()
@@ -165,17 +196,6 @@ package_tests()
     suite "package" package tests/package/run --junitxml="$results/package.xml"
 }
 
-fuzz_targets()
-{
-    local seconds=20
-    if [ "${form:-}" = --long ]; then
-        seconds=600
-    fi
-    if step "build, fuzz" build fuzz; then
-        suite "fuzz targets" fuzz tests/fuzz/run build/fuzz --seconds "$seconds" --junitxml="$results/fuzz.xml"
-    fi
-}
-
 if [ -d "$TVFILEMON_TEST_SIGNATURES" ]; then
     echo "Signatures: the signed ones in $TVFILEMON_TEST_SIGNATURES"
 elif [ "${CI:-}" = true ]; then
@@ -184,32 +204,55 @@ else
     echo "Signatures: no directory $TVFILEMON_TEST_SIGNATURES, using unsigned ones made for the tests"
 fi
 
+# As run.sh installs it.
+build_release()
+{
+    build release -DTVFILEMON_TEST_PROGRAMS=ON -DTVFILEMON_WARNINGS_AS_ERRORS=ON
+}
+
+# An exception for which nothing is written is taken nowhere: each call of what might throw counts as a branch.
+report_coverage()
+{
+    gcovr --root . --filter src/ -j 2 --exclude-throw-branches --exclude-unreachable-branches \
+        --txt "$results/coverage.txt" --json "$results/coverage.json" --print-summary \
+        --fail-under-line 95 --fail-under-branch 85 build/coverage
+}
+
 step "packages" packaging/install-dependencies run test || true
 
-if ! $quick; then
-    step "clang-format" check_format || true
-    step "shellcheck" check_scripts || true
-fi
-if $quick; then
+case $form in
+--quick)
     if step "build, dev" build dev; then
         unit_tests dev
         end_to_end_tests dev
         step "popup on a desktop" tests/desktop/popup_check build/dev "$results/popup.png" || true
     fi
-else
+    ;;
+--coverage)
+    if step "build, coverage" build coverage; then
+        find build/coverage -name '*.gcda' -delete
+        unit_tests coverage
+        end_to_end_tests coverage "${scripts_alone[@]}"
+        step "coverage" report_coverage || true
+    fi
+    ;;
+*)
+    step "clang-format" check_format || true
+    step "shellcheck" check_scripts || true
     if step "build, asan" build asan; then
         step "clang-tidy" tests/lint/clang_tidy build/asan || true
         unit_tests asan
         end_to_end_tests asan "${scripts_alone[@]}"
     fi
-    # As run.sh installs it.
-    if step "build, release" build release -DTVFILEMON_TEST_PROGRAMS=ON -DTVFILEMON_WARNINGS_AS_ERRORS=ON; then
-        end_to_end_tests release
+    fuzz_tests "$fuzz_seconds"
+    if step "build, release" build_release; then
+        end_to_end_tests release "${same_in_each_build[@]}"
+        fault_tests "${long_faults[@]}"
         step "popup on a desktop" tests/desktop/popup_check build/release "$results/popup.png" || true
     fi
-    fuzz_targets
     package_tests
-fi
+    ;;
+esac
 
 echo
 for failure in "${failures[@]}"; do

@@ -37,6 +37,16 @@ SERVICE = "tvfilemon"
 sys.path.insert(0, str(SUPPORT))
 from make_signatures import CLAM_EXE_NAME, EICAR, EICAR_NAME, KLEZ_NAME, KLEZ_PATTERN  # noqa: E402,F401
 
+# What programs that are built to be looked into need to know, and others overlook.
+INSTRUMENTS = {
+    # The preload library comes before the sanitizer's run-time library on purpose.
+    "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0",
+    # Qt is not built with the sanitizer, which sees none of its locks.
+    "TSAN_OPTIONS": f"suppressions={SUPPORT.parent}/tsan.supp ignore_noninstrumented_modules=1",
+    # Where the counters of a coverage build are.
+    **{name: value for name, value in os.environ.items() if name == "GCOV_PREFIX"},
+}
+
 # Long enough for a loaded machine and the sanitizers; nothing that works comes near it.
 TIMEOUT = 30
 
@@ -359,12 +369,7 @@ class Installation:
         """Starts the service; with `wait`, returns when it watches. `command` starts it in some other way."""
         assert self.process is None
         # As a service manager gives it: no language, no home.
-        everything = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-                      # The preload library comes before the sanitizer's run-time library on purpose.
-                      "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0",
-                      # Qt is not built with the sanitizer, which sees none of its locks.
-                      "TSAN_OPTIONS": f"suppressions={SUPPORT.parent}/tsan.supp"
-                                      " ignore_noninstrumented_modules=1"}
+        everything = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", **INSTRUMENTS}
         if PRELOAD.exists():
             everything["LD_PRELOAD"] = str(PRELOAD)
         if bus is not None:
@@ -409,6 +414,8 @@ class Installation:
         if self.process is None:
             return
         status = self.process.poll()
+        if status is None and "GCOV_PREFIX" in INSTRUMENTS:
+            self._save_counters()
         try:
             os.killpg(self.process.pid, signal.SIGKILL)
         except ProcessLookupError:
@@ -418,6 +425,21 @@ class Installation:
         # The sanitizers of undefined behaviour and of threads go on after telling.
         for complaint in ("runtime error: ", "WARNING: ThreadSanitizer"):
             assert complaint not in self.output(), self.output()
+
+    def _save_counters(self):
+        """Lets the programs end by themselves, if they still can: one that is killed does not write its counters."""
+        try:
+            self.end(timeout=2)
+            wait_until(lambda: not self._is_group_alive(), "the group to end", timeout=2)
+        except (subprocess.TimeoutExpired, AssertionError):
+            pass
+
+    def _is_group_alive(self):
+        try:
+            os.killpg(self.process.pid, 0)
+        except ProcessLookupError:
+            return False
+        return True
 
     def output(self):
         """What the service wrote to its standard streams."""
@@ -469,8 +491,7 @@ class Installation:
         self.settings.mkdir(exist_ok=True)
         result = subprocess.run(
             [BASE / "tools" / "tvstore", self.settings, *arguments], stdout=subprocess.PIPE, check=check, input=data,
-            env={"LD_LIBRARY_PATH": str(BASE / "installed" / "lib"), "PATH": "/usr/bin",
-                 "ASAN_OPTIONS": "detect_leaks=0"})
+            env={"LD_LIBRARY_PATH": str(BASE / "installed" / "lib"), "PATH": "/usr/bin", **INSTRUMENTS})
         return result.stdout
 
     def configure(self, **values):

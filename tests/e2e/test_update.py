@@ -12,7 +12,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import (BASE, EICAR, KLEZ_NAME, KLEZ_PATTERN, PRELOAD, SIGNATURES, TIMEOUT, Installation,
+from harness import (BASE, EICAR, INSTRUMENTS, KLEZ_NAME, KLEZ_PATTERN, PRELOAD, SIGNATURES, TIMEOUT, Installation,
                      fresh_directory, wait_gone, wait_until, write_once)
 from mirror import Mirror
 
@@ -51,7 +51,7 @@ class Updater:
         return [self.tv.root / "bin" / "tvfilemon-update", "--config", self.config]
 
     def environment(self, path="/usr/sbin:/usr/bin:/sbin:/bin"):
-        environment = {"PATH": path, "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0"}
+        environment = {"PATH": path, **INSTRUMENTS}
         if PRELOAD.exists():
             environment["LD_PRELOAD"] = str(PRELOAD)
         return environment

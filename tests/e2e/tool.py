@@ -10,7 +10,7 @@ import tempfile
 import termios
 from dataclasses import dataclass
 
-from harness import BASE, TIMEOUT
+from harness import BASE, INSTRUMENTS, TIMEOUT
 
 
 # For `environment`: /home is in memory, and is to pass for a disk.
@@ -46,9 +46,8 @@ class Tool:
         return [*wrapper, self.installation.root / "bin" / "tvctl", *arguments]
 
     def environment(self, **more):
-        return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-                "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0:quarantine_size_mb=8",
-                **self._environment, **more}
+        return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", **INSTRUMENTS,
+                "ASAN_OPTIONS": INSTRUMENTS["ASAN_OPTIONS"] + ":quarantine_size_mb=8", **self._environment, **more}
 
     def run(self, *arguments, status=0, environment=None, timeout=TIMEOUT, wrapper=(), **options):
         """Runs it to its end, which has to be `status`, or any with None. `wrapper` is a command that starts it."""
