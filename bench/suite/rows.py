@@ -15,7 +15,8 @@ class Row:
 
 ROWS = {
     "latency": Row("latency", "One EICAR file written, until it is gone.", True),
-    "backlog": Row("backlog", "Real files copied into a watched directory, then an EICAR file, until it is gone.", True),
+    "backlog": Row("backlog",
+                   "Real files copied into a watched directory, then an EICAR file, until that is gone.", True),
     "burst": Row("infected burst", "Many EICAR files at once, until all are gone.", True),
     "events": Row("events", "Steps of 1 KB into 200 files of up to 8 KB at a steady rate."),
     "requests": Row("requests", "SCAN on the command port.", True),
