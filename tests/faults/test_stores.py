@@ -113,13 +113,22 @@ def remove_directory(path):
     shutil.rmtree(path.parent)
 
 
+def set_aside(path):
+    """The content of each damaged database."""
+    return [aside.read_bytes() for aside in path.parent.glob(f"{path.name}.corrupt-*")
+            if not aside.name.endswith(("-wal", "-shm"))]
+
+
 @pytest.mark.parametrize("name", NAMES)
 @pytest.mark.parametrize("fault", [put_garbage, truncate, flip, remove, remove_directory])
 def test_damaged_in_use(tv, traffic, name, fault, report_figure):
     tv.configure(protection=True)
     running = traffic()
     running.detect(DETECTIONS)
-    fault(tv.settings / name)
+    running.check()
+    path = tv.settings / name
+    fault(path)
+    damaged = [path.read_bytes()] if path.exists() else []
     running.detect(DETECTIONS)
     is_lost = name == "reports.db" or fault is remove_directory
     running.check(DETECTIONS if is_lost else 0)
@@ -127,6 +136,8 @@ def test_damaged_in_use(tv, traffic, name, fault, report_figure):
     tv.stop()
     tv.start()
     assert [record["filePath"] for record in tv.reports()][-DETECTIONS:] == running.detected[-DETECTIONS:]
+    # What was there before is kept as it is, for somebody who can read it.
+    assert set_aside(path) == damaged
     report_figure(f"longest turn with {name}, {fault.__name__}: {max(running.delays) * 1000:.0f} ms")
 
 
