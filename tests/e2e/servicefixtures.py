@@ -78,6 +78,16 @@ def connect(tv):
 
 
 @pytest.fixture
+def small_send_buffers():
+    """What a connection keeps for its client is little, so that it is soon full."""
+    setting = harness.Path("/proc/sys/net/ipv4/tcp_wmem")
+    before = setting.read_text()
+    setting.write_text("4096 4096 4096")
+    yield
+    setting.write_text(before)
+
+
+@pytest.fixture
 def impostor():
     """Puts another program on the port; its arguments are the replies that it gives."""
     impostors = []

@@ -117,16 +117,6 @@ def test_a_client_that_resets_in_the_middle(tv, connect, files, slow_file):
     assert tv.count(*DISCONNECTED) == 1
 
 
-@pytest.fixture
-def small_send_buffers():
-    """What a connection keeps for its client is little, so that it is soon full."""
-    setting = Path("/proc/sys/net/ipv4/tcp_wmem")
-    before = setting.read_text()
-    setting.write_text("4096 4096 4096")
-    yield
-    setting.write_text(before)
-
-
 def test_a_client_that_does_not_read_stops_nobody(tv, connect, home, files, small_send_buffers):
     unwatched = Unwatched()
     eicar = write_once(files / "eicar")

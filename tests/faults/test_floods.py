@@ -13,6 +13,9 @@ from processes import kilobytes
 
 INFECTED = f"INFECTED {EICAR_NAME}"
 
+# The most that anybody else may wait: far less than for a client that never reads, and what a busy machine may need.
+LONGEST = 5
+
 
 def threads_of(tv):
     return len(os.listdir(f"/proc/{tv.process.pid}/task"))
@@ -86,7 +89,7 @@ def test_reloads_over_and_over(tv, connect, home, report_figure, long_form):
         client.reset()
     assert grown < 50000
     # Each waits for one reload, or a few.
-    assert statistics.median(times) < 1
+    assert statistics.median(times) < 1 and max(times) < LONGEST, times
     report_figure(f"beside three clients that reload the databases without end ({len(answered)} replies), an infected"
                   f" file goes in {statistics.median(times) * 1000:.0f} ms (median), {max(times) * 1000:.0f} ms the"
                   f" longest; memory grew by {grown} kB")
@@ -128,15 +131,15 @@ def stop_sending(client, eicar, noise):
 
 
 def never_read(client, eicar, noise):
+    # It stays until the service has enough of it.
     with contextlib.suppress(OSError):
         send_all_that_is_taken(client, noise[:4096])
-    client.reset()
 
 
 WAYS = [go, reset, ask_and_go, ask_and_reset, send_noise, stop_sending, never_read]
 
 
-def test_clients_that_leave_in_all_ways(tv, connect, home, files, report_figure, long_form):
+def test_clients_that_leave_in_all_ways(tv, connect, home, files, small_send_buffers, report_figure, long_form):
     unwatched = Unwatched()
     eicar = write_once(files / "eicar")
     clean = write_once(files / "clean", b"clean")
@@ -149,7 +152,7 @@ def test_clients_that_leave_in_all_ways(tv, connect, home, files, report_figure,
     times = []
     rounds = 100 if long_form else 1
     for turn in range(rounds * len(WAYS)):
-        WAYS[turn % len(WAYS)](connect(), eicar, number.randbytes(200000))
+        WAYS[turn % len(WAYS)](connect(receive_buffer=16384), eicar, number.randbytes(200000))
         began = time.monotonic()
         assert steady.ask(f"SCAN {clean}") == "CLEAN"
         assert steady.ask(f"SCAN {eicar}") == INFECTED
@@ -160,7 +163,7 @@ def test_clients_that_leave_in_all_ways(tv, connect, home, files, report_figure,
     # The program that shows popups may have come or gone meanwhile.
     wait_until(lambda: len(tv.descriptors()) <= len(opened) + 2 and threads_of(tv) <= threads,
                lambda: f"{threads} threads and {opened}; there are {threads_of(tv)} and {tv.descriptors()}")
-    assert statistics.median(times) < 1
+    assert statistics.median(times) < 1 and max(times) < LONGEST, times
     report_figure(f"beside {gone} clients that leave in {len(WAYS)} ways, two scans for another take"
                   f" {statistics.median(times) * 1000:.0f} ms (median), {max(times) * 1000:.0f} ms the longest")
     assert steady.ask("MODULE again") == REGISTERED

@@ -17,6 +17,8 @@ TOO_MANY = "INFO", "FileMonitor::keepForLater", "Too many files under lease, not
 LEASE_BREAK_TIME = 45
 # A file is scanned that long after the end of its lease at the latest.
 TRIED_WITHIN = 10
+# The most that any other file may wait: far less than for a lease, and what a busy machine may need.
+LONGEST = 5
 
 
 class Leases:
@@ -66,7 +68,7 @@ def test_a_hundred_leased_files(tv, home, leases, bus, report_figure, long_form)
     leased = [leases.move_in(home / f"leased{number}") for number in range(100)]
     tv.settle()
     others = [seconds_until_gone(unwatched.move_in(home / f"other{number}")) for number in range(100)]
-    assert statistics.median(others) < 1
+    assert statistics.median(others) < 1 and max(others) < LONGEST, others
     report_figure(f"beside 100 leased files, from the appearance of an infected file to its removal: median"
                   f" {statistics.median(others) * 1000:.1f} ms, longest {max(others) * 1000:.1f} ms")
     # Each was tried again by now, and told of once.
@@ -157,7 +159,7 @@ def test_a_user_who_leases_more_files_than_are_kept(tv, home, leases, report_fig
         tv.settle()
         grown = kilobytes(tv, "VmRSS") - resident
         others = [seconds_until_gone(unwatched.move_in(home / f"other{number}")) for number in range(20)]
-        assert statistics.median(others) < 1
+        assert statistics.median(others) < 1 and max(others) < LONGEST, others
         assert grown < 50000
         assert tv.count(*TOO_MANY) == 1
         report_figure(f"with {FILES_OF_A_HOLDER * len(holders)} files under lease the service takes {grown} kB more;"
