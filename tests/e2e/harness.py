@@ -531,6 +531,10 @@ class Installation:
                 pass  # Closed in the meantime.
         return opened
 
+    def has_sanitizer(self):
+        """Whether the service is built with one, which takes memory of its own and keeps what is freed."""
+        return "san.so" in Path(f"/proc/{self.process.pid}/maps").read_text()
+
     def limit_descriptors(self, limit):
         """Sets how many descriptors the service may have, and returns how many it might before."""
         before, hard = resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE)
