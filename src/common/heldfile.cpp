@@ -25,6 +25,14 @@ QByteArray nameOf(const QByteArray& path)
     return name.isEmpty() && !path.isEmpty() ? QByteArrayLiteral(".") : name;
 }
 
+/// By the kernel's one call, or, since users make trees of any depth, step by step.
+UniqueFd openDirectory(const QByteArray& path)
+{
+    UniqueFd directory(::open(path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return directory.isValid() || errno != ENAMETOOLONG ? std::move(directory)
+                                                        : openDirectoryWithoutLinks(path);
+}
+
 bool isLink(const CheckedFile& file)
 {
     return S_ISLNK(file.status().st_mode);
@@ -34,7 +42,7 @@ bool isLink(const CheckedFile& file)
 HeldFile::HeldFile(const QByteArray& path)
     : m_name(nameOf(path)),
       m_directoryPath(directoryOf(path)),
-      m_directory(::open(m_directoryPath.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))
+      m_directory(openDirectory(m_directoryPath))
 {
     if (!m_directory.isValid()) {
         m_error = errno;

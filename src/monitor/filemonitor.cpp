@@ -44,6 +44,11 @@ constexpr int newDirectoryDepth = 3;
 /// but whoever wrote a medium may have given it a thousand, and those below it again, and the walk would not
 /// end.
 constexpr int mostNames = 4;
+/// Users make trees of any depth, and each path of one is as long as all names above. What is longer than any
+/// program can name at once, several times over, is left to a sweep, in UTF-16 code units; and so is what
+/// lies beyond 256 MB of paths.
+constexpr int longestPath = 4 * 4096;
+constexpr qint64 mostPathCharacters = qint64(128) << 20;
 constexpr size_t readSize = 1024;
 /// Lets a burst gather, so that one read takes more of it.
 constexpr useconds_t gatherMicroseconds = 100;
@@ -131,7 +136,8 @@ int FileMonitor::watch(int fd, const QString& path, Visits& visits, QStringList&
     // By descriptor: the kernel knows a directory by one watch, so following a link that a user put in the
     // place of a new directory would make another user's watched directory known by that link, and
     // unprotected.
-    const UniqueFd directory = openDirectoryWithoutLinks(FileName::toBytes(path));
+    const UniqueFd directory =
+        hasRoomFor(path) ? openDirectoryWithoutLinks(FileName::toBytes(path)) : UniqueFd();
     const QByteArray self = "/proc/self/fd/" + QByteArray::number(directory.get());
     const int descriptor = directory.isValid() ? ::inotify_add_watch(fd, self.constData(), watchMask) : -1;
     if (descriptor < 0) {
@@ -149,13 +155,31 @@ int FileMonitor::watch(int fd, const QString& path, Visits& visits, QStringList&
     return 0;
 }
 
+bool FileMonitor::hasRoomFor(const QString& path) const
+{
+    if (path.size() > longestPath) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    // As when the kernel's watches are used up.
+    errno = ENOSPC;
+    return m_pathCharacters + path.size() <= mostPathCharacters;
+}
+
 void FileMonitor::remember(int descriptor, const QString& path)
 {
-    QString& known = m_watches[descriptor];
     // A directory that is watched by a second name keeps the last one only.
-    m_watchesByPath.remove(known, descriptor);
-    known = path;
+    forget(descriptor);
+    m_watches.insert(descriptor, path);
     m_watchesByPath.add(path, descriptor);
+    m_pathCharacters += path.size();
+}
+
+void FileMonitor::forget(int descriptor)
+{
+    const QString path = m_watches.take(descriptor);
+    m_watchesByPath.remove(path, descriptor);
+    m_pathCharacters -= path.size();
 }
 
 void FileMonitor::removeDirectoryFromWatch(const QString& path)
@@ -163,7 +187,7 @@ void FileMonitor::removeDirectoryFromWatch(const QString& path)
     // By prefix, on purpose without a separator check: forgetting /home/a also forgets /home/ab, which is
     // then watched by the kernel but unknown here.
     for (const int descriptor : m_watchesByPath.takeStartingWith(path)) {
-        m_watches.remove(descriptor);
+        m_pathCharacters -= m_watches.take(descriptor).size();
     }
 }
 
@@ -185,6 +209,11 @@ void FileMonitor::onActivated()
     while (inotify_event* event = records.next()) {
         if ((event->mask & IN_ISDIR) == 0) {
             fileChanged(event);
+            if ((event->mask & IN_IGNORED) != 0) {
+                // The last that is told of it. Whoever moves directories out and removes them there would
+                // have the table grow without end.
+                forget(event->wd);
+            }
             continue;
         }
         // A directory that was forgotten may still report. Its path is then empty. It is not kept, or whoever
@@ -233,8 +262,10 @@ void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
     CLogger::getInstance()->Debug(__PRETTY_FUNCTION__, "Scanning file %s", pathBytes.constData());
 
     QString virusName;
-    // Held until the answer is carried out: the path may lead to another file by then.
+    // Held until the answer is carried out: the path may lead to another file by then. And open, or its owner
+    // could take a lease after the scan, and have the file removed without a copy.
     const HeldFile file(pathBytes);
+    const UniqueFd reader = file.object().openForReading();
     const int result = m_scanManager->scanFile(filePath, file, virusName);
     const int error = errno;
     if (result == cannotOpen && error == EAGAIN) {
@@ -273,12 +304,15 @@ void FileMonitor::keepForLater(const QByteArray& path)
 void FileMonitor::scanWhatIsFree()
 {
     // One a turn of the event loop: a thousand leases may end at once.
-    if (const std::optional<QByteArray> free = m_leasedFiles.takeFree(LeasedFiles::Clock::now())) {
+    const LeasedFiles::Clock::time_point began = LeasedFiles::Clock::now();
+    const std::optional<QByteArray> free = m_leasedFiles.takeFree(began);
+    // The tries, of which a user may have any number made, take no more than a part of the time.
+    const LeasedFiles::Clock::duration rest = 4 * (LeasedFiles::Clock::now() - began);
+    if (free) {
         scanFile(FileName::toText(*free), FileName::toText(free->mid(free->lastIndexOf('/') + 1)));
     }
     if (const std::optional<LeasedFiles::Clock::time_point> next = m_leasedFiles.nextDue()) {
-        const LeasedFiles::Clock::duration left =
-            std::max(*next - LeasedFiles::Clock::now(), LeasedFiles::Clock::duration::zero());
+        const LeasedFiles::Clock::duration left = std::max(*next - LeasedFiles::Clock::now(), rest);
         m_leaseTimer.start(std::chrono::ceil<std::chrono::milliseconds>(left));
     }
 }

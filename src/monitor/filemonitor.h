@@ -59,7 +59,10 @@ private:
     /// One step of the walks: watches the directory `path` and appends the paths of those in it to `below`.
     /// Returns 0, or the error number when it cannot be watched.
     int watch(int fd, const QString& path, Visits& visits, QStringList& below);
+    /// Whether the path may be kept; otherwise errno is set.
+    bool hasRoomFor(const QString& path) const;
     void remember(int descriptor, const QString& path);
+    void forget(int descriptor);
     /// Has the file scanned again when the lease that kept it from being opened has ended.
     void keepForLater(const QByteArray& path);
     void scanWhatIsFree();
@@ -73,6 +76,8 @@ private:
     int m_fd = -1;
     QMap<int, QString> m_watches;
     PathIndex m_watchesByPath;
+    /// How long all paths are together.
+    qint64 m_pathCharacters = 0;
     CScanManager* m_scanManager;
     VirusConfig m_virusConfig;
     Tvnotify m_notify;

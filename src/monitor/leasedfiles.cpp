@@ -1,6 +1,6 @@
 #include "monitor/leasedfiles.h"
 
-#include "common/checkedfile.h"
+#include "common/heldfile.h"
 
 #include <cerrno>
 #include <utility>
@@ -17,12 +17,12 @@ enum class Outcome
 
 Outcome tryToOpen(const QByteArray& path)
 {
-    errno = 0;
-    const CheckedFile file(path);
-    if (file.kind() != CheckedFile::Kind::Missing) {
-        return file.openForReading().isValid() || errno != EAGAIN ? Outcome::Free : Outcome::Leased;
+    const HeldFile file(path);
+    if (file.object().kind() != CheckedFile::Kind::Missing) {
+        return file.object().openForReading().isValid() || errno != EAGAIN ? Outcome::Free : Outcome::Leased;
     }
-    return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? Outcome::Leased : Outcome::Gone;
+    const int error = file.error();
+    return error == EMFILE || error == ENFILE || error == ENOMEM ? Outcome::Leased : Outcome::Gone;
 }
 } // namespace
 
@@ -49,7 +49,8 @@ void LeasedFiles::remove(const QByteArray& path)
 
 std::optional<QByteArray> LeasedFiles::takeFree(Clock::time_point now)
 {
-    for (int tries = 0; tries < triesAtOnce && !m_files.empty() && m_files.front().due <= now; ++tries) {
+    const Clock::time_point began = Clock::now();
+    while (!m_files.empty() && m_files.front().due <= now && Clock::now() - began < timeAtOnce) {
         File file = takeFirst();
         switch (tryToOpen(file.path)) {
         case Outcome::Gone:

@@ -22,8 +22,9 @@ public:
     /// How many are kept: a user may lease any number, and all are tried within each pause. That many take
     /// 40 MB at most, and some hundredths of a core.
     static constexpr int limit = 10000;
-    /// How many are tried by one call, so that other work has its turn in between.
-    static constexpr int triesAtOnce = 200;
+    /// How long one call tries, so that other work has its turn in between. A path through dozens of links
+    /// takes milliseconds.
+    static constexpr std::chrono::milliseconds timeAtOnce{10};
 
     /// Has `path` tried from `now` + `pause` on, also when it is kept already. With too many, the one that
     /// was tried longest ago is given up. False for the first that is, and again only after half of all were
@@ -34,7 +35,7 @@ public:
 
     /// Tries what is due, up to the first that is not leased any more, which is returned and not kept.
     /// What is gone is not kept either. Nothing when there is no such file among those that are due, or among
-    /// the first `triesAtOnce` of them.
+    /// those that could be tried in `timeAtOnce`.
     std::optional<QByteArray> takeFree(Clock::time_point now);
 
     /// When to call `takeFree` next; nothing while there are no files.

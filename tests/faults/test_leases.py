@@ -9,8 +9,11 @@ import time
 
 import pytest
 
+from archives import write_slow_infected
+from commandclient import is_open
 from harness import (Unwatched, cleaned, exists, found, scan_error, wait_gone, wait_until)
 from processes import kilobytes
+from tracer import Tracer
 
 TOO_MANY = "INFO", "FileMonitor::keepForLater", "Too many files under lease, not all are scanned again."
 # How long the kernel lets a holder keep a lease that somebody else wants.
@@ -26,6 +29,7 @@ class Leases:
 
     def __init__(self):
         self._unwatched = Unwatched()
+        self.outside = self._unwatched.path
         self._held = {}
 
     def move_in(self, path):
@@ -171,3 +175,24 @@ def test_a_user_who_leases_more_files_than_are_kept(tv, home, leases, report_fig
         leases.end_all()
     # The last ones are kept.
     wait_gone(last)
+
+
+def test_a_lease_between_the_scan_and_the_copy(tv, home, leases):
+    """What cannot be copied is removed all the same, so nobody may choose that for his file."""
+    tv.start()
+    for number in range(3):
+        path = home / str(number)
+        own = os.open(write_slow_infected(leases.outside / str(number), 3), os.O_RDWR)
+        tracer = Tracer(tv.process, "-e", "trace=close", "-e", "inject=close:delay_exit=10000")
+        os.rename(leases.outside / str(number), path)
+        wait_until(lambda: is_open(tv, path), "the scan to begin")
+        while os.fstat(own).st_nlink > 0:
+            try:
+                fcntl.fcntl(own, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+            except BlockingIOError:
+                continue
+            break
+        wait_gone(path)
+        os.close(own)
+        tracer.stop()
+    assert len(tv.quarantined()) == 3
