@@ -50,29 +50,43 @@ PopupSender::~PopupSender()
 void PopupSender::send(const Popup& popup)
 {
     std::string datagram = encodePopup(popup);
-    std::call_once(m_threadStart, &PopupSender::startThread, this);
-    if (!m_thread.joinable()) {
-        return;
-    }
     if (datagram.empty() || !m_inbox.put(std::move(datagram))) {
         m_dropped = true;
     }
-    wakeThread();
+    if (m_isStarted || startThread()) {
+        wakeThread();
+    }
 }
 
-void PopupSender::startThread()
+bool PopupSender::startThread()
 {
-    m_wakeUp.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    // The first callers wait here for each other, so that none leaves a popup to a thread that sleeps.
+    const std::lock_guard<std::mutex> guard(m_starting);
+    if (m_isStarted) {
+        return true;
+    }
     if (!m_wakeUp.isValid()) {
-        const int error = errno;
-        qCWarning(log, "No popups will be shown: eventfd: %s", std::strerror(error));
-        return;
+        m_wakeUp.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    }
+    if (!m_wakeUp.isValid()) {
+        reportNoThreadOnce("eventfd", std::error_code(errno, std::generic_category()));
+        return false;
     }
     const AllSignalsBlocked blocked;
     try {
         m_thread = std::thread(&PopupSender::run, this);
     } catch (const std::system_error& error) {
-        qCWarning(log, "No popups will be shown: thread: %s", error.what());
+        reportNoThreadOnce("thread", error.code());
+        return false;
+    }
+    m_isStarted = true;
+    return true;
+}
+
+void PopupSender::reportNoThreadOnce(const char* what, const std::error_code& error)
+{
+    if (!std::exchange(m_reportedNoThread, true)) {
+        qCWarning(log, "Popups wait: %s: %s", what, error.message().c_str());
     }
 }
 

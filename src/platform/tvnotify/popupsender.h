@@ -11,11 +11,14 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 
 /// Hands popups to the helper program, from a bounded queue by a thread of its own.
 ///
-/// The helper is started when there is something to send, and again, less and less often, when it dies.
+/// The thread starts with the first popup; while the system has none to spare, each further popup tries again
+/// and the queue keeps what it can. The helper is started when there is something to send, and again, less
+/// and less often, when it dies.
 class PopupSender
 {
 public:
@@ -37,7 +40,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     // On the calling threads.
-    void startThread();
+    bool startThread();
+    void reportNoThreadOnce(const char* what, const std::error_code& error);
     void wakeThread();
 
     // On the sending thread.
@@ -57,7 +61,10 @@ private:
     UniqueFd m_wakeUp;
     std::thread m_thread;
 
-    std::once_flag m_threadStart;
+    /// Guards `m_wakeUp`, `m_thread` and `m_reportedNoThread` until `m_isStarted`.
+    std::mutex m_starting;
+    std::atomic<bool> m_isStarted{false};
+    bool m_reportedNoThread = false;
     PopupInbox m_inbox{maximumQueue};
     std::atomic<bool> m_stopping{false};
     std::atomic<bool> m_dropped{false};

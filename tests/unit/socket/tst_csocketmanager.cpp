@@ -3,6 +3,7 @@
 #include "counts.h"
 #include "logger/clogger.h"
 #include "support/fakescanners.h"
+#include "support/fakethreads.h"
 #include "support/limiteddescriptors.h"
 #include "support/logreader.h"
 
@@ -18,26 +19,9 @@
 #include <random>
 #include <thread>
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-namespace
-{
-std::atomic<bool> noThreadsLeft = false;
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
-                                                                     const pthread_attr_t* attributes,
-                                                                     void* (*routine)(void*),
-                                                                     void* argument) noexcept
-{
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const auto real = reinterpret_cast<Create>(::dlsym(RTLD_NEXT, "pthread_create"));
-    return noThreadsLeft ? EAGAIN : real(thread, attributes, routine, argument);
-}
 
 /// The dispatcher over fake scanners. Clients are pairs of connected sockets, handed to the slots.
 class TestCSocketManager : public QObject
@@ -114,7 +98,7 @@ void TestCSocketManager::initTestCase()
 
 void TestCSocketManager::init()
 {
-    noThreadsLeft = false;
+    FakeThreads::noneLeft = false;
     FakeScanners::reset();
     m_manager = CSocketManager::getInstance();
     LOGGER::CLogger::getInstance()->Info("next", "%s", QTest::currentTestFunction());
@@ -123,7 +107,7 @@ void TestCSocketManager::init()
 
 void TestCSocketManager::cleanup()
 {
-    noThreadsLeft = false;
+    FakeThreads::noneLeft = false;
     for (const int peer : qAsConst(m_peers)) {
         ::close(peer);
     }
@@ -542,10 +526,10 @@ void TestCSocketManager::closesEachDescriptorOnce()
 
 void TestCSocketManager::letsGoOfAClientWithoutAThread()
 {
-    noThreadsLeft = true;
+    FakeThreads::noneLeft = true;
     const int peer = connectClient();
     const int descriptor = m_served;
-    noThreadsLeft = false;
+    FakeThreads::noneLeft = false;
     QVERIFY(::fcntl(descriptor, F_GETFD) < 0);
     char byte = 0;
     QCOMPARE(::recv(peer, &byte, 1, 0), ssize_t(0));

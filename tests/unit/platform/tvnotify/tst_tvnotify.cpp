@@ -2,6 +2,7 @@
 
 #include "privatebus.h"
 #include "processes.h"
+#include "support/fakethreads.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -35,6 +36,8 @@ private Q_SLOTS:
     void returnsAtOnce();
     void showsAThousandInOrder();
     void saysOnceThatItDrops();
+    void showsWhatWaitedForAThread();
+    void goesWithoutAThread();
     void startsAKilledHelperAgain();
     void survivesAHelperThatKeepsDying();
     void showsAgainWhenTheBusComesBack();
@@ -305,6 +308,32 @@ void TestTvnotify::saysOnceThatItDrops()
         QCOMPARE(::kill(helper, SIGCONT), 0);
     }
     QCOMPARE(messageCount.load(), 1);
+}
+
+void TestTvnotify::showsWhatWaitedForAThread()
+{
+    QVERIFY(m_bus->start() && m_bus->startServer());
+    Tvnotify notify;
+    FakeThreads::noneLeft = true;
+    show(notify, QStringLiteral("0"));
+    show(notify, QStringLiteral("1"));
+    FakeThreads::noneLeft = false;
+    QCOMPARE(messageCount.load(), 1);
+    show(notify, QStringLiteral("2"));
+    QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 3, 20000);
+    const QList<QJsonObject> calls = m_bus->calls();
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(calls[i][QStringLiteral("summary")].toString(), QString::number(i));
+    }
+    QCOMPARE(messageCount.load(), 1);
+}
+
+void TestTvnotify::goesWithoutAThread()
+{
+    Tvnotify notify;
+    FakeThreads::noneLeft = true;
+    show(notify);
+    FakeThreads::noneLeft = false;
 }
 
 void TestTvnotify::startsAKilledHelperAgain()
