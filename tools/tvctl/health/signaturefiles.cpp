@@ -2,7 +2,7 @@
 
 #include "common/checkedfile.h"
 #include "common/filename.h"
-#include "tvctl/health/packagefacts.h"
+#include "tvctl/installation/updatestatus.h"
 
 #include <QDir>
 #include <QSet>
@@ -93,10 +93,15 @@ SignatureFiles readSignatureFiles(const QString& directory)
     return files;
 }
 
-SignatureFiles signaturesOf(const Installation& installation)
+SignatureFiles signaturesOf(const Installation& installation,
+                            const std::function<bool(const QString& root)>& isUpdating)
 {
     SignatureFiles files = readSignatureFiles(installation.databases());
-    files.areComing =
-        files.loaded.isEmpty() && files.problem.isEmpty() && PackageFacts::isUpdating(installation.root());
+    if (files.loaded.isEmpty() && files.problem.isEmpty()) {
+        // A server that hangs keeps an update running nearly all the time: that one runs promises nothing
+        // then.
+        const std::optional<UpdateStatus> last = UpdateStatus::read(installation.updateStatusFile());
+        files.areComing = (!last || last->isGood()) && isUpdating(installation.root());
+    }
     return files;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tvctl/health/packagefacts.h"
 #include "tvctl/health/signatureheader.h"
 #include "tvctl/installation/installation.h"
 
@@ -7,6 +8,7 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
 #include <optional>
 
 /// A file that the service loads as signatures.
@@ -28,7 +30,8 @@ struct SignatureFiles
     QVector<SignatureFile> loaded;
     /// Signatures in other forms, which the service leaves alone.
     QStringList ignored;
-    /// There is none to load, and an update that is to get them is running.
+    /// There is none to load, and an update that is to get them is running; not so when the one before
+    /// failed, as most likely this one will.
     bool areComing = false;
 
     /// The file whose age is that of the whole set: "daily.cvd", the one that is renewed every day, or else
@@ -39,5 +42,7 @@ struct SignatureFiles
 /// Looks into `directory` and at the head of each file there.
 SignatureFiles readSignatureFiles(const QString& directory);
 
-/// Those of `installation`. Where there are none, systemd is asked as well, for a few seconds at most.
-SignatureFiles signaturesOf(const Installation& installation);
+/// Those of `installation`. Where there are none, `isUpdating` is asked as well.
+SignatureFiles
+signaturesOf(const Installation& installation,
+             const std::function<bool(const QString& root)>& isUpdating = PackageFacts::isUpdating);

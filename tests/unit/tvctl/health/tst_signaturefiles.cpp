@@ -16,6 +16,9 @@ private Q_SLOTS:
     void listsWhatTheServiceLoads();
     void tellsWhatIsWrong();
     void tellsThatThereIsNoDirectory();
+    void saysThatTheyAreComing_data();
+    void saysThatTheyAreComing();
+    void asksOfNoUpdateWhereThereAreSome();
     void freshest_data();
     void freshest();
 
@@ -35,6 +38,11 @@ QByteArray head(const QByteArray& built, int version)
 {
     return ("ClamAV-VDB:" + built + ":" + QByteArray::number(version) + ":2:81:m:s:b:1")
         .leftJustified(512, ' ');
+}
+
+QByteArray status(const QByteArray& result)
+{
+    return "tried=2026-01-02T03:04:05Z\nresult=" + result + "\nsucceeded=\nmessage=what came of it\n";
 }
 
 QStringList namesOf(const QVector<SignatureFile>& files)
@@ -95,6 +103,48 @@ void TestSignatureFiles::tellsWhatIsWrong()
 void TestSignatureFiles::tellsThatThereIsNoDirectory()
 {
     QVERIFY(!readSignatureFiles(m_directory->filePath(QStringLiteral("none"))).problem.isEmpty());
+}
+
+void TestSignatureFiles::saysThatTheyAreComing_data()
+{
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<bool>("isUpdating");
+    QTest::addColumn<bool>("expected");
+    QTest::newRow("no update") << QByteArray() << false << false;
+    QTest::newRow("the first update") << QByteArray() << true << true;
+    QTest::newRow("after a good one") << status("current") << true << true;
+    // A mirror that hangs is tried again and again.
+    QTest::newRow("after one that failed") << status("download-failed") << true << false;
+    QTest::newRow("after one that was refused") << status("refused") << true << false;
+    QTest::newRow("after what cannot be read") << QByteArray("nothing") << true << true;
+}
+
+void TestSignatureFiles::saysThatTheyAreComing()
+{
+    QFETCH(const QByteArray, status);
+    QFETCH(const bool, isUpdating);
+    QVERIFY(QDir(m_directory->path()).mkdir(QStringLiteral("db")));
+    QVERIFY(QDir(m_directory->path()).mkdir(QStringLiteral("upd")));
+    if (!status.isEmpty()) {
+        write(QStringLiteral("upd/status"), status);
+    }
+    const SignatureFiles files =
+        signaturesOf(Installation(m_directory->path()), [&](const QString&) { return isUpdating; });
+    QTEST(files.areComing, "expected");
+}
+
+void TestSignatureFiles::asksOfNoUpdateWhereThereAreSome()
+{
+    bool isAsked = false;
+    const auto isUpdating = [&](const QString&) {
+        isAsked = true;
+        return true;
+    };
+    QVERIFY(!signaturesOf(Installation(m_directory->path()), isUpdating).areComing);
+    QVERIFY(QDir(m_directory->path()).mkdir(QStringLiteral("db")));
+    write(QStringLiteral("db/main.cvd"), head("22 Jun 2021 21-31 -0400", 7));
+    QVERIFY(!signaturesOf(Installation(m_directory->path()), isUpdating).areComing);
+    QVERIFY(!isAsked);
 }
 
 void TestSignatureFiles::freshest_data()
