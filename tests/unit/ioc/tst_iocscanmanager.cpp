@@ -4,6 +4,7 @@
 #include "fakeiocstore.h"
 #include "ioc/iocscanfile.h"
 #include "logger/clogger.h"
+#include "support/fakefiles.h"
 #include "support/logreader.h"
 
 #include <QCryptographicHash>
@@ -17,38 +18,7 @@
 #include <cstdio>
 #include <memory>
 
-#include <dlfcn.h>
-#include <unistd.h>
-
-namespace
-{
-/// What the file system answers to a rename or an unlink instead of doing it; 0 lets it be done.
-int renameError = 0;
-int unlinkError = 0;
-} // namespace
-
-extern "C" int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
-                         unsigned flags) noexcept
-{
-    using Rename = int (*)(int, const char*, int, const char*, unsigned);
-    static const auto real = reinterpret_cast<Rename>(::dlsym(RTLD_NEXT, "renameat2"));
-    if (renameError != 0) {
-        errno = renameError;
-        return -1;
-    }
-    return real(fromDirectory, from, toDirectory, to, flags);
-}
-
-extern "C" int unlinkat(int directory, const char* name, int flags) noexcept
-{
-    using Unlink = int (*)(int, const char*, int);
-    static const auto real = reinterpret_cast<Unlink>(::dlsym(RTLD_NEXT, "unlinkat"));
-    if (unlinkError != 0) {
-        errno = unlinkError;
-        return -1;
-    }
-    return real(directory, name, flags);
-}
+#include <sys/stat.h>
 
 class TestIocScanManager : public QObject
 {
@@ -79,6 +49,8 @@ private Q_SLOTS:
     void renamesWhereTheFileSystemHasNoSafeWay();
     void reportsAFailedRename();
     void reportsAFailedDelete();
+    void keepsWhatTookTheNameMeanwhile_data();
+    void keepsWhatTookTheNameMeanwhile();
     void renamesALinkAndNotItsTarget();
     void goesOnWithoutAReport_data();
     void goesOnWithoutAReport();
@@ -121,8 +93,7 @@ void TestIocScanManager::initTestCase()
 
 void TestIocScanManager::init()
 {
-    renameError = 0;
-    unlinkError = 0;
+    FakeFiles::reset();
     FakeIocStore::reset();
     manager();
     m_directory = std::make_unique<QTemporaryDir>();
@@ -134,8 +105,7 @@ void TestIocScanManager::init()
 
 void TestIocScanManager::cleanup()
 {
-    renameError = 0;
-    unlinkError = 0;
+    FakeFiles::reset();
 }
 
 QString TestIocScanManager::makeFile(const char* name) const
@@ -359,7 +329,9 @@ void TestIocScanManager::neverReplacesByRenaming()
     QFile other(taken);
     QVERIFY(other.open(QIODevice::WriteOnly) && other.write("precious") == 8);
     other.close();
-    renameError = error;
+    if (error != 0) {
+        FakeFiles::failures.insert("renameat2", {error});
+    }
     QString hash;
     QCOMPARE(manager()->scanFile(path, hash), 4);
     QVERIFY(QFile::exists(path));
@@ -375,7 +347,7 @@ void TestIocScanManager::renamesWhereTheFileSystemHasNoSafeWay()
     FakeIocStore::lists[0] = QStringList(hashOf(QCryptographicHash::Md5));
     use(true, 1);
     const QString path = makeFile();
-    renameError = EINVAL;
+    FakeFiles::failures.insert("renameat2", {EINVAL});
     QString hash;
     QCOMPARE(manager()->scanFile(path, hash), 2);
     QVERIFY(!QFile::exists(path));
@@ -387,7 +359,7 @@ void TestIocScanManager::reportsAFailedRename()
     FakeIocStore::lists[0] = QStringList(hashOf(QCryptographicHash::Md5));
     use(true, 1);
     const QString path = makeFile();
-    renameError = EROFS;
+    FakeFiles::failures.insert("renameat2", {EROFS});
     QString hash;
     QCOMPARE(manager()->scanFile(path, hash), 4);
     QCOMPARE(hash, hashOf(QCryptographicHash::Md5));
@@ -404,7 +376,7 @@ void TestIocScanManager::reportsAFailedDelete()
     FakeIocStore::lists[0] = QStringList(hashOf(QCryptographicHash::Md5));
     use(true, 2);
     const QString path = makeFile();
-    unlinkError = EROFS;
+    FakeFiles::failures.insert("unlinkat", {EROFS});
     QString hash;
     QCOMPARE(manager()->scanFile(path, hash), 4);
     QCOMPARE(hash, hashOf(QCryptographicHash::Md5));
@@ -413,6 +385,54 @@ void TestIocScanManager::reportsAFailedDelete()
     QCOMPARE(
         m_log->takeNew(),
         QVector<LogLine>({{"ERROR", scanFile, errorCode(EROFS) + "IOC Failed to Remove: " + path.toUtf8()}}));
+}
+
+void TestIocScanManager::keepsWhatTookTheNameMeanwhile_data()
+{
+    QTest::addColumn<int>("action");
+    QTest::addColumn<QByteArray>("letters");
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QByteArray>("ending");
+    QTest::newRow("rename") << 1 << QByteArray("IR") << QByteArray("IOC Failed to Rename: ")
+                            << QByteArray(".IOCOFF");
+    QTest::newRow("delete") << 2 << QByteArray("ID") << QByteArray("IOC Failed to Remove: ") << QByteArray();
+}
+
+void TestIocScanManager::keepsWhatTookTheNameMeanwhile()
+{
+    QFETCH(int, action);
+    QFETCH(QByteArray, letters);
+    QFETCH(QByteArray, line);
+    QFETCH(QByteArray, ending);
+    const QString md5 = hashOf(QCryptographicHash::Md5);
+    FakeIocStore::lists[0] = QStringList(md5);
+    use(true, action);
+    const QByteArray path = makeFile().toUtf8();
+    const QByteArray moved = path + ".moved";
+    // The same content: the inode alone tells them apart.
+    const QByteArray other = makeFile("other").toUtf8();
+    struct stat before = {};
+    QCOMPARE(::lstat(other.constData(), &before), 0);
+    bool isExchanged = false;
+    FakeFiles::onCall = [&](const QByteArray& call) {
+        if (call == "read" && !isExchanged) {
+            isExchanged = ::rename(path.constData(), moved.constData()) == 0 &&
+                          ::rename(other.constData(), path.constData()) == 0;
+        }
+    };
+    QString hash;
+    QCOMPARE(manager()->scanFile(QString::fromUtf8(path), hash), 4);
+    FakeFiles::onCall = nullptr;
+    QVERIFY(isExchanged);
+    QCOMPARE(hash, md5);
+    struct stat after = {};
+    QCOMPARE(::lstat(path.constData(), &after), 0);
+    QCOMPARE(after.st_ino, before.st_ino);
+    QCOMPARE(QDir(m_directory->path()).entryList(QDir::Files, QDir::Name),
+             QStringList({QStringLiteral("a.exe"), QStringLiteral("a.exe.moved")}));
+    QCOMPARE(report().mid(19), ',' + path + ',' + letters + ",4," + md5.toUtf8() + ",NA,NA,NA,NA,NA,NA\n");
+    QCOMPARE(m_log->takeNew(),
+             QVector<LogLine>({{"ERROR", scanFile, errorCode(ESTALE) + line + path + ending}}));
 }
 
 void TestIocScanManager::renamesALinkAndNotItsTarget()

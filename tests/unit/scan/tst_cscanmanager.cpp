@@ -22,6 +22,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <future>
@@ -143,6 +144,8 @@ private Q_SLOTS:
     void tellsWhatCannotBeRemoved_data();
     void tellsWhatCannotBeRemoved();
     void keepsTheFileThatCannotBeUnlinked();
+    void keepsWhatTookTheNameMeanwhile_data();
+    void keepsWhatTookTheNameMeanwhile();
     void keepsTheLastErrorUntilTheNextFailure();
     void tellsWhetherTheCopyWasMade();
 
@@ -862,6 +865,55 @@ void TestCScanManager::keepsTheFileThatCannotBeUnlinked()
     QCOMPARE(log.takeNew(), {cleanFailure(EPERM, path, 9)});
     QCOMPARE(manager().getLastError(), 9);
     QVERIFY(exists(path));
+    QCOMPARE(contentOf(copies().value(0)), infected);
+}
+
+void TestCScanManager::keepsWhatTookTheNameMeanwhile_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<QByteArray>("other");
+    for (const char* call : {"openat create", "write", "renameat2", "fsync directory"}) {
+        QTest::addRow("another file, at %s", call) << QByteArray(call) << QByteArray("other");
+    }
+    QTest::newRow("link to the file") << QByteArray("fsync directory") << QByteArray("link");
+    QTest::newRow("nothing") << QByteArray("fsync directory") << QByteArray();
+}
+
+void TestCScanManager::keepsWhatTookTheNameMeanwhile()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(QByteArray, other);
+    const QByteArray path = write("file");
+    const QByteArray moved = pathOf("moved");
+    write("other", "precious");
+    QCOMPARE(::symlink("moved", pathOf("link").constData()), 0);
+    struct stat before = {};
+    if (!other.isEmpty()) {
+        QCOMPARE(::lstat(pathOf(other).constData(), &before), 0);
+    }
+    // QtTest itself writes as well.
+    bool isExchanged = false;
+    FakeFiles::onCall = [&](const QByteArray& made) {
+        if (made == call && !isExchanged) {
+            isExchanged = ::rename(path.constData(), moved.constData()) == 0 &&
+                          (other.isEmpty() || ::rename(pathOf(other).constData(), path.constData()) == 0);
+        }
+    };
+    LogReader log;
+    QCOMPARE(clean(path), 1);
+    FakeFiles::onCall = nullptr;
+    QVERIFY(isExchanged);
+    QCOMPARE(log.takeNew(),
+             {cleanFailure(other.isEmpty() ? ENOENT : ESTALE, path, QFileDevice::RemoveError)});
+    QCOMPARE(manager().getLastError(), static_cast<int>(QFileDevice::RemoveError));
+    QVERIFY(!FakeFiles::calls.contains("unlinkat"));
+    QVERIFY(exists(moved));
+    if (!other.isEmpty()) {
+        struct stat after = {};
+        QCOMPARE(::lstat(path.constData(), &after), 0);
+        QCOMPARE(after.st_ino, before.st_ino);
+    }
+    // What was looked at is what was copied.
     QCOMPARE(contentOf(copies().value(0)), infected);
 }
 
