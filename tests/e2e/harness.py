@@ -271,14 +271,18 @@ KNOWN_LINES = [
     ("TRACE", "FileMonitor::onActivated", r"New Directory added: .*/.+"),
     ("TRACE", "FileMonitor::onActivated", r"Directory Removed: .*/.+"),
     ("TRACE", "FileMonitor::onActivated", r"Directory changed: \[\d+\] .*/.+"),
-    ("ERROR", "FileMonitor::onActivated", r"Failed to read from file descriptor!"),
     ("ERROR", "FileMonitor::scanFile", r"Error File Scanning \| Error:(?:[2-9]|\d\d+) \| /.+"),
-    ("INFO", "FileMonitor::keepForLater", r"Too many files under lease, not all are scanned again\."),
     ("TRACE", "FileMonitor::scanFile", r"Found infected file \| Status:1 \| /.+"),
     ("TRACE", "FileMonitor::scanFile", r"Cleaned infected file \| Status:(0|-1|1) \| /.+"),
     # A client may name anything.
     ("ERROR", "CScanManager::cleanFile", r"Failed to take backup of file: .*"),
     ("ERROR", "CScanManager::cleanFile", r"Failed to clean file: .*\. Error: \d+"),
+]
+
+# Those that it writes only under a fault or an attack.
+LINES_OF_FAULTS = [
+    ("ERROR", "FileMonitor::onActivated", r"Failed to read from file descriptor!"),
+    ("INFO", "FileMonitor::keepForLater", r"Too many files under lease, not all are scanned again\."),
 ]
 
 
@@ -289,7 +293,7 @@ def is_line(line, level, location, pattern):
 
 
 def is_known(line):
-    return any(is_line(line, *known) for known in KNOWN_LINES)
+    return any(is_line(line, *known) for known in KNOWN_LINES + LINES_OF_FAULTS)
 
 
 def found(path):
@@ -533,7 +537,7 @@ class Installation:
 
     def has_sanitizer(self):
         """Whether the service is built with one, which takes memory of its own and keeps what is freed."""
-        return "san.so" in Path(f"/proc/{self.process.pid}/maps").read_text()
+        return is_sanitized(self.root / "bin" / SERVICE)
 
     def limit_descriptors(self, limit):
         """Sets how many descriptors the service may have, and returns how many it might before."""
@@ -547,6 +551,11 @@ def _escape_bytes(error):
 
 
 codecs.register_error("escape_bytes", _escape_bytes)
+
+
+def is_sanitized(program):
+    """Whether a sanitizer of addresses or threads was built into the program."""
+    return any(name in Path(program).read_bytes() for name in (b"__asan_init", b"__tsan_init"))
 
 
 def display(name):

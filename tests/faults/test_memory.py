@@ -34,10 +34,6 @@ class Use:
     def look(self):
         return self.memory(), self.descriptors(), self.threads()
 
-    def is_sanitized(self):
-        """A sanitizer keeps what was given back, and notes for all of it."""
-        return any(name in self._path("exe").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
-
 
 def check(tv, work, rounds, report_figure, what):
     """Does the work of a round so many times."""
@@ -53,7 +49,7 @@ def check(tv, work, rounds, report_figure, what):
                   f" {len(threads)} threads, {len(descriptors)} descriptors")
     assert descriptors_then == descriptors
     assert threads_then == threads
-    assert memory_then <= memory * (1 + DRIFT) or use.is_sanitized()
+    assert memory_then <= memory * (1 + DRIFT) or tv.has_sanitizer()
 
 
 def test_scans(tv, connect, files, long_form, report_figure):
