@@ -1,8 +1,8 @@
 /* Sets the clock of a program forward or back, as somebody at the machine may at any time.
  *
- * Loaded by LD_PRELOAD. The file that TVFILEMON_CLOCK names holds the seconds by which the time of day is wrong;
- * it is read at each look at the clock. Only the time of day is set: what counts from the start of the machine
- * goes on.
+ * Loaded by LD_PRELOAD. The file that TVFILEMON_CLOCK names holds the seconds by which the time of day is
+ * wrong; it is read at each look at the clock. Only the time of day is set: what counts from the start of the
+ * machine goes on.
  */
 
 #define _GNU_SOURCE
