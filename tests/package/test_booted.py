@@ -114,6 +114,7 @@ def test_is_restricted_as_a_process(booted):
     # A container may have neither the right to lower the score nor the memory controller.
     assert booted.property(SERVICE, "OOMScoreAdjust") == "-900"
     assert booted.property(SERVICE, "MemoryMax") == str(4 * 1024**3)
+    assert booted.property(SERVICE, "TasksMax") == "4096"
 
 
 @pytest.mark.parametrize("present, expected", [
