@@ -2,6 +2,7 @@
 called clean."""
 
 import collections
+import hashlib
 import itertools
 import re
 import time
@@ -10,11 +11,13 @@ import zipfile
 import pytest
 
 from harness import (EICAR, EICAR_NAME, Unwatched, backup_error, cleaned, exists, found, fresh_directory, wait_gone,
-                     wait_until)
+                     wait_until, write_once)
 from tracer import Injector, Tracer
 
 ERRORS = ["ENOSPC", "EIO", "EMFILE", "ENOMEM"]
 WARM_UP = 3
+# Qt's number for it.
+REMOVE_ERROR = 9
 
 # Those that cannot fail like this, and what belongs to the threads and the time zone.
 LEFT_OUT = re.compile(r"close\b|munmap\b|p?poll\b|.*(eventfd|/etc/localtime|socket:)")
@@ -127,30 +130,115 @@ def test_of_an_event(tv, home, content, long_form, report_figure):
     report_figure(f"system calls of an event that failed: {failed}")
 
 
-def test_of_a_request(tv, home, content, files, connect, long_form, report_figure):
-    infected = files / "infected"
-    infected.write_bytes(content)
-    tv.start()
-    client = connect("demo")
-    request = f"SCAN {infected}"
+class Request:
+    """Asks for one file after the other, all of the same content."""
 
-    def detect():
-        assert client.ask(request) == f"INFECTED {EICAR_NAME}"
+    SETTINGS = {}
+
+    def __init__(self, tv, client, directory, content):
+        self._tv = tv
+        self._client = client
+        self._directory = directory
+        self._content = content
+        self._numbers = itertools.count()
+        self.path = None
+        self.reply = None
+
+    def ask(self):
+        self.path = write_once(self._directory / f"infected{next(self._numbers)}", self._content)
+        self.ask_again()
+
+    def ask_again(self):
+        self.reply = self._client.ask(f"{self.COMMAND} {self.path}")
+
+
+class Scan(Request):
+    COMMAND = "SCAN"
+
+    def is_right(self):
+        return self.reply == f"INFECTED {EICAR_NAME}"
+
+    def is_accepted(self, call):
+        return self.is_right() or self.reply.startswith("ERROR ")
+
+
+class Clean(Request):
+    COMMAND = "CLEAN"
+
+    def __init__(self, *arguments):
+        super().__init__(*arguments)
+        self._right = "FAILED 0"
+        self._copies = 0
+
+    def is_right(self):
+        """The file is gone, and there is a whole copy of it."""
+        return self._is_removed() and self._has_new_copy()
+
+    def is_accepted(self, call):
+        if self.reply == "CLEANED":
+            # From now on each reply tells of this.
+            self._right = f"FAILED {REMOVE_ERROR}"
+            self._has_new_copy()
+            failure = f"Failed to clean file: {self.path}. Error: {REMOVE_ERROR}"
+            return exists(self.path) and self._tv.count("ERROR", "CScanManager::cleanFile", failure) == 1
+        is_told = backup_error(self.path) in self._tv.lines()
+        return self._is_removed() and self._has_new_copy() != is_told
+
+    def _is_removed(self):
+        return self.reply == self._right and not exists(self.path)
+
+    def _has_new_copy(self):
+        copies = self._tv.quarantined()
+        before, self._copies = self._copies, len(copies)
+        return self._copies == before + 1 and set(copies.values()) == {self._content}
+
+
+class Lookup(Request):
+    COMMAND = "SCANIOC"
+    HASH = hashlib.md5(EICAR).hexdigest()
+    SETTINGS = {"ioc": True, "iocAction": 2, "iocHashes": {"0": [HASH]}}
+
+    def is_right(self):
+        return self.reply == f"MD5:ID:{self.HASH}" and not exists(self.path)
+
+    def is_accepted(self, call):
+        if self.reply == f"MD5:{self.HASH}:ERROR":
+            return exists(self.path)
+        if self.reply == "CLEAN" and self._is_of_the_file(call):
+            # A file that cannot be read has no hash. That is forgotten at once.
+            self.ask_again()
+        return self.is_right()
+
+    def _is_of_the_file(self, call):
+        return str(self._directory) in call.text or "/proc/self/fd/" in call.text
+
+
+@pytest.mark.parametrize("kind, content", [(Scan, "plain"), (Scan, "zip"), (Clean, "plain"), (Lookup, "plain")],
+                         indirect=["content"])
+def test_of_a_request(tv, kind, content, files, connect, long_form, report_figure):
+    if kind.SETTINGS:
+        tv.configure(**kind.SETTINGS)
+    tv.start()
+    request = kind(tv, connect("demo"), files, content)
+
+    def ask():
+        request.ask()
+        assert request.is_right(), request.reply
 
     for _ in range(WARM_UP):
-        detect()
+        ask()
     replies = collections.Counter()
     problems = []
     failed = 0
-    injected = faults(traced(tv, detect), long_form)
+    injected = faults(traced(tv, ask), long_form)
     for call, error in injected:
         injector = Injector(tv.process, call, error)
-        reply = client.ask(request)
+        request.ask()
         failed += injector.finish()
-        replies[reply] += 1
-        if reply.partition(" ")[0] not in ("INFECTED", "ERROR"):
-            problems.append(f"{error} of {call}: {reply}")
-        detect()
+        replies[request.reply] += 1
+        if not request.is_accepted(call):
+            problems.append(f"{error} of {call}: {request.reply}")
+        ask()
     assert not problems, "\n".join(problems)
     assert failed > 0.9 * len(injected)
-    report_figure(f"system calls of a request that failed: {failed}, replies: {dict(replies)}")
+    report_figure(f"system calls of {kind.COMMAND} that failed: {failed}, replies: {dict(replies)}")
