@@ -25,27 +25,40 @@ QByteArray nameOf(const QByteArray& path)
     return name.isEmpty() && !path.isEmpty() ? QByteArrayLiteral(".") : name;
 }
 
-/// By the kernel's one call, or, since users make trees of any depth, step by step.
-UniqueFd openDirectory(const QByteArray& path)
-{
-    UniqueFd directory(::open(path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    return directory.isValid() || errno != ENAMETOOLONG ? std::move(directory)
-                                                        : openDirectoryWithoutLinks(path);
-}
-
 bool isLink(const CheckedFile& file)
 {
     return S_ISLNK(file.status().st_mode);
 }
 } // namespace
 
-HeldFile::HeldFile(const QByteArray& path)
+HeldFile::Directory HeldFile::openDirectory(const QByteArray& path)
+{
+    Directory directory = {UniqueFd(::open(path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))};
+    directory.error = directory.descriptor.isValid() ? 0 : errno;
+    return directory;
+}
+
+HeldFile::HeldFile(const QByteArray& path) : HeldFile(path, openDirectory(directoryOf(path)))
+{
+}
+
+HeldFile HeldFile::atAnyDepth(const QByteArray& path)
+{
+    Directory directory = openDirectory(directoryOf(path));
+    if (directory.error == ENAMETOOLONG) {
+        directory.descriptor = openDirectoryWithoutLinks(directoryOf(path));
+        directory.error = directory.descriptor.isValid() ? 0 : errno;
+    }
+    return {path, std::move(directory)};
+}
+
+HeldFile::HeldFile(const QByteArray& path, Directory parent)
     : m_name(nameOf(path)),
       m_directoryPath(directoryOf(path)),
-      m_directory(openDirectory(m_directoryPath))
+      m_directory(std::move(parent.descriptor)),
+      m_error(parent.error)
 {
-    if (!m_directory.isValid()) {
-        m_error = errno;
+    if (m_error != 0) {
         return;
     }
     m_entry = CheckedFile(m_directory, m_name);

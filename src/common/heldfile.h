@@ -16,6 +16,9 @@ class HeldFile
 {
 public:
     explicit HeldFile(const QByteArray& path);
+    /// The same for an absolute path of any length: users make trees of any depth. In a path that is longer
+    /// than a call takes no link to a directory is followed.
+    static HeldFile atAnyDepth(const QByteArray& path);
 
     /// What the name leads to.
     const CheckedFile& object() const;
@@ -39,6 +42,15 @@ public:
     bool rename(const QByteArray& name) const;
 
 private:
+    struct Directory
+    {
+        UniqueFd descriptor;
+        /// Why it could not be opened, as an errno.
+        int error = 0;
+    };
+
+    static Directory openDirectory(const QByteArray& path);
+    HeldFile(const QByteArray& path, Directory parent);
     bool isStillThere() const;
 
     QByteArray m_name;

@@ -264,7 +264,7 @@ void FileMonitor::scanFile(const QString& filePath, const QString& fileName)
     QString virusName;
     // Held until the answer is carried out: the path may lead to another file by then. And open, or its owner
     // could take a lease after the scan, and have the file removed without a copy.
-    const HeldFile file(pathBytes);
+    const HeldFile file = HeldFile::atAnyDepth(pathBytes);
     const UniqueFd reader = file.object().openForReading();
     const int result = m_scanManager->scanFile(filePath, file, virusName);
     const int error = errno;

@@ -17,7 +17,7 @@ enum class Outcome
 
 Outcome tryToOpen(const QByteArray& path)
 {
-    const HeldFile file(path);
+    const HeldFile file = HeldFile::atAnyDepth(path);
     if (file.object().kind() != CheckedFile::Kind::Missing) {
         return file.object().openForReading().isValid() || errno != EAGAIN ? Outcome::Free : Outcome::Leased;
     }

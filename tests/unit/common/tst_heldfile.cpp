@@ -6,8 +6,10 @@
 #include <QTest>
 
 #include <cerrno>
+#include <climits>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 Q_DECLARE_METATYPE(CheckedFile::Kind)
@@ -21,6 +23,7 @@ private Q_SLOTS:
 
     void holdsWhatThePathLeadsTo_data();
     void holdsWhatThePathLeadsTo();
+    void holdsWhatNoCallCanName();
     void tellsThatALinkLedToIt_data();
     void tellsThatALinkLedToIt();
     void tellsThatThePathLeadsElsewhereByNow();
@@ -103,6 +106,30 @@ void TestHeldFile::holdsWhatThePathLeadsTo()
     if (held.object().kind() == CheckedFile::Kind::Regular) {
         QVERIFY(held.object().openForReading().isValid());
     }
+}
+
+void TestHeldFile::holdsWhatNoCallCanName()
+{
+    const QTemporaryDir top;
+    QByteArray path = QFile::encodeName(top.path());
+    UniqueFd directory(::open(path.constData(), O_PATH | O_DIRECTORY));
+    const QByteArray name(250, 'd');
+    while (path.size() <= PATH_MAX) {
+        QCOMPARE(::mkdirat(directory.get(), name.constData(), 0700), 0);
+        directory = UniqueFd(::openat(directory.get(), name.constData(), O_PATH | O_DIRECTORY));
+        path += '/' + name;
+    }
+    QVERIFY(UniqueFd(::openat(directory.get(), "file", O_CREAT | O_WRONLY, 0600)).isValid());
+    path += "/file";
+
+    QCOMPARE(HeldFile(path).error(), ENAMETOOLONG);
+    const HeldFile file = HeldFile::atAnyDepth(path);
+    QCOMPARE(file.error(), 0);
+    QVERIFY(file.object().openForReading().isValid());
+    QVERIFY(!file.isReachedByLink());
+    QVERIFY(file.remove());
+    QCOMPARE(HeldFile::atAnyDepth(path).error(), ENOENT);
+    QCOMPARE(HeldFile::atAnyDepth(path + "/below").error(), ENOENT);
 }
 
 void TestHeldFile::tellsThatALinkLedToIt_data()

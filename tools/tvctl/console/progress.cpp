@@ -21,6 +21,8 @@ constexpr int usualWidth = 80;
 constexpr qint64 settledMs = 1000;
 /// A thousand years; a slow start can promise more than a number holds.
 constexpr double longestSpan = 365.0 * 24 * 60 * 60 * 1000;
+/// More than there is of anything, and what a number still holds.
+constexpr double mostPerSecond = 1e18;
 
 int terminalWidth()
 {
@@ -92,7 +94,7 @@ QString progressText(qint64 done, qint64 total, const QString& unit, qint64 elap
     parts << amount(done, unit);
     if (elapsedMs >= settledMs && done > 0) {
         const double perMs = static_cast<double>(done) / static_cast<double>(elapsedMs);
-        parts << amount(static_cast<qint64>(perMs * 1000), unit) + QStringLiteral("/s");
+        parts << amount(static_cast<qint64>(qMin(perMs * 1000, mostPerSecond)), unit) + QStringLiteral("/s");
         if (total > done) {
             const double leftSeconds = static_cast<double>(total - done) / perMs / 1000;
             parts << TimeText::formatSpan(static_cast<qint64>(qMin(leftSeconds, longestSpan))) +
