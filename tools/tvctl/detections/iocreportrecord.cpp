@@ -1,6 +1,7 @@
 #include "tvctl/detections/iocreportrecord.h"
 
 #include <QLocale>
+#include <QRegularExpression>
 #include <QStringList>
 
 namespace
@@ -39,6 +40,23 @@ int shiftOf(const QStringList& fields)
     // took in the first of the reserved values.
     return reserved >= reservedFields - 1 && kept > 0 ? kept - 1 : -1;
 }
+
+/// By its digits alone; 0 for what is none.
+int kindOfHash(const QString& text)
+{
+    static const QRegularExpression digits(QRegularExpression::anchoredPattern(QStringLiteral("[0-9a-f]*")));
+    if (!digits.match(text).hasMatch()) {
+        return 0;
+    }
+    switch (text.size()) {
+    case 32:
+        return 4;
+    case 40:
+        return 5;
+    default:
+        return text.size() == 64 ? 6 : 0;
+    }
+}
 } // namespace
 
 std::optional<IocReportRecord> IocReportRecord::parse(const QByteArray& line)
@@ -65,6 +83,12 @@ std::optional<IocReportRecord> IocReportRecord::parse(const QByteArray& line)
     }
     if (shift < 1) {
         record.action = fields.at(behindHash - knownFields);
+    }
+    // A value that had become a part of a placeholder may have gone in the place of another.
+    const int kind = kindOfHash(record.hash);
+    if (shift > 0 && (kind == 0 || (shift == 1 && record.hashKind != kind))) {
+        record.hash.clear();
+        record.hashKind = 0;
     }
     record.time = timeOf(line);
     const int pathEnd = fields.size() - reservedFields - knownFields;

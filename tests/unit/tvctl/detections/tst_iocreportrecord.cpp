@@ -15,6 +15,7 @@ private Q_SLOTS:
     void readsAPathWithPlaceholders();
     void readsAPlaceholderThatTheHashCompletes_data();
     void readsAPlaceholderThatTheHashCompletes();
+    void takesNothingElseForTheHash();
     void refusesAnythingElse_data();
     void refusesAnythingElse();
     void putsItIntoWords_data();
@@ -29,8 +30,14 @@ const QDateTime& moment()
     return time;
 }
 
+const QString& sha256()
+{
+    static const QString hash = QStringLiteral("abc123").leftJustified(64, QLatin1Char('0'));
+    return hash;
+}
+
 QByteArray written(const QString& path, const QString& action = QStringLiteral("ID"), int kind = 6,
-                   const QString& hash = QStringLiteral("abc123"))
+                   const QString& hash = sha256())
 {
     return iocReportLine(moment(), path, hash, action, kind).chopped(1);
 }
@@ -69,7 +76,7 @@ void TestIocReportRecord::readsWhatTheServiceWrites()
     QCOMPARE(record->path, path);
     QCOMPARE(record->action, action);
     QCOMPARE(record->hashKind, 6);
-    QCOMPARE(record->hash, QStringLiteral("abc123"));
+    QCOMPARE(record->hash, sha256());
 }
 
 void TestIocReportRecord::readsAPathWithPlaceholders_data()
@@ -80,13 +87,12 @@ void TestIocReportRecord::readsAPathWithPlaceholders_data()
     QTest::addColumn<QString>("hash");
     // The values went into the path, in this order: action, kind, hash.
     QTest::newRow("one") << "/a%1b"
-                         << "/aIDb" << 6 << "abc123";
+                         << "/aIDb" << 6 << sha256();
     QTest::newRow("two") << "/a%1%2b"
-                         << "/aID6b" << 0 << "abc123";
-    QTest::newRow("three") << "/%0/%1/%2"
-                           << "/ID/6/abc123" << 0 << "";
+                         << "/aID6b" << 0 << sha256();
+    QTest::newRow("three") << "/%0/%1/%2" << QStringLiteral("/ID/6/") + sha256() << 0 << QString();
     QTest::newRow("a column's own") << "/a%3"
-                                    << "/aID" << 6 << "abc123";
+                                    << "/aID" << 6 << sha256();
 }
 
 void TestIocReportRecord::readsAPathWithPlaceholders()
@@ -106,32 +112,39 @@ void TestIocReportRecord::readsAPlaceholderThatTheHashCompletes_data()
     QTest::addColumn<QString>("action");
     QTest::addColumn<int>("kind");
     QTest::addColumn<QString>("hash");
-    // Of "00ff", behind a percent sign, the zeros become the lowest placeholder, and take in a reserved
+    const QString hash = QStringLiteral("00ff").leftJustified(32, QLatin1Char('0'));
+    const QString rest = hash.mid(2);
+    // Of "00ff...", behind a percent sign, the zeros become the lowest placeholder, and take in a reserved
     // value.
-    QTest::newRow("alone") << "/a%%5b"
-                           << "/aNAffb"
-                           << "ID" << 6 << "00ff";
-    QTest::newRow("behind one") << "/%0%%4"
-                                << "/IDNAff"
-                                << "" << 6 << "00ff";
-    QTest::newRow("behind two") << "/%0%1%%3"
-                                << "/ID6NAff"
-                                << "" << 0 << "00ff";
-    QTest::newRow("behind all") << "/%0%1%%2"
-                                << "/ID6NAff"
-                                << "" << 0 << "";
+    QTest::newRow("alone") << "/a%%5b" << QStringLiteral("/aNA") + rest + QLatin1Char('b') << "ID" << 4
+                           << hash;
+    QTest::newRow("behind one") << "/%0%%4" << QStringLiteral("/IDNA") + rest << "" << 4 << hash;
+    QTest::newRow("behind two") << "/%0%1%%3" << QStringLiteral("/ID4NA") + rest << "" << 0 << hash;
+    QTest::newRow("behind all") << "/%0%1%%2" << QStringLiteral("/ID4NA") + rest << "" << 0 << QString();
 }
 
 void TestIocReportRecord::readsAPlaceholderThatTheHashCompletes()
 {
     QFETCH(QString, path);
-    const QByteArray line = written(path, QStringLiteral("ID"), 6, QStringLiteral("00ff"));
+    const QByteArray line =
+        written(path, QStringLiteral("ID"), 4, QStringLiteral("00ff").leftJustified(32, QLatin1Char('0')));
     const auto record = IocReportRecord::parse(line);
     QVERIFY2(record.has_value(), line.constData());
     QTEST(record->path, "shown");
     QTEST(record->action, "action");
     QTEST(record->hashKind, "kind");
     QTEST(record->hash, "hash");
+}
+
+void TestIocReportRecord::takesNothingElseForTheHash()
+{
+    // The kind makes a placeholder, which takes the hash in.
+    const QByteArray line =
+        written(QStringLiteral("/%%4"), QStringLiteral("ID"), 4, QString(32, QLatin1Char('a')));
+    const auto record = IocReportRecord::parse(line);
+    QVERIFY2(record.has_value(), line.constData());
+    QCOMPARE(record->hash, QString());
+    QCOMPARE(record->hashKind, 0);
 }
 
 void TestIocReportRecord::refusesAnythingElse_data()
@@ -177,7 +190,8 @@ void TestIocReportRecord::putsItIntoWords()
 {
     QFETCH(QString, action);
     QFETCH(int, kind);
-    const auto record = IocReportRecord::parse(written(QStringLiteral("/x"), action, kind));
+    const auto record =
+        IocReportRecord::parse(written(QStringLiteral("/x"), action, kind, QStringLiteral("abc123")));
     QVERIFY(record.has_value());
     QTEST(record->result(), "result");
     QTEST(record->hashText(), "hash");
