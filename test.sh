@@ -26,12 +26,13 @@ EOF
 }
 
 form=${1:---plain}
-fuzz_seconds=20
+# The same inputs for each change: what is new in a change is what fails.
+fuzz_options=(--seconds 20 --seed 1)
 long_faults=()
 case "$*" in
 '' | --quick | --coverage) ;;
 --long)
-    fuzz_seconds=600
+    fuzz_options=(--seconds 600)
     long_faults=(--long)
     ;;
 --help)
@@ -165,11 +166,11 @@ fault_tests()
     suite "fault tests" faults run_parts 1 faults release --suite=faults "$@"
 }
 
-# fuzz_tests SECONDS: for each target.
+# fuzz_tests [OPTION]...
 fuzz_tests()
 {
     if step "build, fuzz" build fuzz; then
-        suite "fuzz targets" fuzz tests/fuzz/run build/fuzz --seconds "$1" --junitxml "$results/fuzz.xml"
+        suite "fuzz targets" fuzz tests/fuzz/run build/fuzz "$@" --junitxml "$results/fuzz.xml"
     fi
 }
 
@@ -244,7 +245,7 @@ case $form in
         unit_tests asan
         end_to_end_tests asan "${scripts_alone[@]}"
     fi
-    fuzz_tests "$fuzz_seconds"
+    fuzz_tests "${fuzz_options[@]}"
     if step "build, release" build_release; then
         end_to_end_tests release "${same_in_each_build[@]}"
         fault_tests "${long_faults[@]}"
