@@ -8,6 +8,7 @@ import statistics
 import threading
 import time
 
+from archives import write_slow_infected
 from commandclient import DISCONNECTED, REGISTERED, is_open, start_slow_scan
 from harness import EICAR_NAME, Unwatched, wait_gone, wait_until, write_once
 from processes import kilobytes
@@ -30,11 +31,12 @@ def send_all_that_is_taken(client, message):
             client.socket.sendall(message)
 
 
-def test_requests_that_nobody_serves_yet(tv, connect, slow_file, report_figure):
+def test_requests_that_nobody_serves_yet(tv, connect, files, report_figure):
+    slow = write_slow_infected(files / "slow.zip", archives=20)
     tv.start()
     busy = connect("busy")
     clients = [connect(f"client{number}") for number in range(8)]
-    start_slow_scan(tv, busy, slow_file)
+    start_slow_scan(tv, busy, slow)
     before = kilobytes(tv, "VmRSS")
     flood = [threading.Thread(target=send_all_that_is_taken, args=(client, b"SCAN /" + b"x" * 4090))
              for client in clients]
@@ -43,13 +45,13 @@ def test_requests_that_nobody_serves_yet(tv, connect, slow_file, report_figure):
     for thread in flood:
         thread.join()
     each = (kilobytes(tv, "VmRSS") - before) / len(clients)
-    assert is_open(tv, slow_file), "the scan was over too soon for this test"
+    assert is_open(tv, slow), "the scan was over too soon for this test"
     report_figure(f"a client that floods while nothing is served costs {each:.0f} kB")
     for client in clients:
         client.reset()
-    assert busy.receive() == "CLEAN"
+    assert busy.receive() == INFECTED
     # What the scan takes more lies in it, too.
-    assert each < 400
+    assert each < 500
     wait_until(lambda: tv.count(*DISCONNECTED) == len(clients), "all of them to be gone", 120)
 
 
