@@ -12,7 +12,8 @@ _tvctl
 printf '%s\\n' "${{COMPREPLY[@]}}"
 """
 
-# A shell at a terminal of its own, in which everything that is offered is printed instead.
+# A shell at a terminal of its own, in which everything that is offered is printed instead. Before its prompt is there the
+# terminal itself would answer, and take the line back at ^U.
 ZSH = r"""
 zmodload zsh/zpty
 zpty shell zsh -f -i
@@ -27,8 +28,8 @@ zpty -w shell 'compadd () {
     builtin compadd -A hits "$@"
     print -rl -- HIT:$^hits
 }'
-zpty -w shell 'print READ''Y'
-while zpty -r shell line; do [[ $line == *READY* ]] && break; done
+zpty -w shell 'PS1=PRO""MPT; print READ""Y'
+zpty -r shell line '*READY*PROMPT'
 zpty -w -n shell "$2"$'\t'
 zpty -w -n shell $'\C-u'
 zpty -w shell 'print DO''NE'
