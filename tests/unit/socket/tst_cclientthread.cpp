@@ -49,6 +49,9 @@ private Q_SLOTS:
 private:
     void usePair(int type);
     void start();
+    /// Only counts what is received, at once. Every packet is a receive of its own, and a full queue makes
+    /// the sender wait.
+    void startAndCount();
     void sendBytes(const QByteArray& bytes) const;
 
     std::array<int, 2> m_ends = {-1, -1};
@@ -56,6 +59,7 @@ private:
     std::unique_ptr<LogReader> m_log;
     // Filled on the main thread.
     QStringList m_messages;
+    std::atomic<int> m_received = 0;
     QList<int> m_goodbyes;
 };
 
@@ -98,6 +102,17 @@ void TestCClientThread::cleanup()
         end = -1;
     }
     LOGGER::CLogger::getInstance()->UpdateLogLevel(LOGGER::LOG_LEVEL_TRACE);
+}
+
+void TestCClientThread::startAndCount()
+{
+    usePair(SOCK_SEQPACKET);
+    m_thread->disconnect();
+    m_received = 0;
+    connect(
+        m_thread.get(), &CClientThread::receivedMessage, this, [this] { ++m_received; },
+        Qt::DirectConnection);
+    start();
 }
 
 void TestCClientThread::usePair(int type)
@@ -308,14 +323,7 @@ void TestCClientThread::logsWhatItReceivesWhenDebugging()
 
 void TestCClientThread::stopsReadingWhileTooMuchIsUnserved()
 {
-    // Every packet is a receive of its own, and a full queue makes the sender wait.
-    usePair(SOCK_SEQPACKET);
-    m_thread->disconnect();
-    std::atomic<int> received = 0;
-    connect(
-        m_thread.get(), &CClientThread::receivedMessage, this, [&received] { ++received; },
-        Qt::DirectConnection);
-    start();
+    startAndCount();
     const auto fill = [this] {
         while (::send(m_ends[1], "SCAN /a", 7, MSG_DONTWAIT | MSG_NOSIGNAL) == 7) {
         }
@@ -325,24 +333,18 @@ void TestCClientThread::stopsReadingWhileTooMuchIsUnserved()
     timer.start();
     do {
         QCOMPARE(fill(), EAGAIN);
-    } while (received < CClientThread::unservedLimit && timer.elapsed() < 10000);
-    QCOMPARE(received.load(), CClientThread::unservedLimit);
+    } while (m_received < CClientThread::unservedLimit && timer.elapsed() < 10000);
+    QCOMPARE(m_received.load(), CClientThread::unservedLimit);
     QCOMPARE(fill(), EAGAIN);
     for (int served = 1; served <= 20; ++served) {
         m_thread->messageServed();
-        QTRY_COMPARE(received.load(), CClientThread::unservedLimit + served);
+        QTRY_COMPARE(m_received.load(), CClientThread::unservedLimit + served);
     }
 }
 
 void TestCClientThread::stopsReadingWhileTooManyBytesAreUnserved()
 {
-    usePair(SOCK_SEQPACKET);
-    m_thread->disconnect();
-    std::atomic<int> received = 0;
-    connect(
-        m_thread.get(), &CClientThread::receivedMessage, this, [&received] { ++received; },
-        Qt::DirectConnection);
-    start();
+    startAndCount();
     const QByteArray longest(4096, 'a');
     const auto fill = [&longest, this] {
         while (::send(m_ends[1], longest.constData(), static_cast<size_t>(longest.size()),
@@ -350,14 +352,14 @@ void TestCClientThread::stopsReadingWhileTooManyBytesAreUnserved()
         }
     };
     const int limit = static_cast<int>(CClientThread::unservedBytesLimit) / longest.size();
-    QTRY_VERIFY((fill(), received >= limit));
+    QTRY_VERIFY((fill(), m_received >= limit));
     for (int served = 1; served <= 2 * limit; ++served) {
         m_thread->messageServed();
-        QTRY_COMPARE(received.load(), limit + served);
+        QTRY_COMPARE(m_received.load(), limit + served);
         fill();
     }
     QTest::qWait(20);
-    QCOMPARE(received.load(), 3 * limit);
+    QCOMPARE(m_received.load(), 3 * limit);
 }
 
 void TestCClientThread::stopsOutOfAReceive()
@@ -373,20 +375,14 @@ void TestCClientThread::stopsOutOfAReceive()
 
 void TestCClientThread::stopsOutOfAWaitForRoom()
 {
-    usePair(SOCK_SEQPACKET);
-    m_thread->disconnect();
-    std::atomic<int> received = 0;
-    connect(
-        m_thread.get(), &CClientThread::receivedMessage, this, [&received] { ++received; },
-        Qt::DirectConnection);
-    start();
+    startAndCount();
     for (int i = 0; i < CClientThread::unservedLimit + 3; ++i) {
         sendBytes("a");
     }
-    QTRY_COMPARE(received.load(), CClientThread::unservedLimit);
+    QTRY_COMPARE(m_received.load(), CClientThread::unservedLimit);
     m_thread->stop();
     QVERIFY(m_thread->wait(10000));
-    QCOMPARE(received.load(), CClientThread::unservedLimit);
+    QCOMPARE(m_received.load(), CClientThread::unservedLimit);
 }
 
 void TestCClientThread::stopsBeforeItReads()
