@@ -5,7 +5,6 @@ import itertools
 import json
 import os
 import select
-import sqlite3
 import time
 from datetime import datetime, timedelta
 
@@ -15,6 +14,7 @@ from archives import write_slow_infected
 from commandclient import is_open, start_slow_scan
 from harness import (BASE, EICAR_NAME, KLEZ_PATTERN, PRELOAD, Path, Unwatched, exists, fresh_directory, quarantine_name,
                      scan_error, wait_gone, wait_until, write_once)
+from storefailures import locked_for_writing
 from tool import KEPT_CHANGE_TIMES, Tool
 
 HOUR = 3600
@@ -197,12 +197,10 @@ def test_a_record_that_waits_for_its_store(start, clock, home, step):
     tv = start()
     wait_gone(unwatched.move_in(home / "first"))
     tv.settle()
-    store = sqlite3.connect(tv.settings / "reports.db", isolation_level=None)
-    store.execute("BEGIN IMMEDIATE")
-    wait_gone(unwatched.move_in(home / "second"))
-    tv.settle()
-    clock.set(step)
-    store.close()
+    with locked_for_writing(tv.settings / "reports.db"):
+        wait_gone(unwatched.move_in(home / "second"))
+        tv.settle()
+        clock.set(step)
     wait_until(lambda: len(tv.reports()) == 2, "the record", SOON)
 
 

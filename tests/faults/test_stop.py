@@ -3,7 +3,6 @@
 import os
 import random
 import signal
-import sqlite3
 import threading
 import time
 
@@ -13,6 +12,7 @@ from archives import write_slow_infected
 from commandclient import is_open, start_slow_scan
 from harness import EICAR, KLEZ_PATTERN, SIGNATURES, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
 from processes import stopped
+from storefailures import locked_for_writing
 from tracer import Tracer
 
 # What is asked of a stop, in seconds.
@@ -226,13 +226,11 @@ def test_a_record_that_waits_is_stored_in_the_middle_of_a_scan(tv, home, connect
     client = connect("demo")
     wait_gone(unwatched.move_in(home / "first"))
     tv.settle()
-    store = sqlite3.connect(tv.settings / "reports.db", isolation_level=None)
-    store.execute("BEGIN IMMEDIATE")
-    wait_gone(unwatched.move_in(home / "second"))
-    tv.settle()
-    # From here on the main thread has no turn in which it could store it.
-    start_slow_scan(tv, client, slow_infected)
-    store.close()
+    with locked_for_writing(tv.settings / "reports.db"):
+        wait_gone(unwatched.move_in(home / "second"))
+        tv.settle()
+        # From here on the main thread has no turn in which it could store it.
+        start_slow_scan(tv, client, slow_infected)
     assert len(tv.reports()) == 1
     tv.stop()
     assert [record["filePath"] for record in tv.reports()] == [str(home / "first"), str(home / "second")]
