@@ -7,13 +7,16 @@
 #include "common/opendirectory.h"
 #include "common/subdirectories.h"
 #include "logger/clogger.h"
+#include "monitor/excursion.h"
 #include "monitor/inotifyrecords.h"
 #include "platform/tvcore/virusreport.h"
 #include "scan/cscanmanager.h"
 
 #include <QDateTime>
+#include <QHash>
 #include <QLocale>
 #include <QSocketNotifier>
+#include <QVector>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,6 +24,7 @@
 #include <cstdio>
 #include <optional>
 
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -56,6 +60,14 @@ constexpr useconds_t gatherMicroseconds = 100;
 constexpr int infected = 1;
 constexpr int cannotOpen = 8;
 constexpr int popupSeconds = 60;
+
+constexpr int heldDirectory = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+/// Leads to the very directory, whatever has its name by now.
+QByteArray pathOf(const UniqueFd& directory)
+{
+    return "/proc/self/fd/" + QByteArray::number(directory.get());
+}
 
 QString moduleName()
 {
@@ -100,58 +112,105 @@ bool FileMonitor::startMonitoring()
     return true;
 }
 
+/// What one walk keeps from directory to directory.
+struct FileMonitor::Walk
+{
+    int fd;
+    /// Whose failures are logged.
+    const char* location;
+    /// How often it looked into the directory of each watch.
+    QHash<int, int> looks = {};
+    Excursion excursion = {};
+};
+
+/// A directory that a walk comes to: `name` in `above`, or by its path where the walk begins.
+struct FileMonitor::Step
+{
+    const Step* above;
+    QByteArray name;
+    QString path;
+    /// Held while the walk is below: each name leads from here to what is in this directory, whatever a user
+    /// has put in its place meanwhile.
+    UniqueFd directory = {};
+    QVector<QByteArray> below = {};
+    /// Whether the process works in this directory while the walk is below.
+    bool isEntered = false;
+
+    /// The new watch, or -1 with errno set. Never by the path: the kernel knows a directory by one watch, so
+    /// following a link that a user put in the place of a new directory would make another user's watched
+    /// directory known by that link, and unprotected.
+    int watch(int fd);
+    /// The same where nothing is looked for below, as in most directories: it takes one call.
+    int watchAsTheLast(int fd) const;
+};
+
+int FileMonitor::Step::watch(int fd)
+{
+    directory = above == nullptr
+                    ? openDirectoryWithoutLinks(FileName::toBytes(path))
+                    : UniqueFd(::openat(above->directory.get(), name.constData(), heldDirectory));
+    return directory.isValid() ? ::inotify_add_watch(fd, pathOf(directory).constData(), watchMask) : -1;
+}
+
+int FileMonitor::Step::watchAsTheLast(int fd) const
+{
+    const QByteArray found = above->isEntered ? name : pathOf(above->directory) + '/' + name;
+    return ::inotify_add_watch(fd, found.constData(), watchMask | IN_DONT_FOLLOW | IN_ONLYDIR);
+}
+
 void FileMonitor::addToWatchRecursive(int fd, const QString& path, int& depth)
 {
-    Visits visits;
-    walk(fd, path, depth, visits, __PRETTY_FUNCTION__);
+    walk({fd, __PRETTY_FUNCTION__}, path, depth);
 }
 
 void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& depth)
 {
     // Files that are in the directory already are passed over: each is scanned by its own events.
-    Visits visits;
-    walk(fd, path, depth, visits, __PRETTY_FUNCTION__);
+    walk({fd, __PRETTY_FUNCTION__}, path, depth);
 }
 
-void FileMonitor::walk(int fd, const QString& path, int& depth, Visits& visits, const char* location)
+void FileMonitor::walk(Walk walk, const QString& path, int& depth)
+{
+    Step first = {nullptr, QByteArray(), path};
+    visit(walk, first, depth);
+}
+
+void FileMonitor::visit(Walk& walk, Step& step, int& depth)
 {
     if (++depth <= deepestLevel) {
-        QStringList below;
-        const int error = watch(fd, path, visits, below);
+        const int error = watch(walk, step, depth);
         if (error != 0) {
-            CLogger::getInstance()->Error(location, error, "Failed to add path for watch: %s",
-                                          FileName::toBytes(path).constData());
+            CLogger::getInstance()->Error(walk.location, error, "Failed to add path for watch: %s",
+                                          FileName::toBytes(step.path).constData());
         }
-        for (const QString& directory : qAsConst(below)) {
-            walk(fd, directory, depth, visits, location);
+        for (const QByteArray& name : qAsConst(step.below)) {
+            Step below = {&step, name, step.path + QLatin1Char('/') + FileName::toText(name)};
+            visit(walk, below, depth);
         }
     }
     --depth;
 }
 
-int FileMonitor::watch(int fd, const QString& path, Visits& visits, QStringList& below)
+int FileMonitor::watch(Walk& walk, Step& step, int depth)
 {
     // A walk may take long, and only this process knows of it.
     const AbandonableWork work;
-    // By descriptor: the kernel knows a directory by one watch, so following a link that a user put in the
-    // place of a new directory would make another user's watched directory known by that link, and
-    // unprotected.
-    const UniqueFd directory =
-        hasRoomFor(path) ? openDirectoryWithoutLinks(FileName::toBytes(path)) : UniqueFd();
-    const QByteArray self = "/proc/self/fd/" + QByteArray::number(directory.get());
-    const int descriptor = directory.isValid() ? ::inotify_add_watch(fd, self.constData(), watchMask) : -1;
+    const bool isLast = depth == deepestLevel && step.above != nullptr;
+    const int descriptor = !hasRoomFor(step.path) ? -1
+                           : isLast               ? step.watchAsTheLast(walk.fd)
+                                                  : step.watch(walk.fd);
     if (descriptor < 0) {
         const int error = errno;
         perror("inotify_add_watch");
         return error;
     }
-    remember(descriptor, path);
-    if (++visits[descriptor] > mostNames) {
+    remember(descriptor, step.path);
+    if (depth == deepestLevel || ++walk.looks[descriptor] > mostNames) {
         return 0;
     }
-    for (const QByteArray& name : subdirectoriesOf(directory.get(), m_ownDevices)) {
-        below.append(path + QLatin1Char('/') + FileName::toText(name));
-    }
+    step.below = subdirectoriesOf(step.directory.get(), m_ownDevices);
+    step.isEntered =
+        depth == deepestLevel - 1 && !step.below.isEmpty() && walk.excursion.enter(step.directory);
     return 0;
 }
 

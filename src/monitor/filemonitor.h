@@ -7,7 +7,6 @@
 #include "platform/tvcore/virusconfig.h"
 #include "platform/tvnotify/tvnotify.h"
 
-#include <QHash>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -52,13 +51,14 @@ public:
     void scanFile(const QString& filePath, const QString& fileName);
 
 private:
-    /// How often a walk came to the directory of each watch.
-    using Visits = QHash<int, int>;
-    /// Both walks; `location` is whose failures are logged.
-    void walk(int fd, const QString& path, int& depth, Visits& visits, const char* location);
-    /// One step of the walks: watches the directory `path` and appends the paths of those in it to `below`.
-    /// Returns 0, or the error number when it cannot be watched.
-    int watch(int fd, const QString& path, Visits& visits, QStringList& below);
+    struct Walk;
+    struct Step;
+    /// Both walks.
+    void walk(Walk walk, const QString& path, int& depth);
+    void visit(Walk& walk, Step& step, int& depth);
+    /// Watches the directory of `step`, and finds what is below it. Returns 0, or the error number when it
+    /// cannot be watched.
+    int watch(Walk& walk, Step& step, int depth);
     /// Whether the path may be kept; otherwise errno is set.
     bool hasRoomFor(const QString& path) const;
     void remember(int descriptor, const QString& path);

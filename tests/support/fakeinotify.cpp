@@ -1,5 +1,7 @@
 #include "support/fakeinotify.h"
 
+#include "common/uniquefd.h"
+
 #include <QFileInfo>
 
 #include <algorithm>
@@ -20,11 +22,12 @@ QByteArray fakeRoot;
 std::array<int, 2> ends = {-1, -1};
 int nextDescriptor = 1;
 
-/// What a descriptor's link in /proc leads to, without the root that stands for "/".
-QByteArray watchedPathOf(const char* link)
+/// Where `descriptor` is, without the root that stands for "/".
+QByteArray placeOf(int descriptor)
 {
     std::array<char, PATH_MAX> target = {};
-    const ssize_t size = ::readlink(link, target.data(), target.size());
+    const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
+    const ssize_t size = ::readlink(link.constData(), target.data(), target.size());
     const QByteArray path(target.data(), static_cast<int>(std::max<ssize_t>(size, 0)));
     if (!path.startsWith(fakeRoot + '/')) {
         qFatal("watched by no descriptor of the tree");
@@ -36,6 +39,7 @@ QByteArray watchedPathOf(const char* link)
 int FakeInotify::initError = 0;
 QHash<QByteArray, int> FakeInotify::watchErrors;
 QHash<QByteArray, int> FakeInotify::chosenDescriptors;
+std::function<void(const QByteArray& path)> FakeInotify::onWatch;
 QVector<FakeInotify::Watch> FakeInotify::watches;
 int FakeInotify::initCalls = 0;
 int FakeInotify::removals = 0;
@@ -54,6 +58,7 @@ void FakeInotify::reset(const QString& root)
     initCalls = 0;
     removals = 0;
     watchErrors.clear();
+    onWatch = nullptr;
     chosenDescriptors.clear();
     watches.clear();
 }
@@ -115,7 +120,17 @@ extern "C" int inotify_init1(int flags) noexcept
 
 extern "C" int inotify_add_watch(int fd, const char* path, uint32_t mask) noexcept
 {
-    const QByteArray name = watchedPathOf(path);
+    // As the kernel follows the path, and then keeps nothing of how.
+    const int links = (mask & IN_DONT_FOLLOW) != 0 ? O_NOFOLLOW : 0;
+    const int kind = (mask & IN_ONLYDIR) != 0 ? O_DIRECTORY : 0;
+    const UniqueFd object(::open(path, O_PATH | O_CLOEXEC | links | kind));
+    if (!object.isValid()) {
+        return -1;
+    }
+    const QByteArray name = placeOf(object.get());
+    if (FakeInotify::onWatch) {
+        FakeInotify::onWatch(name);
+    }
     const int error = FakeInotify::watchErrors.value(name, 0);
     if (error != 0) {
         errno = error;
@@ -123,7 +138,7 @@ extern "C" int inotify_add_watch(int fd, const char* path, uint32_t mask) noexce
     }
     const int chosen = FakeInotify::chosenDescriptors.value(name, 0);
     const int descriptor = chosen != 0 ? chosen : nextDescriptor++;
-    FakeInotify::watches.append({fd, name, mask, descriptor});
+    FakeInotify::watches.append({fd, name, mask & ~uint32_t(IN_DONT_FOLLOW | IN_ONLYDIR), descriptor});
     return descriptor;
 }
 

@@ -6,6 +6,7 @@
 #include <QVector>
 
 #include <cstdint>
+#include <functional>
 
 /// Stands in for the kernel's inotify, and for the directory tree that is watched.
 ///
@@ -37,6 +38,8 @@ struct FakeInotify
     static QHash<QByteArray, int> watchErrors;
     /// Paths that are given a chosen descriptor instead of the next one.
     static QHash<QByteArray, int> chosenDescriptors;
+    /// Called for each watch once its directory is found, also for one that fails.
+    static std::function<void(const QByteArray& path)> onWatch;
     static QVector<Watch> watches;
     static int initCalls;
     /// Calls of `inotify_rm_watch`.

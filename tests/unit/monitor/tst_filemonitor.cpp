@@ -23,6 +23,7 @@
 #include <functional>
 #include <memory>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/inotify.h>
@@ -48,8 +49,11 @@ private Q_SLOTS:
     void keepsTheCallersDepth_data();
     void keepsTheCallersDepth();
     void doesNothingBeyondTheDeepestLevel();
+    void looksIntoEachDirectoryFromTheOneAboveIt();
+    void watchesAllTheSameWhereItCannotWork();
+    void followsNoLinkThatIsPutInTheWayOfAWalk_data();
+    void followsNoLinkThatIsPutInTheWayOfAWalk();
     void keepsOnlyTheLastNameOfADirectory();
-
     void endsInADirectoryThatHoldsItselfUnderManyNames();
     void watchesADirectoryThatIsMountedTwiceByItsLastName();
     void watchesANewDirectoryAndOneLevelBelow();
@@ -117,6 +121,11 @@ private:
 
 namespace
 {
+/// What is opened in another directory, while `isRecording`.
+QVector<QByteArray> opened;
+bool isRecording = false;
+bool canEnterDirectories = true;
+
 QVector<useconds_t> pauses;
 std::function<void()> onPause;
 
@@ -150,8 +159,34 @@ extern "C" int usleep(useconds_t microseconds)
     return 0;
 }
 
+extern "C" int openat(int directory, const char* name, int flags, ...)
+{
+    using OpenAt = int (*)(int, const char*, int, ...);
+    static const auto real = reinterpret_cast<OpenAt>(::dlsym(RTLD_NEXT, "openat"));
+    if ((flags & O_CREAT) != 0) {
+        qFatal("made in another directory");
+    }
+    if (isRecording) {
+        opened.append(name);
+    }
+    return real(directory, name, flags);
+}
+
+extern "C" int fchdir(int directory) noexcept
+{
+    static const auto real = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "fchdir"));
+    if (!canEnterDirectories) {
+        errno = EACCES;
+        return -1;
+    }
+    return real(directory);
+}
+
 void TestFileMonitor::init()
 {
+    opened.clear();
+    isRecording = false;
+    canEnterDirectories = true;
     QLocale::setDefault(QLocale::c());
     FakeResponse::reset();
     pauses.clear();
@@ -325,6 +360,85 @@ void TestFileMonitor::doesNothingBeyondTheDeepestLevel()
     QCOMPARE(FakeInotify::watchedPaths(), QVector<QByteArray>({"/home", "/media"}));
     QCOMPARE(FakeInotify::watches.first().fd, 9);
     QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::looksIntoEachDirectoryFromTheOneAboveIt()
+{
+    makeTree(QStringLiteral("/home/l2/l3/l4/l5/l6"));
+    isRecording = true;
+    start();
+    isRecording = false;
+    // Each is held, and read. Those of the deepest level are neither.
+    QCOMPARE(opened, QVector<QByteArray>({".", "l2", ".", "l3", ".", "l4", ".", "."}));
+}
+
+void TestFileMonitor::watchesAllTheSameWhereItCannotWork()
+{
+    makeTree(QStringLiteral("/home/l2/l3/l4/l5/l6"));
+    makeTree(QStringLiteral("/media/l2/l3/l4/l5"));
+    makeTree(QStringLiteral("/media/l2/l3/l4/other"));
+    const QString workingDirectory = QDir::currentPath();
+    start();
+    QCOMPARE(QDir::currentPath(), workingDirectory);
+    const QVector<QByteArray> watched = FakeInotify::watchedPaths();
+    QCOMPARE(watched.size(), 5 + 6);
+    FakeInotify::watches.clear();
+    canEnterDirectories = false;
+    int depth = 0;
+    m_monitor->addToWatchRecursive(9, QStringLiteral("/home"), depth);
+    m_monitor->addToWatchRecursive(9, QStringLiteral("/media"), depth);
+    QCOMPARE(FakeInotify::watchedPaths(), watched);
+    QCOMPARE(m_log->takeNew(), QVector<LogLine>());
+}
+
+void TestFileMonitor::followsNoLinkThatIsPutInTheWayOfAWalk_data()
+{
+    QTest::addColumn<QByteArray>("siblings");
+    QTest::addColumn<QByteArray>("exchanged");
+    QTest::newRow("of the deepest level") << QByteArray("/a/b") << QByteArray();
+    QTest::newRow("above the deepest level") << QByteArray("/a") << QByteArray();
+    QTest::newRow("at the top") << QByteArray("") << QByteArray();
+    QTest::newRow("what holds it") << QByteArray("/a/b") << QByteArray("/a/b");
+    QTest::newRow("what holds it, above the deepest level") << QByteArray("/a") << QByteArray("/a");
+    QTest::newRow("further above") << QByteArray("/a/b") << QByteArray("/a");
+    QTest::newRow("all of it") << QByteArray("/a/b") << QByteArray("");
+}
+
+void TestFileMonitor::followsNoLinkThatIsPutInTheWayOfAWalk()
+{
+    // One of two directories is watched, and the other one, or what holds both, becomes a link to somebody
+    // else's. That one must stay known by its own path only.
+    QFETCH(QByteArray, siblings);
+    QFETCH(QByteArray, exchanged);
+    for (const char* owner : {"/home/mallory", "/home/victim"}) {
+        for (const char* name : {"/x", "/y"}) {
+            makeTree(QString::fromLatin1(owner + siblings + name));
+        }
+    }
+    const QByteArray mine = "/home/mallory" + siblings;
+    QByteArray other;
+    FakeInotify::onWatch = [&](const QByteArray& path) {
+        if (other.isEmpty() && (path == mine + "/x" || path == mine + "/y")) {
+            other = mine + (path.endsWith('x') ? "/y" : "/x");
+            const QString replaced =
+                m_root->path() +
+                QString::fromLatin1(exchanged.isNull() ? other : "/home/mallory" + exchanged);
+            QVERIFY(QDir().rename(replaced, m_root->filePath(QStringLiteral("moved"))));
+            QVERIFY(QFile::link(QString(replaced).replace(QLatin1String("mallory"), QLatin1String("victim")),
+                                replaced));
+        }
+    };
+    start();
+    QVERIFY(!other.isEmpty());
+    const QVector<QByteArray> watched = FakeInotify::watchedPaths();
+    for (const char* name : {"", "/x", "/y"}) {
+        const QByteArray path = "/home/victim" + siblings + name;
+        QCOMPARE(watched.count(path), 1);
+        FakeResponse::scanned.clear();
+        deliver(FakeInotify::record(FakeInotify::descriptorOf(path), IN_MODIFY, "f"));
+        QCOMPARE(FakeResponse::scanned, QStringList{QString::fromLatin1(path) + QStringLiteral("/f")});
+    }
+    QVERIFY(!watched.contains(other));
 }
 
 void TestFileMonitor::keepsOnlyTheLastNameOfADirectory()
