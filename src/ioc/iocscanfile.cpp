@@ -14,14 +14,6 @@
 
 using LOGGER::CLogger;
 
-namespace
-{
-QSet<QString> indexOf(const QStringList& list)
-{
-    return QSet<QString>(list.begin(), list.end());
-}
-} // namespace
-
 IOCScanFile* IOCScanFile::_instance = nullptr;
 
 IOCScanFile* IOCScanFile::getInstance()
@@ -41,12 +33,9 @@ void IOCScanFile::releaseInstance()
 bool IOCScanFile::loadDatabases()
 {
     m_dbLoading = true;
-    m_md5List = m_iocConfig.getHashList(IOCScanConfig::MD5);
-    m_sha1List = m_iocConfig.getHashList(IOCScanConfig::SHA1);
-    m_sha256List = m_iocConfig.getHashList(IOCScanConfig::SHA256);
-    m_md5Index = indexOf(m_md5List);
-    m_sha1Index = indexOf(m_sha1List);
-    m_sha256Index = indexOf(m_sha256List);
+    m_md5List = m_iocConfig.getHashIndex(IOCScanConfig::MD5);
+    m_sha1List = m_iocConfig.getHashIndex(IOCScanConfig::SHA1);
+    m_sha256List = m_iocConfig.getHashIndex(IOCScanConfig::SHA256);
     m_dbLoaded = true;
     m_dbLoading = false;
     return true;
@@ -119,15 +108,15 @@ int IOCScanFile::scanFile(const QString& path, const HeldFile& held, QString& ha
         }
     }
 
-    if (m_md5Index.contains(info.getFileMD5())) {
+    if (m_md5List.contains(info.getFileMD5())) {
         hash = info.getFileMD5();
         return 1;
     }
-    if (m_sha1Index.contains(info.getFileSHA1())) {
+    if (m_sha1List.contains(info.getFileSHA1())) {
         hash = info.getFileSHA1();
         return 2;
     }
-    if (m_sha256Index.contains(info.getFileSHA256())) {
+    if (m_sha256List.contains(info.getFileSHA256())) {
         hash = info.getFileSHA256();
         return 3;
     }

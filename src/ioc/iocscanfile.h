@@ -1,12 +1,11 @@
 #pragma once
 
+#include "platform/tvcore/hashindex.h"
 #include "platform/tvcore/iocdatabaseconfig.h"
 #include "platform/tvcore/iocscanconfig.h"
 
 #include <QCryptographicHash>
-#include <QSet>
 #include <QString>
-#include <QStringList>
 
 class FileIOCInfo;
 class HeldFile;
@@ -57,11 +56,7 @@ private:
     bool m_dbLoaded = false;
     IOCDatabaseConfig m_hashCache;
     IOCScanConfig m_iocConfig;
-    QStringList m_md5List;
-    QStringList m_sha1List;
-    QStringList m_sha256List;
-    // The lists again, to look into: a list may hold a million hashes. The texts are shared with the lists.
-    QSet<QString> m_md5Index;
-    QSet<QString> m_sha1Index;
-    QSet<QString> m_sha256Index;
+    HashIndex m_md5List;
+    HashIndex m_sha1List;
+    HashIndex m_sha256List;
 };

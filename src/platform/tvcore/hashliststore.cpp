@@ -13,57 +13,6 @@
 
 namespace
 {
-/// A chunk is full at this size: some 960 SHA-256 hashes, so that a list of a million takes about a thousand
-/// rows, and changing a single hash writes no more than this.
-constexpr int fullChunkSize = 64 * 1024;
-
-/// As it is stored.
-struct PackedChunk
-{
-    QByteArray hashes;
-    int count = 0;
-
-    bool isFull() const
-    {
-        return hashes.size() >= fullChunkSize;
-    }
-    void append(std::string_view item)
-    {
-        hashes.append(item.data(), static_cast<int>(item.size()));
-        ++count;
-    }
-};
-
-/// Appends the packed form of a hash to the last of `chunks`, or to a new one behind it.
-void append(QVector<PackedChunk>& chunks, std::string_view item)
-{
-    if (chunks.isEmpty() || chunks.constLast().isFull()) {
-        chunks.append(PackedChunk());
-        chunks.last().hashes.reserve(fullChunkSize);
-    }
-    chunks.last().append(item);
-}
-
-QVector<PackedChunk> pack(const QStringList& hashes)
-{
-    QVector<PackedChunk> chunks;
-    QByteArray item;
-    for (const QString& hash : hashes) {
-        item.resize(0);
-        PackedTexts::append(item, hash);
-        append(chunks, {item.constData(), static_cast<std::size_t>(item.size())});
-    }
-    return chunks;
-}
-
-/// Calls `each` with the packed form of one hash after the other, which lies in `chunks`.
-void forEach(const QVector<PackedChunk>& chunks, const std::function<void(std::string_view)>& each)
-{
-    for (const PackedChunk& chunk : chunks) {
-        PackedTexts::split(chunk.hashes, each);
-    }
-}
-
 struct Placement
 {
     std::size_t operator()(std::string_view item) const
@@ -78,7 +27,7 @@ using PackedSet = std::unordered_set<std::string_view, Placement>;
 PackedSet setOf(const QVector<PackedChunk>& chunks)
 {
     PackedSet items;
-    forEach(chunks, [&items](std::string_view item) { items.insert(item); });
+    PackedChunks::forEach(chunks, [&items](std::string_view item) { items.insert(item); });
     return items;
 }
 
@@ -120,23 +69,27 @@ bool searchList(StoreConnection& connection, int list, const std::function<void(
 }
 
 /// The whole list. `wasEverSet` may be null.
-bool selectList(StoreConnection& connection, int list, QStringList& stored, bool* wasEverSet = nullptr)
+bool selectList(StoreConnection& connection, int list, QVector<PackedChunk>& stored,
+                bool* wasEverSet = nullptr)
 {
     bool isSet = false;
+    bool isSound = true;
     stored.clear();
     // A list without hashes gives one row. For the order see above.
-    const bool isRead = selectChunks(
-        connection,
+    const bool isRead = connection.select(
         QStringLiteral("SELECT hashes FROM ioc_list LEFT JOIN ioc_hash_chunk NOT INDEXED USING(list) "
                        "WHERE ioc_list.list = ? ORDER BY id"),
-        {list}, [&isSet, &stored](const QSqlQuery&, const QStringList& hashes) {
+        {list}, [&isSet, &isSound, &stored](const QSqlQuery& row) {
             isSet = true;
-            stored += hashes;
+            PackedChunk chunk = {row.value(0).toByteArray()};
+            isSound =
+                PackedTexts::split(chunk.hashes, [&chunk](std::string_view) { ++chunk.count; }) && isSound;
+            stored.append(chunk);
         });
     if (wasEverSet != nullptr) {
         *wasEverSet = isSet;
     }
-    return isRead;
+    return isRead && (isSound || refuseDamaged(connection));
 }
 
 bool markAsSet(StoreConnection& connection, int list)
@@ -184,20 +137,30 @@ HashListStore::Last& HashListStore::last(int list)
     return m_last[static_cast<std::size_t>(list)];
 }
 
-QStringList HashListStore::hashes(int list)
+QVector<PackedChunk> HashListStore::read(int list)
 {
     if (!isList(list)) {
         return {};
     }
     bool wasEverSet = false;
-    QStringList stored;
+    QVector<PackedChunk> stored;
     const bool isRead = m_store.read([list, &wasEverSet, &stored](StoreConnection& connection) {
         return selectList(connection, list, stored, &wasEverSet);
     });
     if (isRead && wasEverSet) {
         last(list) = stored;
     }
-    return last(list).value_or(QStringList());
+    return last(list).value_or(QVector<PackedChunk>());
+}
+
+QStringList HashListStore::hashes(int list)
+{
+    return PackedChunks::unpack(read(list));
+}
+
+HashIndex HashListStore::index(int list)
+{
+    return HashIndex(read(list));
 }
 
 bool HashListStore::setHashes(int list, const QStringList& hashes)
@@ -208,7 +171,7 @@ bool HashListStore::setHashes(int list, const QStringList& hashes)
     // All that can be done before the lock is taken.
     QStringList unique = hashes;
     unique.removeDuplicates();
-    const QVector<PackedChunk> chunks = pack(unique);
+    const QVector<PackedChunk> chunks = PackedChunks::pack(unique);
     const bool isStored = m_store.write(
         [list, &chunks](StoreConnection& connection) {
             return markAsSet(connection, list) &&
@@ -217,7 +180,7 @@ bool HashListStore::setHashes(int list, const QStringList& hashes)
         },
         Store::Patience::Long);
     if (isStored) {
-        last(list) = unique;
+        last(list) = chunks;
     }
     return isStored;
 }
@@ -225,7 +188,7 @@ bool HashListStore::setHashes(int list, const QStringList& hashes)
 int HashListStore::change(int list, const std::function<int(StoreConnection&)>& work)
 {
     int changed = -1;
-    QStringList stored;
+    QVector<PackedChunk> stored;
     const bool isKept = last(list).has_value();
     const bool isStored = m_store.write(
         [list, isKept, &work, &changed, &stored](StoreConnection& connection) {
@@ -244,7 +207,7 @@ int HashListStore::add(int list, const QStringList& hashes)
     if (!isList(list)) {
         return -1;
     }
-    const QVector<PackedChunk> given = pack(hashes);
+    const QVector<PackedChunk> given = PackedChunks::pack(hashes);
     return change(list, [list, &given](StoreConnection& connection) {
         PackedSet missing = setOf(given);
         qint64 lastId = 0;
@@ -266,9 +229,9 @@ int HashListStore::add(int list, const QStringList& hashes)
         // The last chunk is filled up first: hashes that come one at a time must not get a row each.
         const bool isFilledUp = added > 0 && lastChunk.count > 0 && !lastChunk.isFull();
         QVector<PackedChunk> chunks = isFilledUp ? QVector<PackedChunk>{lastChunk} : QVector<PackedChunk>();
-        forEach(given, [&missing, &chunks](std::string_view hash) {
+        PackedChunks::forEach(given, [&missing, &chunks](std::string_view hash) {
             if (missing.erase(hash) > 0) {
-                append(chunks, hash);
+                PackedChunks::append(chunks, hash);
             }
         });
         return (!isFilledUp || shrink(connection, lastId, {})) && insert(connection, list, chunks) ? added
@@ -281,7 +244,7 @@ int HashListStore::remove(int list, const QStringList& hashes)
     if (!isList(list)) {
         return -1;
     }
-    const QVector<PackedChunk> given = pack(hashes);
+    const QVector<PackedChunk> given = PackedChunks::pack(hashes);
     const PackedSet unwanted = setOf(given);
     return change(list, [list, &unwanted](StoreConnection& connection) {
         struct Shrunk

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "platform/tvcore/hashindex.h"
+#include "platform/tvcore/packedchunk.h"
 #include "platform/tvcore/store.h"
 
 #include <QStringList>
+#include <QVector>
 
 #include <array>
 #include <functional>
@@ -26,6 +29,7 @@ public:
     void forget();
 
     QStringList hashes(int list);
+    HashIndex index(int list);
     bool setHashes(int list, const QStringList& hashes);
     int add(int list, const QStringList& hashes);
     int remove(int list, const QStringList& hashes);
@@ -35,9 +39,11 @@ public:
 private:
     static constexpr int listCount = 3;
 
-    using Last = std::optional<QStringList>;
+    using Last = std::optional<QVector<PackedChunk>>;
 
     static bool isList(int list);
+    /// The list, or what was kept of it.
+    QVector<PackedChunk> read(int list);
     Last& last(int list);
     /// Runs `work`, which answers how many hashes it changed, or -1; likewise.
     int change(int list, const std::function<int(StoreConnection&)>& work);

@@ -32,6 +32,11 @@ QStringList IOCScanConfig::getHashList(HASH_TYPE type) const
     return lists().hashes(type);
 }
 
+HashIndex IOCScanConfig::getHashIndex(HASH_TYPE type) const
+{
+    return lists().index(type);
+}
+
 bool IOCScanConfig::setHashList(HASH_TYPE type, const QStringList& hashes)
 {
     return lists().setHashes(type, hashes);

@@ -46,19 +46,24 @@ bool PackedTexts::unpack(const QByteArray& packed, QStringList& texts)
     });
 }
 
+std::string_view PackedTexts::itemAt(const char* start)
+{
+    const auto header = qFromLittleEndian<quint32>(start);
+    const std::size_t unitCount = header >> 1;
+    return {start, headerSize + ((header & wideFlag) != 0 ? unitCount * 2 : unitCount)};
+}
+
 bool PackedTexts::split(const QByteArray& packed, const std::function<void(std::string_view)>& each)
 {
     const char* source = packed.constData();
     const char* const end = source + packed.size();
     while (end - source >= headerSize) {
-        const auto header = qFromLittleEndian<quint32>(source);
-        const qint64 unitCount = header >> 1;
-        const qint64 size = headerSize + ((header & wideFlag) != 0 ? unitCount * 2 : unitCount);
-        if (size > end - source) {
+        const std::string_view item = itemAt(source);
+        if (item.size() > static_cast<std::size_t>(end - source)) {
             return false;
         }
-        each({source, static_cast<std::size_t>(size)});
-        source += size;
+        each(item);
+        source += item.size();
     }
     return source == end;
 }

@@ -20,6 +20,9 @@ void append(QByteArray& packed, const QString& text);
 /// Adds the texts in `packed` to `texts`. False when they are not what `append` made.
 bool unpack(const QByteArray& packed, QStringList& texts);
 
+/// The packed form that begins at `start`.
+std::string_view itemAt(const char* start);
+
 /// Calls `each` with the packed form of one text after the other, which lies in `packed`. Texts are equal
 /// when these are, so that a long list can be searched without making a text of each item. As `unpack`.
 bool split(const QByteArray& packed, const std::function<void(std::string_view)>& each);

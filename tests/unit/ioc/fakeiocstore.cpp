@@ -36,13 +36,13 @@ IOCScanSettings IOCScanConfig::getScanSettings() const
     return FakeIocStore::settings;
 }
 
-QStringList IOCScanConfig::getHashList(HASH_TYPE type) const
+HashIndex IOCScanConfig::getHashIndex(HASH_TYPE type) const
 {
     FakeIocStore::listsRead.append(type);
     if (FakeIocStore::onListRead) {
         FakeIocStore::onListRead();
     }
-    return FakeIocStore::lists[type];
+    return HashIndex(FakeIocStore::lists[type]);
 }
 
 IOCDatabaseConfig::IOCDatabaseConfig() = default;

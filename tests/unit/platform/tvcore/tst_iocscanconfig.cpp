@@ -68,7 +68,25 @@ int writeInAnotherProcess(const QString& directory)
     }
     return 0;
 }
-/// The other process: adds as an import does, and says how many KB of memory it needed at most.
+
+/// Of this process, in KB; -1 when it cannot be told.
+int memory(const char* kind)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QFile::ReadOnly)) {
+        return -1;
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(kind)) {
+            return line.simplified().split(' ').value(1).toInt();
+        }
+    }
+    return -1;
+}
+
+constexpr int longListSize = 200000;
+
+/// The other process: adds as an import does, and says how much memory it needed at most.
 int addInAnotherProcess(const QString& directory, const QString& name)
 {
     TvCore::setDirectory(directory);
@@ -76,32 +94,40 @@ int addInAnotherProcess(const QString& directory, const QString& name)
     if (IOCScanConfig().addHashes(IOCScanConfig::SHA256, numbered(name, count)) != count) {
         return 1;
     }
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QFile::ReadOnly)) {
-        return 1;
-    }
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:")) {
-            std::puts(line.constData());
-        }
-    }
+    std::printf("%d\n", memory("VmHWM:"));
     return 0;
 }
 
+/// The other process: looks into a long list as the service does, and says how much memory it needs for that.
+int lookInAnotherProcess(const QString& directory, const QString& hash)
+{
+    TvCore::setDirectory(directory);
+    const IOCScanConfig config;
+    // All but the list itself is there already.
+    QStringList piece;
+    if (!config.getHashes(IOCScanConfig::SHA256, piece, 0, 1)) {
+        return 1;
+    }
+    const int before = memory("VmRSS:");
+    const HashIndex index = config.getHashIndex(IOCScanConfig::SHA256);
+    std::printf("%d\n", memory("VmRSS:") - before);
+    return index.contains(hash) ? 0 : 1;
+}
+
 /// Kilobytes; -1 when it failed.
-int memoryToAdd(const QString& directory, const QString& name)
+int memoryOfAnotherProcess(const QString& work, const QString& directory, const QString& argument)
 {
     QProcess other;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     // A sanitizer would count what was freed, too.
     environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("quarantine_size_mb=1"));
     other.setProcessEnvironment(environment);
-    other.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--add"), directory, name});
+    other.start(QCoreApplication::applicationFilePath(), {work, directory, argument});
     if (!other.waitForFinished(-1) || other.exitCode() != 0) {
         return -1;
     }
     bool isNumber = false;
-    const int kilobytes = other.readAllStandardOutput().simplified().split(' ').value(1).toInt(&isNumber);
+    const int kilobytes = other.readAllStandardOutput().simplified().toInt(&isNumber);
     return isNumber ? kilobytes : -1;
 }
 } // namespace
@@ -131,6 +157,7 @@ private Q_SLOTS:
     void removes();
     void removingAllMakesItEmpty();
     void addsToALongListInLittleMemory();
+    void looksIntoALongListInLittleMemory();
     void changesWhatIsInTheStore();
     void doesWhatASimpleListDoes();
     void listsInPieces_data();
@@ -143,6 +170,7 @@ private Q_SLOTS:
     void answersWhatItReadLastFromADamagedStore();
     void answersDefaultsWhenNothingWasEverRead();
     void answersWhatItWroteLast();
+    void answersWhatItLookedIntoLast();
     void aDamagedChunkIsNotReadAsAShorterList();
     void failedWritesChangeNothing();
     void doesNotLeaveALongLogBehind();
@@ -281,9 +309,16 @@ void TestIOCScanConfig::keepsAnyText()
     startAnew();
     QCOMPARE(config.getHashList(IOCScanConfig::MD5), hashes);
     QCOMPARE(config.getHashList(IOCScanConfig::SHA1), hashes);
+    const HashIndex index = config.getHashIndex(IOCScanConfig::MD5);
+    QVERIFY(index.contains(text));
+    QVERIFY(!index.contains(text + QLatin1Char(' ')));
     QCOMPARE(config.addHashes(IOCScanConfig::MD5, {text}), 0);
     QCOMPARE(config.removeHashes(IOCScanConfig::MD5, {text}), 1);
+    // It is of the list as it was.
+    QVERIFY(index.contains(text));
     startAnew();
+    QVERIFY(!config.getHashIndex(IOCScanConfig::MD5).contains(text));
+    QVERIFY(config.getHashIndex(IOCScanConfig::SHA1).contains(text));
     QCOMPARE(config.getHashList(IOCScanConfig::MD5),
              QStringList({QStringLiteral("before"), QStringLiteral("after")}));
 }
@@ -408,14 +443,29 @@ void TestIOCScanConfig::removingAllMakesItEmpty()
 void TestIOCScanConfig::addsToALongListInLittleMemory()
 {
     QTemporaryDir other;
-    const int toAnEmptyOne = memoryToAdd(other.path(), QStringLiteral("first"));
+    const int toAnEmptyOne =
+        memoryOfAnotherProcess(QStringLiteral("--add"), other.path(), QStringLiteral("first"));
     QVERIFY(toAnEmptyOne > 0);
     // As texts in memory some 60 MB.
     QVERIFY(IOCScanConfig().setHashList(IOCScanConfig::SHA256, numbered(QStringLiteral("h"), 300000)));
-    const int toALongOne = memoryToAdd(m_directory->path(), QStringLiteral("second"));
+    const int toALongOne =
+        memoryOfAnotherProcess(QStringLiteral("--add"), m_directory->path(), QStringLiteral("second"));
     QVERIFY2(toALongOne > 0 && toALongOne < toAnEmptyOne + 20000,
              qPrintable(QStringLiteral("%1 KB instead of %2").arg(toALongOne).arg(toAnEmptyOne)));
     QCOMPARE(IOCScanConfig().getHashCount(IOCScanConfig::SHA256), 320000);
+}
+
+void TestIOCScanConfig::looksIntoALongListInLittleMemory()
+{
+    const QStringList hashes = numbered(QStringLiteral("h"), longListSize);
+    QVERIFY(IOCScanConfig().setHashList(IOCScanConfig::SHA256, hashes));
+    const int kilobytes =
+        memoryOfAnotherProcess(QStringLiteral("--look"), m_directory->path(), hashes.constLast());
+    QVERIFY2(kilobytes > 0, "the other process failed");
+    const double bytes = kilobytes * 1024.0 / longListSize;
+    qInfo("%.0f bytes for each hash of 64 characters", bytes);
+    // As texts they took 250.
+    QVERIFY(bytes < 130);
 }
 
 void TestIOCScanConfig::changesWhatIsInTheStore()
@@ -463,6 +513,10 @@ void TestIOCScanConfig::doesWhatASimpleListDoes()
         }
         QCOMPARE(config.getHashList(type), list);
         QCOMPARE(config.getHashCount(type), list.size());
+        const HashIndex index = config.getHashIndex(type);
+        QVERIFY(std::all_of(pool.cbegin(), pool.cend(), [&index, &list](const QString& hash) {
+            return index.contains(hash) == list.contains(hash);
+        }));
         const int from = random.bounded(100);
         const int limit = random.bounded(100);
         QStringList piece;
@@ -521,6 +575,7 @@ void TestIOCScanConfig::refusesOtherTypes()
     QCOMPARE(config.addHashes(type, {QStringLiteral("a")}), -1);
     QCOMPARE(config.removeHashes(type, {QStringLiteral("a")}), -1);
     QVERIFY(config.getHashList(type).isEmpty());
+    QVERIFY(!config.getHashIndex(type).contains(QStringLiteral("a")));
     QCOMPARE(config.getHashCount(type), 0);
 }
 
@@ -641,6 +696,22 @@ void TestIOCScanConfig::answersWhatItWroteLast()
     QCOMPARE(config.getHashList(IOCScanConfig::MD5), QStringList({a, b}));
     QCOMPARE(config.getHashList(IOCScanConfig::SHA1), QStringList({a, b}));
     QCOMPARE(config.getHashList(IOCScanConfig::SHA256), QStringList({a}));
+    QVERIFY(config.getHashIndex(IOCScanConfig::SHA1).contains(b));
+    QVERIFY(!config.getHashIndex(IOCScanConfig::SHA256).contains(b));
+}
+
+void TestIOCScanConfig::answersWhatItLookedIntoLast()
+{
+    const QString a = QStringLiteral("a");
+    QVERIFY(IOCScanConfig().setHashList(IOCScanConfig::MD5, {a}));
+    startAnew();
+    const IOCScanConfig config;
+    QVERIFY(config.getHashIndex(IOCScanConfig::MD5).contains(a));
+    QVERIFY(QDir(m_directory->path()).removeRecursively());
+    QVERIFY(config.getHashIndex(IOCScanConfig::MD5).contains(a));
+    QCOMPARE(config.getHashList(IOCScanConfig::MD5), QStringList({a}));
+    startAnew();
+    QVERIFY(!config.getHashIndex(IOCScanConfig::MD5).contains(a));
 }
 
 void TestIOCScanConfig::aDamagedChunkIsNotReadAsAShorterList()
@@ -655,6 +726,8 @@ void TestIOCScanConfig::aDamagedChunkIsNotReadAsAShorterList()
                                                    "100) WHERE id = (SELECT min(id) FROM ioc_hash_chunk)")));
     QCOMPARE(config.getHashList(IOCScanConfig::MD5), hashes);
     QCOMPARE(config.getHashList(IOCScanConfig::MD5), hashes);
+    QVERIFY(config.getHashIndex(IOCScanConfig::MD5).contains(hashes.constFirst()));
+    QVERIFY(config.getHashIndex(IOCScanConfig::MD5).contains(hashes.constLast()));
     QCOMPARE(CapturedLog::messages().size(), 1);
     QVERIFY2(CapturedLog::messages().constFirst().contains(QStringLiteral("a list of hashes is damaged")),
              qPrintable(CapturedLog::messages().constFirst()));
@@ -718,12 +791,19 @@ void TestIOCScanConfig::holdsAMillionHashes()
     QVERIFY(config.setHashList(IOCScanConfig::SHA256, hashes));
     const qint64 writing = timer.restart();
     const QStringList loaded = config.getHashList(IOCScanConfig::SHA256);
-    const qint64 loading = timer.elapsed();
+    const qint64 loading = timer.restart();
     QVERIFY(loaded == hashes);
-    qInfo("a million hashes: written in %lld ms, loaded in %lld ms", writing, loading);
+    const HashIndex index = config.getHashIndex(IOCScanConfig::SHA256);
+    const qint64 indexing = timer.elapsed();
+    QVERIFY(std::all_of(hashes.cbegin(), hashes.cend(),
+                        [&index](const QString& hash) { return index.contains(hash); }));
+    QVERIFY(!index.contains(QString(64, QLatin1Char('f'))));
+    qInfo("a million hashes: written in %lld ms, loaded in %lld ms, to look into in %lld ms", writing,
+          loading, indexing);
     // Several times what a quiet machine needs; one by one it would take minutes.
     QVERIFY(writing < 30000);
     QVERIFY(loading < 5000);
+    QVERIFY(indexing < 5000);
 }
 
 int main(int argc, char* argv[])
@@ -734,6 +814,9 @@ int main(int argc, char* argv[])
     }
     if (argc == 4 && qstrcmp(argv[1], "--add") == 0) {
         return addInAnotherProcess(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]));
+    }
+    if (argc == 4 && qstrcmp(argv[1], "--look") == 0) {
+        return lookInAnotherProcess(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]));
     }
     TestIOCScanConfig test;
     return QTest::qExec(&test, argc, argv);
