@@ -1,10 +1,17 @@
 #include "common/filename.h"
 
+#include <algorithm>
+
 namespace
 {
 constexpr ushort escapeBase = 0xDC00;
 constexpr ushort firstEscape = 0xDC80;
 constexpr ushort lastEscape = 0xDCFF;
+
+bool isBeyondAscii(uchar byte)
+{
+    return byte >= 0x80;
+}
 
 /// A decoded character, or a length of 0 when the bytes start no valid one.
 struct Decoded
@@ -13,13 +20,10 @@ struct Decoded
     int length;
 };
 
-/// The character that `bytes` starts with: `available` of them may be read, at least one.
+/// The character beyond ASCII that `bytes` starts with: `available` of them may be read, at least one.
 Decoded decodeFirst(const uchar* bytes, int available)
 {
     const uchar lead = bytes[0];
-    if (lead < 0x80) {
-        return {lead, 1};
-    }
     const int length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
     if (lead < 0xC2 || lead > 0xF4 || available < length) {
         return {0, 0};
@@ -51,9 +55,17 @@ QString FileName::toText(const QByteArray& name)
     // QString::fromUtf8 would not do: it drops a leading U+FEFF and merges bad bytes into U+FFFD, and
     // the file would never be found again.
     const auto* bytes = reinterpret_cast<const uchar*>(name.constData());
+    const uchar* const end = bytes + name.size();
     QString text;
     text.reserve(name.size());
     for (int i = 0; i < name.size();) {
+        // Most names are nothing else.
+        const int ascii = static_cast<int>(std::find_if(bytes + i, end, isBeyondAscii) - (bytes + i));
+        if (ascii > 0) {
+            text += QLatin1String(name.constData() + i, ascii);
+            i += ascii;
+            continue;
+        }
         const Decoded decoded = decodeFirst(bytes + i, name.size() - i);
         if (decoded.length == 0) {
             text += QChar(static_cast<ushort>(escapeBase + bytes[i]));

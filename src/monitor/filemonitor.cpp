@@ -16,6 +16,7 @@
 #include <QHash>
 #include <QLocale>
 #include <QSocketNotifier>
+#include <QStringBuilder>
 #include <QVector>
 
 #include <algorithm>
@@ -48,11 +49,6 @@ constexpr int newDirectoryDepth = 3;
 /// but whoever wrote a medium may have given it a thousand, and those below it again, and the walk would not
 /// end.
 constexpr int mostNames = 4;
-/// Users make trees of any depth, and each path of one is as long as all names above. What is longer than any
-/// program can name at once, several times over, is left to a sweep, in UTF-16 code units; and so is what
-/// lies beyond 256 MB of paths.
-constexpr int longestPath = 4 * 4096;
-constexpr qint64 mostPathCharacters = qint64(128) << 20;
 constexpr size_t readSize = 1024;
 /// Lets a burst gather, so that one read takes more of it.
 constexpr useconds_t gatherMicroseconds = 100;
@@ -121,6 +117,8 @@ struct FileMonitor::Walk
     /// How often it looked into the directory of each watch.
     QHash<int, int> looks = {};
     Excursion excursion = {};
+    /// It may take long, and only this process knows of it. Not while a failure is logged.
+    std::optional<AbandonableWork> work = {};
 };
 
 /// A directory that a walk comes to: `name` in `above`, or by its path where the walk begins.
@@ -171,6 +169,7 @@ void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& de
 
 void FileMonitor::walk(Walk walk, const QString& path, int& depth)
 {
+    walk.work.emplace();
     Step first = {nullptr, QByteArray(), path};
     visit(walk, first, depth);
 }
@@ -180,11 +179,13 @@ void FileMonitor::visit(Walk& walk, Step& step, int& depth)
     if (++depth <= deepestLevel) {
         const int error = watch(walk, step, depth);
         if (error != 0) {
+            walk.work.reset();
             CLogger::getInstance()->Error(walk.location, error, "Failed to add path for watch: %s",
                                           FileName::toBytes(step.path).constData());
+            walk.work.emplace();
         }
         for (const QByteArray& name : qAsConst(step.below)) {
-            Step below = {&step, name, step.path + QLatin1Char('/') + FileName::toText(name)};
+            Step below = {&step, name, step.path % QLatin1Char('/') % FileName::toText(name)};
             visit(walk, below, depth);
         }
     }
@@ -193,18 +194,17 @@ void FileMonitor::visit(Walk& walk, Step& step, int& depth)
 
 int FileMonitor::watch(Walk& walk, Step& step, int depth)
 {
-    // A walk may take long, and only this process knows of it.
-    const AbandonableWork work;
     const bool isLast = depth == deepestLevel && step.above != nullptr;
-    const int descriptor = !hasRoomFor(step.path) ? -1
-                           : isLast               ? step.watchAsTheLast(walk.fd)
-                                                  : step.watch(walk.fd);
+    const int descriptor = !m_watches.hasRoomFor(step.path) ? -1
+                           : isLast                         ? step.watchAsTheLast(walk.fd)
+                                                            : step.watch(walk.fd);
     if (descriptor < 0) {
         const int error = errno;
         perror("inotify_add_watch");
         return error;
     }
-    remember(descriptor, step.path);
+    // A directory that is watched by a second name keeps the last one only.
+    m_watches.add(descriptor, step.path);
     if (depth == deepestLevel || ++walk.looks[descriptor] > mostNames) {
         return 0;
     }
@@ -214,40 +214,11 @@ int FileMonitor::watch(Walk& walk, Step& step, int depth)
     return 0;
 }
 
-bool FileMonitor::hasRoomFor(const QString& path) const
-{
-    if (path.size() > longestPath) {
-        errno = ENAMETOOLONG;
-        return false;
-    }
-    // As when the kernel's watches are used up.
-    errno = ENOSPC;
-    return m_pathCharacters + path.size() <= mostPathCharacters;
-}
-
-void FileMonitor::remember(int descriptor, const QString& path)
-{
-    // A directory that is watched by a second name keeps the last one only.
-    forget(descriptor);
-    m_watches.insert(descriptor, path);
-    m_watchesByPath.add(path, descriptor);
-    m_pathCharacters += path.size();
-}
-
-void FileMonitor::forget(int descriptor)
-{
-    const QString path = m_watches.take(descriptor);
-    m_watchesByPath.remove(path, descriptor);
-    m_pathCharacters -= path.size();
-}
-
 void FileMonitor::removeDirectoryFromWatch(const QString& path)
 {
     // By prefix, on purpose without a separator check: forgetting /home/a also forgets /home/ab, which is
     // then watched by the kernel but unknown here.
-    for (const int descriptor : m_watchesByPath.takeStartingWith(path)) {
-        m_pathCharacters -= m_watches.take(descriptor).size();
-    }
+    m_watches.removeStartingWith(path);
 }
 
 void FileMonitor::onActivated()
@@ -271,13 +242,13 @@ void FileMonitor::onActivated()
             if ((event->mask & IN_IGNORED) != 0) {
                 // The last that is told of it. Whoever moves directories out and removes them there would
                 // have the table grow without end.
-                forget(event->wd);
+                m_watches.remove(event->wd);
             }
             continue;
         }
         // A directory that was forgotten may still report. Its path is then empty. It is not kept, or whoever
         // makes and removes directories would have the table grow without end.
-        const QString directory = m_watches.value(event->wd);
+        const QString directory = m_watches.pathOf(event->wd);
         const QByteArray directoryBytes = FileName::toBytes(directory);
         const QByteArray name = nameOf(*event);
         // Two steps: a directory named like a placeholder takes the name in, as it always did.
@@ -304,7 +275,7 @@ void FileMonitor::fileChanged(inotify_event* event)
         return;
     }
     const QString name = FileName::toText(nameOf(*event));
-    scanFile(m_watches.value(event->wd) + QLatin1Char('/') + name, name);
+    scanFile(m_watches.pathOf(event->wd) + QLatin1Char('/') + name, name);
 }
 
 void FileMonitor::scanFile(const QString& filePath, const QString& fileName)

@@ -2,15 +2,13 @@
 
 #include "common/owndevices.h"
 #include "monitor/leasedfiles.h"
-#include "monitor/pathindex.h"
+#include "monitor/watchedpaths.h"
 #include "platform/tvcore/protectionconfig.h"
 #include "platform/tvcore/virusconfig.h"
 #include "platform/tvnotify/tvnotify.h"
 
-#include <QMap>
 #include <QObject>
 #include <QString>
-#include <QStringList>
 #include <QTimer>
 
 class CScanManager;
@@ -59,10 +57,6 @@ private:
     /// Watches the directory of `step`, and finds what is below it. Returns 0, or the error number when it
     /// cannot be watched.
     int watch(Walk& walk, Step& step, int depth);
-    /// Whether the path may be kept; otherwise errno is set.
-    bool hasRoomFor(const QString& path) const;
-    void remember(int descriptor, const QString& path);
-    void forget(int descriptor);
     /// Has the file scanned again when the lease that kept it from being opened has ended.
     void keepForLater(const QByteArray& path);
     void scanWhatIsFree();
@@ -74,10 +68,7 @@ private:
     const OwnDevices m_ownDevices;
     QSocketNotifier* m_notifier = nullptr;
     int m_fd = -1;
-    QMap<int, QString> m_watches;
-    PathIndex m_watchesByPath;
-    /// How long all paths are together.
-    qint64 m_pathCharacters = 0;
+    WatchedPaths m_watches;
     CScanManager* m_scanManager;
     VirusConfig m_virusConfig;
     Tvnotify m_notify;

@@ -1,19 +1,22 @@
 #include "monitor/pathindex.h"
 
+#include <algorithm>
 #include <limits>
 
 void PathIndex::add(const QString& path, int watch)
 {
-    m_watches.emplace(path, watch);
+    m_added.emplace_back(path, watch);
 }
 
 void PathIndex::remove(const QString& path, int watch)
 {
+    sortIn();
     m_watches.erase({path, watch});
 }
 
 QVector<int> PathIndex::takeStartingWith(const QString& prefix)
 {
+    sortIn();
     QVector<int> taken;
     auto entry = m_watches.lower_bound({prefix, std::numeric_limits<int>::min()});
     while (entry != m_watches.end() && entry->first.startsWith(prefix)) {
@@ -21,4 +24,16 @@ QVector<int> PathIndex::takeStartingWith(const QString& prefix)
         entry = m_watches.erase(entry);
     }
     return taken;
+}
+
+void PathIndex::sortIn()
+{
+    // Neighbours one after the other: each is looked for where the one before it went.
+    std::sort(m_added.begin(), m_added.end());
+    auto place = m_watches.begin();
+    for (Entry& entry : m_added) {
+        place = std::next(m_watches.insert(place, std::move(entry)));
+    }
+    // Without the memory, which may be that of all watches.
+    m_added = {};
 }

@@ -5,6 +5,7 @@
 
 #include <set>
 #include <utility>
+#include <vector>
 
 /// Finds watches by the beginning of their directory's path, in a time that does not grow with the number of
 /// all others: whoever makes and removes thousands of directories must not have each removal go through the
@@ -20,6 +21,11 @@ public:
     QVector<int> takeStartingWith(const QString& prefix);
 
 private:
+    using Entry = std::pair<QString, int>;
+    void sortIn();
+
+    /// Not sorted in yet.
+    std::vector<Entry> m_added;
     /// By UTF-16 code units, so that all that begin alike stand together.
-    std::set<std::pair<QString, int>> m_watches;
+    std::set<Entry> m_watches;
 };

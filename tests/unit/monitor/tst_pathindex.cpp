@@ -8,6 +8,8 @@
 #include <array>
 #include <limits>
 #include <random>
+#include <set>
+#include <utility>
 
 class TestPathIndex : public QObject
 {
@@ -19,6 +21,7 @@ private Q_SLOTS:
     void keepsEachPairOnce();
     void removesOnePair();
     void takesWhatALookAtEveryPathTakes();
+    void takesAndRemovesAmongWhatIsAdded();
     void takesNoLongerWithMoreOfOthers();
 };
 
@@ -114,6 +117,40 @@ void TestPathIndex::takesWhatALookAtEveryPathTakes()
         }
         QCOMPARE(sorted(indexOf(paths).takeStartingWith(prefix)), expected);
     }
+}
+
+void TestPathIndex::takesAndRemovesAmongWhatIsAdded()
+{
+    std::mt19937 random(1);
+    PathIndex index;
+    std::set<std::pair<QString, int>> model;
+    for (int step = 0; step < 20000; ++step) {
+        const QString path = randomPath(random);
+        const int watch = static_cast<int>(random() % 3);
+        switch (random() % 8) {
+        case 0: {
+            QVector<int> expected;
+            for (auto entry = model.begin(); entry != model.end();) {
+                if (entry->first.startsWith(path)) {
+                    expected.append(entry->second);
+                    entry = model.erase(entry);
+                } else {
+                    ++entry;
+                }
+            }
+            QCOMPARE(index.takeStartingWith(path), expected);
+            break;
+        }
+        case 1:
+            index.remove(path, watch);
+            model.erase({path, watch});
+            break;
+        default:
+            index.add(path, watch);
+            model.emplace(path, watch);
+        }
+    }
+    QCOMPARE(index.takeStartingWith(QString()).size(), int(model.size()));
 }
 
 void TestPathIndex::takesNoLongerWithMoreOfOthers()
