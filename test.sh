@@ -9,9 +9,9 @@ usage()
 usage: ./test.sh [--quick | --long | --coverage]
 
 Installs what is missing, checks the sources (clang-format, shellcheck, clang-tidy), builds, and runs the unit and
-the end-to-end tests with the address and undefined behaviour sanitizers, the fuzz targets, end-to-end, fault and
-desktop tests with a release build, and the Debian package: that is built, installed in a Debian of its own, and run
-there.
+the end-to-end tests with the address and undefined behaviour sanitizers and with the thread sanitizer, the fuzz
+targets, end-to-end, fault and desktop tests with a release build, and the Debian package: that is built, installed in
+a Debian of its own, and run there.
 
   --quick     a debug build and its tests: no sanitizers, checks of the sources, fuzz targets, faults or package
   --long      besides everything else, the fault tests in their long form and each fuzz target for ten minutes
@@ -76,6 +76,27 @@ step()
     fi
 }
 
+# step_beside NAME COMMAND...: a step that takes what time the next ones leave, most of whose tests wait.
+step_beside()
+{
+    local name=$1
+    shift
+    echo "== $name, beside what follows (after $SECONDS s)"
+    mkdir -p "$results"
+    nice -n 19 "$@" >"$results/beside.log" 2>&1 &
+    beside=$!
+}
+
+# step_ends NAME: waits for the one that was begun. Tells whether it passed.
+step_ends()
+{
+    step "$1, the end" wait "$beside" || {
+        cat "$results/beside.log"
+        return 1
+    }
+    tail -n 1 "$results/beside.log"
+}
+
 # suite NAME PREFIX COMMAND...: a command that runs many tests and writes JUnit files of them, whose names are the
 # words of PREFIX and whatever it appends to them.
 suite()
@@ -133,16 +154,17 @@ unit_tests()
     suite "unit tests, $1" "unit-$1" ctest --preset "$1" --parallel 2 --output-junit "$results/unit-$1.xml"
 }
 
-# run_parts PARTS NAME PRESET [ARGUMENT]...: at the same time, each in namespaces of its own: most tests wait for
-# something. Reports go through a descriptor, since the tests see other file systems in the place of this one.
-run_parts()
+# share_out PROCESSES NAME PRESET [ARGUMENT]...: tests at the same time, each process in namespaces of its own: most of them
+# wait for something. Files go through descriptors, since the tests see other file systems in the place of this one.
+share_out()
 {
-    local parts=$1 name=$2 preset=$3 status=0 number process processes=()
+    local count=$1 name=$2 preset=$3 status=0 number process processes=()
     shift 3
     rm -f "$results/$name"-*.log
-    for number in $(seq "$parts"); do
-        tests/e2e/run "build/$preset" "$@" --part="$number/$parts" --junitxml=/proc/self/fd/9 \
-            >"$results/$name-$number.log" 2>&1 9>"$results/$name-$number.xml" &
+    : >"$results/$name.taken"
+    for number in $(seq "$count"); do
+        tests/e2e/run "build/$preset" "$@" --share=/proc/self/fd/8 --junitxml=/proc/self/fd/9 \
+            >"$results/$name-$number.log" 2>&1 8<>"$results/$name.taken" 9>"$results/$name-$number.xml" &
         processes+=($!)
     done
     for process in "${processes[@]}"; do
@@ -156,14 +178,14 @@ run_parts()
 end_to_end_tests()
 {
     local preset=$1
-    suite "end-to-end tests, $preset" "e2e-$preset" run_parts 3 "e2e-$preset" "$@"
+    suite "end-to-end tests, $preset" "e2e-$preset" share_out 4 "e2e-$preset" "$@"
 }
 
 # With a release build: many compare times, and a sanitizer is another program to run out of memory with. One after the
 # other, each has the machine for itself.
 fault_tests()
 {
-    suite "fault tests" faults run_parts 1 faults release --suite=faults "$@"
+    suite "fault tests" faults share_out 1 faults release --suite=faults "$@"
 }
 
 # fuzz_tests [OPTION]...
@@ -176,6 +198,12 @@ fuzz_tests()
 
 # Of nothing that a compiler made: the sanitizers have nothing to look at.
 scripts_alone=(--ignore-glob='test_update.py' --ignore-glob='test_firewall.py' --ignore-glob='test_manual.py')
+
+# What the tool asks of the service the other tests do, too, and of its commands only a scan has a second thread.
+of_one_thread=()
+for script in tests/e2e/test_tvctl_*.py; do
+    [ "$script" = tests/e2e/test_tvctl_scan.py ] || of_one_thread+=("--ignore-glob=${script##*/}")
+done
 
 # What they ask is answered the same however it was compiled, and they compare neither times nor memory. The other files
 # have an installation as it is delivered, races at full speed, and figures.
@@ -241,14 +269,21 @@ case $form in
     step "clang-format" check_format || true
     step "shellcheck" check_scripts || true
     if step "build, asan" build asan; then
-        step "clang-tidy" tests/lint/clang_tidy build/asan || true
+        step_beside "clang-tidy" tests/lint/clang_tidy build/asan
         unit_tests asan
         end_to_end_tests asan "${scripts_alone[@]}"
+        step_ends "clang-tidy" || true
+    fi
+    if step "build, tsan" build tsan; then
+        unit_tests tsan
+        end_to_end_tests tsan "${scripts_alone[@]}" "${of_one_thread[@]}"
     fi
     fuzz_tests "${fuzz_options[@]}"
     if step "build, release" build_release; then
+        step_beside "many idle clients" tests/e2e/run build/release --suite=faults -m paced "${long_faults[@]}"
         end_to_end_tests release "${same_in_each_build[@]}"
-        fault_tests "${long_faults[@]}"
+        fault_tests -m 'not paced' "${long_faults[@]}"
+        step_ends "many idle clients" || true
         step "popup on a desktop" tests/desktop/popup_check build/release "$results/popup.png" || true
     fi
     package_tests

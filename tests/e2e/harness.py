@@ -147,7 +147,7 @@ class Chroot:
         os.symlink("usr/lib64", self.path / "lib64")
         # Each library directory by itself, so that others can be made beside them.
         visible = [*Path("/usr/lib").glob("*-linux-gnu*"), "/usr/share", "/usr/lib64", "/etc", "/dev",
-                   "/proc", BASE / "tools", "/home"] + (["/media"] if media else [])
+                   "/proc", BASE / "tests", BASE / "tools", "/home"] + (["/media"] if media else [])
         for source in map(Path, visible):
             if source.is_dir() and not source.is_symlink():
                 target = Path(f"{self.path}{source}")

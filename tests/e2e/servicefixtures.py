@@ -1,6 +1,6 @@
 """Fixtures of the tests that run the installed service; see harness.py for what they hand out."""
 
-import collections
+import fcntl
 import os
 import sys
 import threading
@@ -157,25 +157,41 @@ def long_form(pytestconfig):
 
 
 def pytest_addoption(parser):
-    parser.addoption("--part", metavar="N/OF", help="only the N-th of OF parts, which may run at the same time")
+    parser.addoption("--share", metavar="FILE", help="run only what no other process takes that is given this file, "
+                                                     "which is empty at first")
     parser.addoption("--long", action="store_true", help="the long form of tests that have one; takes hours")
 
 
-def pytest_collection_modifyitems(config, items):
-    """Shares the files out, the longest first, so that each part has about as many tests."""
-    if not config.getoption("part"):
-        return
-    part, parts = map(int, config.getoption("part").split("/"))
-    tests = collections.Counter(item.path for item in items)
-    loads = [0] * parts
-    chosen = set()
-    for path, count in sorted(tests.items(), key=lambda entry: (-entry[1], entry[0])):
-        lightest = loads.index(min(loads))
-        loads[lightest] += count
-        if lightest == part - 1:
-            chosen.add(path)
-    config.hook.pytest_deselected(items=[item for item in items if item.path not in chosen])
-    items[:] = [item for item in items if item.path in chosen]
+def pytest_configure(config):
+    config.addinivalue_line("markers", "paced: waits for minutes, since clients are let in one a second")
+
+
+def pytest_runtestloop(session):
+    """Runs the tests that this process is the first to take, so that none is left with the slow ones at the end."""
+    taken = session.config.getoption("share")
+    if not taken:
+        return None
+    with open(taken, "r+b", buffering=0) as file:
+        for number, item in enumerate(session.items):
+            if _take(file, number):
+                # What the next test needs is not known yet, but for what all need.
+                item.config.hook.pytest_runtest_protocol(item=item, nextitem=session)
+            if session.shouldstop:
+                raise session.Interrupted(session.shouldstop)
+    return True
+
+
+def _take(file, number):
+    """Whether the test of that number is still nobody's. The file has a byte for each that is somebody's."""
+    fcntl.lockf(file, fcntl.LOCK_EX)
+    try:
+        file.seek(0, os.SEEK_END)
+        if file.tell() > number:
+            return False
+        file.write(b"+")
+        return True
+    finally:
+        fcntl.lockf(file, fcntl.LOCK_UN)
 
 
 def pytest_terminal_summary(terminalreporter):

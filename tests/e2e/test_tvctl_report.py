@@ -15,7 +15,7 @@ from harness import DOCS, EICAR, EICAR_NAME, Path, Unwatched, fresh_directory, w
 DAY = 24 * 3600
 
 
-@pytest.fixture(scope="module")
+@pytest.fixture(scope="session")
 def shared_browser():
     browser = Browser(fresh_directory())
     yield browser
