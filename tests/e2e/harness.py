@@ -535,6 +535,13 @@ class Installation:
                 pass  # Closed in the meantime.
         return opened
 
+    def watches(self):
+        """How many directories the service watches, by the kernel's word."""
+        for number, target in self.descriptors().items():
+            if target == "anon_inode:inotify":
+                return Path(f"/proc/{self.process.pid}/fdinfo/{number}").read_text().count("inotify wd:")
+        return 0
+
     def has_sanitizer(self):
         """Whether the service is built with one, which takes memory of its own and keeps what is freed."""
         return is_sanitized(self.root / "bin" / SERVICE)

@@ -1,9 +1,10 @@
-"""Files that take the engine long to look into."""
+"""Files that take the engine long to look into, and signatures that take it long to load."""
 
 import io
+import os
 import zipfile
 
-from harness import EICAR
+from harness import EICAR, SIGNATURES
 
 PAGE = b'<html><script>var a="' + b"abcdefghij" * 100_000 + b'";</script></html>'
 
@@ -21,3 +22,9 @@ def write_slow_infected(path, archives):
     write_archive(pages, [(str(number), PAGE) for number in range(10)])
     return write_archive(path, [*((f"{number}.zip", pages.getvalue()) for number in range(archives)),
                                 ("eicar.com", EICAR)])
+
+
+def many_databases(tv):
+    good = SIGNATURES / "test-6.cvd"
+    for number in range(1500):
+        os.symlink(good, tv.db / f"test-6-{number}.cvd")

@@ -10,7 +10,7 @@ from datetime import datetime, timedelta
 
 import pytest
 
-from archives import write_slow_infected
+from archives import many_databases, write_slow_infected
 from commandclient import is_open, start_slow_scan
 from harness import (BASE, EICAR_NAME, KLEZ_PATTERN, PRELOAD, Path, Unwatched, exists, fresh_directory, quarantine_name,
                      scan_error, wait_gone, wait_until, write_once)
@@ -19,6 +19,8 @@ from tool import KEPT_CHANGE_TIMES, Tool
 
 HOUR = 3600
 STEPS = [HOUR, -HOUR]
+
+WATCHED = "INFO", "FileMonitor::startMonitoring", "Watching: /media"
 
 # What waits, waits some seconds; who takes the time of day for it waits an hour more.
 SOON = 60
@@ -58,8 +60,8 @@ def step(request):
 
 @pytest.fixture
 def start(tv, clock):
-    def start_with_clock(*arguments):
-        tv.start(*arguments, environment=clock.environment())
+    def start_with_clock(*arguments, **options):
+        tv.start(*arguments, environment=clock.environment(), **options)
         return tv
     return start_with_clock
 
@@ -93,6 +95,60 @@ def test_during_a_scan(start, clock, connect, home, slow_infected, step):
     wait_gone(path)
     tv.settle()
     assert [record["filePath"] for record in tv.reports()] == [str(path)]
+
+
+def test_during_the_first_walk(start, clock, home, step):
+    deepest = [home / str(number) / "inner" for number in range(10_000)]
+    for directory in deepest:
+        directory.mkdir(parents=True)
+    unwatched = Unwatched()
+    tv = start(wait=False)
+    wait_until(lambda: tv.watches() > 2, "the walk to begin")
+    tv.pause()
+    assert tv.watches() < len(deepest), "the walk was over too soon for this test"
+    clock.set(step)
+    tv.resume()
+    tv.wait_log(*WATCHED)
+    for directory in (deepest[0], deepest[-1]):
+        wait_gone(unwatched.move_in(directory / "eicar"))
+    tv.settle()
+    assert len(tv.reports()) == 2
+
+
+def test_during_a_load(tv, start, clock, connect, files, step):
+    many_databases(tv)
+    start()
+    client = connect("demo")
+    client.send("RELOADDB")
+    tv.wait_log("TRACE", "CSocketManager::onClientReceivedMessage", "Reload DB command recieved.")
+    clock.set(step)
+    assert not client.has_input(), "the load was over too soon for this test"
+    assert client.receive() == "SUCCESS"
+    assert client.ask(f"SCAN {write_once(files / 'eicar')}") == f"INFECTED {EICAR_NAME}"
+
+
+def test_during_the_hashing_of_a_file(tv, start, clock, connect, files, step):
+    content = bytes(400_000_000)
+    listed_hash(tv, content)
+    start()
+    client = connect("demo")
+    path = write_once(files / "long", content)
+    client.send(f"SCANIOC {path}")
+    wait_until(lambda: is_open(tv, path), "the hashing to begin")
+    clock.set(step)
+    assert is_open(tv, path), "the hashing was over too soon for this test"
+    assert client.receive().startswith("MD5:I")
+
+
+def test_files_under_lease(start, clock, home, leases, step):
+    tv = start()
+    paths = [leases.move_in(home / f"leased{number}") for number in range(20)]
+    tv.settle()
+    clock.set(step)
+    leases.end_all()
+    wait_until(lambda: not any(map(exists, paths)), "the leased files to be cleaned", SOON)
+    tv.settle()
+    assert sorted(record["filePath"] for record in tv.reports()) == sorted(map(str, paths))
 
 
 def test_a_copy_never_replaces_another(start, clock, home):

@@ -2,12 +2,9 @@
 
 import fcntl
 import os
-import signal
 import statistics
 import subprocess
 import time
-
-import pytest
 
 from archives import write_slow_infected
 from commandclient import is_open
@@ -22,42 +19,6 @@ LEASE_BREAK_TIME = 45
 TRIED_WITHIN = 10
 # The most that any other file may wait: far less than for a lease, and what a busy machine may need.
 LONGEST = 5
-
-
-class Leases:
-    """Files that are under lease as soon as they can be seen."""
-
-    def __init__(self):
-        self._unwatched = Unwatched()
-        self.outside = self._unwatched.path
-        self._held = {}
-
-    def move_in(self, path):
-        source = self._unwatched.file()
-        self._held[path] = os.open(source, os.O_RDWR)
-        fcntl.fcntl(self._held[path], fcntl.F_SETLEASE, fcntl.F_WRLCK)
-        os.rename(source, path)
-        return path
-
-    def empty(self, path):
-        os.ftruncate(self._held[path], 0)
-
-    def end(self, path):
-        os.close(self._held.pop(path))
-
-    def end_all(self):
-        for path in list(self._held):
-            self.end(path)
-
-
-@pytest.fixture
-def leases(home):
-    # The kernel asks for a lease by this signal, which would end a program.
-    before = signal.signal(signal.SIGIO, signal.SIG_IGN)
-    made = Leases()
-    yield made
-    made.end_all()
-    signal.signal(signal.SIGIO, before)
 
 
 def seconds_until_gone(path):

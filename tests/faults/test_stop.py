@@ -8,9 +8,9 @@ import time
 
 import pytest
 
-from archives import write_slow_infected
+from archives import many_databases, write_slow_infected
 from commandclient import is_open, start_slow_scan
-from harness import EICAR, KLEZ_PATTERN, SIGNATURES, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
+from harness import EICAR, KLEZ_PATTERN, Path, Unwatched, exists, fresh_directory, wait_gone, wait_until
 from processes import stopped
 from storefailures import locked_for_writing
 from tracer import Tracer
@@ -180,12 +180,6 @@ class Burst(Moment):
 
 
 MOMENTS = [Idle, RequestedScan, Hashing, Reload, WatchedScan, Load, Walk, Burst]
-
-
-def many_databases(tv):
-    good = SIGNATURES / "test-6.cvd"
-    for number in range(1500):
-        os.symlink(good, tv.db / f"test-6-{number}.cvd")
 
 
 def check_records(tv, written):
