@@ -1,12 +1,12 @@
 #include "logger/clogger.h"
 
 #include "common/common.h"
+#include "common/localtime.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
-#include <QLocale>
 
 #include <cstdlib>
 #include <iostream>
@@ -215,10 +215,8 @@ QString CLogger::getProperMethodName(const QString& signature)
 
 const char* CLogger::getCurrentTime()
 {
-    m_currentTime = QDateTime::currentDateTime();
-    const QByteArray text =
-        QLocale::c().toString(m_currentTime, QStringLiteral("yyyy-MM-dd hh:mm:ss:zzz")).toUtf8();
-    qstrncpy(m_timeBuffer, text.constData(), sizeof(m_timeBuffer));
+    const LocalTime now = LocalTime::now();
+    snprintf(m_timeBuffer, sizeof(m_timeBuffer), "%s:%03d", now.text().c_str(), now.milliseconds());
     return m_timeBuffer;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QDateTime>
 #include <QString>
 
 #include <atomic>
@@ -97,6 +96,5 @@ private:
     std::atomic<LOG_LEVEL> m_level = LOG_LEVEL_TRACE;
     std::atomic<LOG_TYPE> m_type = FILE_LOG;
     char m_timeBuffer[24] = {};
-    QDateTime m_currentTime;
 };
 } // namespace LOGGER

@@ -4,6 +4,7 @@
 #include "common/common.h"
 #include "common/filename.h"
 #include "common/heldfile.h"
+#include "common/localtime.h"
 #include "common/opendirectory.h"
 #include "common/subdirectories.h"
 #include "logger/clogger.h"
@@ -14,7 +15,6 @@
 
 #include <QDateTime>
 #include <QHash>
-#include <QLocale>
 #include <QSocketNotifier>
 #include <QStringBuilder>
 #include <QVector>
@@ -55,7 +55,7 @@ constexpr useconds_t gatherMicroseconds = 100;
 
 constexpr int infected = 1;
 constexpr int cannotOpen = 8;
-constexpr int popupSeconds = 60;
+constexpr std::chrono::seconds popupTime(60);
 
 constexpr int heldDirectory = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
@@ -357,7 +357,7 @@ void FileMonitor::recordDetection(const QString& filePath, const QString& fileNa
     report.setCleanStatus(status);
     report.setModuleName(moduleName());
     report.setModuleVersion(Common::getBuildDateTime());
-    report.setDateTime(QDateTime::currentDateTime());
+    report.setDateTime(QDateTime::currentDateTimeUtc());
     m_virusConfig.addVirusReport(report);
 }
 
@@ -372,8 +372,7 @@ void FileMonitor::showDetection(const QString& filePath, const QString& fileName
             .arg(virusName)
             .arg(statusText(status))
             .arg(FileName::toDisplay(filePath));
-    const QString closeAt = QLocale::c().toString(QDateTime::currentDateTime().addSecs(popupSeconds),
-                                                  QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    const QString closeAt = QString::fromStdString(LocalTime::after(popupTime).text());
     m_notify.showPopupToUser(QStringLiteral("Infected File Found"), message, QStringLiteral("4"),
                              Common::getIconsPath() + QStringLiteral("/ip_block.png"), QString(), QString(),
                              3, moduleName(), closeAt);

@@ -4,6 +4,7 @@
 #include "common/common.h"
 #include "common/filename.h"
 #include "common/heldfile.h"
+#include "common/localtime.h"
 #include "logger/clogger.h"
 #include "platform/tvcore/scansetting.h"
 #include "scan/cscanfile.h"
@@ -13,9 +14,7 @@
 
 #include <QByteArray>
 #include <QCryptographicHash>
-#include <QDateTime>
 #include <QFileDevice>
-#include <QLocale>
 
 #include <cerrno>
 
@@ -114,12 +113,11 @@ bool CScanManager::takebackupOfFile(const QString& path) const
 
 bool CScanManager::takeBackup(const QString& path, const HeldFile& file)
 {
-    const QString stamp =
-        QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("yyyy-MM-dd_hh-mm-ss_"));
+    const QString stamp = QString::fromStdString(LocalTime::now().name());
     const QByteArray digest =
         QCryptographicHash::hash(FileName::toBytes(path), QCryptographicHash::Md5).toHex();
     // The file's own name stays out of the quarantine: it is the attacker's text.
-    const QString destination = Common::getQuarantinePath() + QLatin1Char('/') + stamp +
+    const QString destination = Common::getQuarantinePath() + QLatin1Char('/') + stamp + QLatin1Char('_') +
                                 QString::fromLatin1(digest) + QStringLiteral(".tvq");
     const int error = copyIntoQuarantine(file, destination);
     if (error != 0) {
