@@ -32,9 +32,12 @@ const TagText tagTexts[] = {
 /// The tag that `text` starts with.
 TagText tagAtStart(QStringView text)
 {
-    for (const TagText& entry : tagTexts) {
-        if (text.startsWith(entry.text)) {
-            return entry;
+    // Most characters begin none.
+    if (!text.isEmpty() && text.front() == QLatin1Char('<')) {
+        for (const TagText& entry : tagTexts) {
+            if (text.startsWith(entry.text)) {
+                return entry;
+            }
         }
     }
     return {Tag::None, {}};

@@ -27,6 +27,14 @@ void TestPopupExpiry::readsLocalTime_data()
     QTest::newRow("east") << QByteArray("UTC-5") << QLocale::c() << text << time - 18000000;
     QTest::newRow("German") << QByteArray("UTC") << QLocale(QLocale::German) << text << time;
     QTest::newRow("Arabic") << QByteArray("UTC") << QLocale(QLocale::Arabic, QLocale::Egypt) << text << time;
+    // With rules of its own, so that no zone files are needed.
+    const QByteArray central = "CET-1CEST,M3.5.0,M10.5.0/3";
+    QTest::newRow("winter") << central << QLocale::c() << QStringLiteral("2024-01-31 00:00:00")
+                            << Q_INT64_C(1706655600000);
+    QTest::newRow("summer") << central << QLocale::c() << QStringLiteral("2024-07-31 00:00:00")
+                            << Q_INT64_C(1722376800000);
+    QTest::newRow("leap day") << QByteArray("UTC") << QLocale::c() << QStringLiteral("2024-02-29 23:59:59")
+                              << Q_INT64_C(1709251199000);
     QTest::newRow("before 1970") << QByteArray("UTC") << QLocale::c() << QStringLiteral("1969-12-31 23:59:59")
                                  << qint64(-1000);
 }
@@ -53,6 +61,14 @@ void TestPopupExpiry::ignoresAnythingElse_data()
     QTest::newRow("ISO") << QStringLiteral("2024-05-01T13:45:07");
     QTest::newRow("no such day") << QStringLiteral("2024-02-30 00:00:00");
     QTest::newRow("no such hour") << QStringLiteral("2024-05-01 25:00:00");
+    QTest::newRow("no such minute") << QStringLiteral("2024-05-01 13:60:00");
+    QTest::newRow("no such second") << QStringLiteral("2024-05-01 13:45:60");
+    QTest::newRow("no such month") << QStringLiteral("2024-13-01 13:45:07");
+    QTest::newRow("no leap year") << QStringLiteral("2023-02-29 13:45:07");
+    QTest::newRow("one digit") << QStringLiteral("2024-5-01 13:45:007");
+    QTest::newRow("sign") << QStringLiteral("2024-05-01 13:45:+7");
+    QTest::newRow("blank") << QStringLiteral("2024-05-01 13:45: 7");
+    QTest::newRow("something in front") << QStringLiteral(" 2024-05-01 13:45:07");
     QTest::newRow("something after it") << QStringLiteral("2024-05-01 13:45:07 x");
     QTest::newRow("Arabic digits") << QString::fromUtf8("٢٠٢٤-٠٥-٠١ ١٣:٤٥:٠٧");
 }
