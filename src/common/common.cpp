@@ -124,7 +124,10 @@ QString Common::getTempDirPath()
 
 QString Common::createDirectoryIfNotExists(const QString& path)
 {
-    if (!QDir(path).exists() && !QDir().mkpath(path)) {
+    // Asked several times for each file event, so without what QDir would put together first.
+    struct stat status = {};
+    const bool exists = ::stat(QFile::encodeName(path).constData(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (!exists && !QDir().mkpath(path)) {
         qDebug() << "Failed to make directory! Error:";
     }
     return path;
@@ -132,7 +135,9 @@ QString Common::createDirectoryIfNotExists(const QString& path)
 
 QString Common::getBuildDateTime()
 {
-    return formattedBuildDate(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    // Every record of a detection has it.
+    static const QString text = formattedBuildDate(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    return text;
 }
 
 QString Common::getBuildDate()
