@@ -9,6 +9,7 @@
 #include "socket/clientsend.h"
 #include "socket/descriptorreserve.h"
 
+#include <QAbstractEventDispatcher>
 #include <QByteArray>
 #include <QCoreApplication>
 
@@ -49,6 +50,8 @@ CSocketManager::CSocketManager()
     if (!connected) {
         CLogger::getInstance()->Error(__PRETTY_FUNCTION__, error, "Failed to connect clientConnected!");
     }
+    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this,
+            [this] { m_isTurnOver = false; });
 }
 
 CSocketManager::~CSocketManager()
@@ -125,6 +128,11 @@ void CSocketManager::onClientConnected(int socket)
 
 void CSocketManager::doInTurn(std::function<void()> work)
 {
+    if (m_waiting.empty() && !m_isTurnOver) {
+        m_isTurnOver = true;
+        work();
+        return;
+    }
     m_waiting.push_back(std::move(work));
     if (m_waiting.size() == 1) {
         QMetaObject::invokeMethod(this, &CSocketManager::doNext, Qt::QueuedConnection);
@@ -133,6 +141,7 @@ void CSocketManager::doInTurn(std::function<void()> work)
 
 void CSocketManager::doNext()
 {
+    m_isTurnOver = true;
     // It stays in front while it is done, so that it is not taken for the start of an empty queue.
     m_waiting.front()();
     m_waiting.pop_front();

@@ -50,7 +50,7 @@ private:
 
     /// Has `work` done when everything that was announced before it is done: one piece in each turn of the
     /// event loop, so that a client who has many requests waiting does not keep the loop from everything
-    /// else.
+    /// else. At once when nothing waits and this turn had none yet.
     void doInTurn(std::function<void()> work);
     void doNext();
 
@@ -64,4 +64,6 @@ private:
     /// Every client's thread that was started and did not end yet, those of `m_clients` included.
     QSet<CClientThread*> m_threads;
     std::deque<std::function<void()>> m_waiting;
+    /// This turn of the event loop has done its piece.
+    bool m_isTurnOver = false;
 };

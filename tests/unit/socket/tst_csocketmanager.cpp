@@ -48,6 +48,7 @@ private Q_SLOTS:
     void sendsATextDirectly_data();
     void sendsATextDirectly();
     void servesManyRequestsOfOneClientInOrder();
+    void servesAtOnceWhenNothingWaits();
     void answersWhatWasQueuedBeforeItCloses();
     void executesWhatAClientLeftBehind();
     void shutsDownAClientThatDoesNotRead();
@@ -82,6 +83,19 @@ void sendBytes(int peer, const QByteArray& bytes)
         qFatal("cannot send");
     }
 }
+
+/// Counts the queued calls of an object.
+class CallCounter : public QObject
+{
+public:
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        calls += event->type() == QEvent::MetaCall ? 1 : 0;
+        return false;
+    }
+
+    int calls = 0;
+};
 
 QByteArray received(int peer)
 {
@@ -461,6 +475,20 @@ void TestCSocketManager::servesManyRequestsOfOneClientInOrder()
     reader.join();
     QVERIFY(allServed);
     QCOMPARE(FakeScanners::calls, expected);
+}
+
+void TestCSocketManager::servesAtOnceWhenNothingWaits()
+{
+    constexpr int requests = 100;
+    const int peer = connectClient();
+    QCOMPARE(ask(peer, "MODULE demo"), QByteArray("REGISTERED!"));
+    CallCounter counter;
+    m_manager->installEventFilter(&counter);
+    for (int i = 0; i < requests; ++i) {
+        QCOMPARE(ask(peer, "SCAN /a"), QByteArray("CLEAN"));
+    }
+    // What the client's thread announces, and no call of the manager to itself.
+    QCOMPARE(counter.calls, requests);
 }
 
 void TestCSocketManager::answersWhatWasQueuedBeforeItCloses()
