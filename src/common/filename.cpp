@@ -52,12 +52,18 @@ bool isEscapedByte(const QString& text, int position)
 
 QString FileName::toText(const QByteArray& name)
 {
+    QString text;
+    append(text, name);
+    return text;
+}
+
+void FileName::append(QString& text, const QByteArray& name)
+{
     // QString::fromUtf8 would not do: it drops a leading U+FEFF and merges bad bytes into U+FFFD, and
     // the file would never be found again.
     const auto* bytes = reinterpret_cast<const uchar*>(name.constData());
     const uchar* const end = bytes + name.size();
-    QString text;
-    text.reserve(name.size());
+    text.reserve(text.size() + name.size());
     for (int i = 0; i < name.size();) {
         // Most names are nothing else.
         const int ascii = static_cast<int>(std::find_if(bytes + i, end, isBeyondAscii) - (bytes + i));
@@ -80,7 +86,6 @@ QString FileName::toText(const QByteArray& name)
         }
         i += decoded.length;
     }
-    return text;
 }
 
 QByteArray FileName::toBytes(const QString& text)

@@ -13,6 +13,8 @@ namespace FileName
 {
 /// The text of the bytes `name`.
 QString toText(const QByteArray& name);
+/// Puts it behind `text`.
+void append(QString& text, const QByteArray& name);
 
 /// The bytes of `text`, the exact ones that `toText` was given.
 QByteArray toBytes(const QString& text);

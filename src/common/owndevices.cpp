@@ -21,3 +21,9 @@ bool OwnDevices::contains(dev_t device) const
 {
     return std::find(m_devices.begin(), m_devices.end(), device) != m_devices.end();
 }
+
+bool OwnDevices::hold(int file) const
+{
+    struct stat status = {};
+    return ::fstat(file, &status) == 0 && contains(status.st_dev);
+}

@@ -17,6 +17,8 @@ public:
     OwnDevices();
 
     bool contains(dev_t device) const;
+    /// Whether what the descriptor `file` stands for lies on one of them.
+    bool hold(int file) const;
 
 private:
     std::array<std::optional<dev_t>, 2> m_devices;

@@ -2,7 +2,7 @@
 
 #include "common/uniquefd.h"
 
-#include <memory>
+#include <array>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -10,43 +10,34 @@
 
 namespace
 {
-struct CloseDirectory
-{
-    void operator()(DIR* directory) const
-    {
-        ::closedir(directory);
-    }
-};
-
 /// Whether the entry is a directory itself, not a link to one.
-bool isDirectory(DIR* directory, const dirent& entry, bool isTypeTrusted)
+bool isDirectory(const UniqueFd& directory, const dirent64& entry, bool trusted)
 {
     // Some file systems do not tell the type with the name.
-    if (isTypeTrusted && entry.d_type != DT_UNKNOWN) {
+    if (trusted && entry.d_type != DT_UNKNOWN) {
         return entry.d_type == DT_DIR;
     }
     struct stat status = {};
-    return ::fstatat(::dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0 &&
+    return ::fstatat(directory.get(), entry.d_name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0 &&
            S_ISDIR(status.st_mode);
 }
 } // namespace
 
-QVector<QByteArray> subdirectoriesOf(int directory, const OwnDevices& trusted)
+QVector<QByteArray> subdirectoriesOf(int directory, bool trusted)
 {
-    // Read here and not by QDir, which leaves out names that the locale cannot spell.
+    // Read here and not by QDir, which leaves out names that the locale cannot spell; nor by readdir, which
+    // takes three more system calls for each directory.
     QVector<QByteArray> names;
-    UniqueFd readable(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(readable.get()));
-    if (!stream) {
-        return names;
-    }
-    // The stream closes it from here on.
-    readable.release();
-    struct stat own = {};
-    const bool isTypeTrusted = ::fstat(::dirfd(stream.get()), &own) == 0 && trusted.contains(own.st_dev);
-    while (const dirent* entry = ::readdir(stream.get())) {
-        if (entry->d_name[0] != '.' && isDirectory(stream.get(), *entry, isTypeTrusted)) {
-            names.append(QByteArray(entry->d_name));
+    const UniqueFd readable(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    alignas(dirent64) std::array<char, 32768> records;
+    ssize_t size = 0;
+    while ((size = ::getdents64(readable.get(), records.data(), records.size())) > 0) {
+        for (ssize_t offset = 0; offset < size;) {
+            const auto* entry = reinterpret_cast<const dirent64*>(records.data() + offset);
+            offset += entry->d_reclen;
+            if (entry->d_name[0] != '.' && isDirectory(readable, *entry, trusted)) {
+                names.append(QByteArray(entry->d_name));
+            }
         }
     }
     return names;

@@ -16,7 +16,6 @@
 #include <QDateTime>
 #include <QHash>
 #include <QSocketNotifier>
-#include <QStringBuilder>
 #include <QVector>
 
 #include <algorithm>
@@ -45,9 +44,9 @@ static_assert(removedDirectory == 0x2600);
 constexpr int deepestLevel = 5;
 /// A new directory counts as level four, wherever it lies: it and one level below are watched.
 constexpr int newDirectoryDepth = 3;
-/// How often one walk looks into the same directory. It has a second name where it is mounted a second time;
-/// but whoever wrote a medium may have given it a thousand, and those below it again, and the walk would not
-/// end.
+/// How often one walk looks into the same directory of a medium. It has a second name where it is mounted a
+/// second time; but whoever wrote the medium may have given it a thousand, and those below it again, and the
+/// walk would not end.
 constexpr int mostNames = 4;
 constexpr size_t readSize = 1024;
 /// Lets a burst gather, so that one read takes more of it.
@@ -63,6 +62,17 @@ constexpr int heldDirectory = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 QByteArray pathOf(const UniqueFd& directory)
 {
     return "/proc/self/fd/" + QByteArray::number(directory.get());
+}
+
+/// In one piece of memory: a walk makes one for each directory.
+QString pathBelow(const QString& path, const QByteArray& name)
+{
+    QString below;
+    below.reserve(path.size() + 1 + name.size());
+    below += path;
+    below += QLatin1Char('/');
+    FileName::append(below, name);
+    return below;
 }
 
 QString moduleName()
@@ -114,7 +124,7 @@ struct FileMonitor::Walk
     int fd;
     /// Whose failures are logged.
     const char* location;
-    /// How often it looked into the directory of each watch.
+    /// How often it looked into the directory of each watch on a medium.
     QHash<int, int> looks = {};
     Excursion excursion = {};
     /// It may take long, and only this process knows of it. Not while a failure is logged.
@@ -185,7 +195,7 @@ void FileMonitor::visit(Walk& walk, Step& step, int& depth)
             walk.work.emplace();
         }
         for (const QByteArray& name : qAsConst(step.below)) {
-            Step below = {&step, name, step.path % QLatin1Char('/') % FileName::toText(name)};
+            Step below = {&step, name, pathBelow(step.path, name)};
             visit(walk, below, depth);
         }
     }
@@ -205,10 +215,14 @@ int FileMonitor::watch(Walk& walk, Step& step, int depth)
     }
     // A directory that is watched by a second name keeps the last one only.
     m_watches.add(descriptor, step.path);
-    if (depth == deepestLevel || ++walk.looks[descriptor] > mostNames) {
+    if (depth == deepestLevel) {
         return 0;
     }
-    step.below = subdirectoriesOf(step.directory.get(), m_ownDevices);
+    const bool isOwn = m_ownDevices.hold(step.directory.get());
+    if (!isOwn && ++walk.looks[descriptor] > mostNames) {
+        return 0;
+    }
+    step.below = subdirectoriesOf(step.directory.get(), isOwn);
     step.isEntered =
         depth == deepestLevel - 1 && !step.below.isEmpty() && walk.excursion.enter(step.directory);
     return 0;

@@ -1,6 +1,7 @@
 #include "common/subdirectories.h"
 
 #include "common/filename.h"
+#include "common/owndevices.h"
 #include "common/uniquefd.h"
 
 #include <QDir>
@@ -23,6 +24,7 @@ class TestSubdirectories : public QObject
 private Q_SLOTS:
     void listsRealVisibleDirectoriesOnly();
     void listsWhatQtLists();
+    void listsWhatTakesManyReads();
     void keepsNamesThatAreNotUtf8();
     void isEmptyForWhatCannotBeRead();
     void leavesNoDescriptorOpen();
@@ -55,7 +57,7 @@ QVector<QByteArray> sorted(QVector<QByteArray> names)
 QVector<QByteArray> namesIn(const QByteArray& path)
 {
     const UniqueFd directory(::open(path.constData(), O_PATH | O_CLOEXEC));
-    return subdirectoriesOf(directory.get(), OwnDevices());
+    return subdirectoriesOf(directory.get(), OwnDevices().hold(directory.get()));
 }
 
 void fill(const QString& path)
@@ -73,14 +75,16 @@ void fill(const QString& path)
 }
 } // namespace
 
-extern "C" dirent* readdir(DIR* directory)
+extern "C" ssize_t getdents64(int directory, void* buffer, size_t size) noexcept
 {
-    static auto* const real = realFunction<dirent*(DIR*)>("readdir");
-    dirent* entry = real(directory);
-    if (entry != nullptr && forgedType >= 0) {
+    static auto* const real = realFunction<ssize_t(int, void*, size_t)>("getdents64");
+    const ssize_t read = real(directory, buffer, size);
+    for (ssize_t offset = 0; offset < read && forgedType >= 0;) {
+        auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + offset);
         entry->d_type = static_cast<unsigned char>(forgedType);
+        offset += entry->d_reclen;
     }
-    return entry;
+    return read;
 }
 
 extern "C" int fstatat(int directory, const char* name, struct stat* status, int flags) noexcept
@@ -108,6 +112,17 @@ void TestSubdirectories::listsWhatQtLists()
         if (!entry.isSymLink()) {
             expected.append(entry.fileName().toUtf8());
         }
+    }
+    QCOMPARE(sorted(namesIn(home.path().toUtf8())), sorted(expected));
+}
+
+void TestSubdirectories::listsWhatTakesManyReads()
+{
+    const QTemporaryDir home;
+    QVector<QByteArray> expected;
+    for (int i = 0; i < 600; ++i) {
+        expected.append(QByteArray::number(i) + QByteArray(200, 'n'));
+        QCOMPARE(::mkdir((home.path().toUtf8() + '/' + expected.last()).constData(), 0700), 0);
     }
     QCOMPARE(sorted(namesIn(home.path().toUtf8())), sorted(expected));
 }

@@ -27,6 +27,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 /// The monitor over a fake kernel and fake scanners.
@@ -56,6 +57,7 @@ private Q_SLOTS:
     void keepsOnlyTheLastNameOfADirectory();
     void endsInADirectoryThatHoldsItselfUnderManyNames();
     void watchesADirectoryThatIsMountedTwiceByItsLastName();
+    void watchesAllOfADirectoryThatIsMountedOften();
     void watchesANewDirectoryAndOneLevelBelow();
     void countsANewDirectoryFromItselfAndNotFromTheRoot();
     void watchesANewHiddenDirectory();
@@ -125,6 +127,8 @@ namespace
 QVector<QByteArray> opened;
 bool isRecording = false;
 bool canEnterDirectories = true;
+/// Whether every directory is on a device that others may have written.
+bool isOnAMedium = false;
 
 QVector<useconds_t> pauses;
 std::function<void()> onPause;
@@ -172,6 +176,17 @@ extern "C" int openat(int directory, const char* name, int flags, ...)
     return real(directory, name, flags);
 }
 
+extern "C" int fstat(int file, struct stat* status) noexcept
+{
+    static const auto real = reinterpret_cast<int (*)(int, struct stat*)>(::dlsym(RTLD_NEXT, "fstat"));
+    const int result = real(file, status);
+    // Whatever the test's own directory is on.
+    struct stat root = {};
+    ::stat("/", &root);
+    status->st_dev = isOnAMedium ? ~root.st_dev : root.st_dev;
+    return result;
+}
+
 extern "C" int fchdir(int directory) noexcept
 {
     static const auto real = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "fchdir"));
@@ -187,6 +202,7 @@ void TestFileMonitor::init()
     opened.clear();
     isRecording = false;
     canEnterDirectories = true;
+    isOnAMedium = false;
     QLocale::setDefault(QLocale::c());
     FakeResponse::reset();
     pauses.clear();
@@ -457,6 +473,7 @@ void TestFileMonitor::keepsOnlyTheLastNameOfADirectory()
 void TestFileMonitor::endsInADirectoryThatHoldsItselfUnderManyNames()
 {
     // What the kernel gives the same descriptor is the same directory.
+    isOnAMedium = true;
     for (int first = 0; first < 10; ++first) {
         for (int second = 0; second < 10; ++second) {
             const QByteArray path = "/media/" + QByteArray::number(first) + '/' + QByteArray::number(second);
@@ -484,6 +501,25 @@ void TestFileMonitor::watchesADirectoryThatIsMountedTwiceByItsLastName()
     QCOMPARE(watched.size(), 6);
     deliver(FakeInotify::record(78, IN_MODIFY, "f"));
     QCOMPARE(FakeResponse::scanned, QStringList{QString::fromUtf8(watched.at(4)) + QStringLiteral("/f")});
+}
+
+void TestFileMonitor::watchesAllOfADirectoryThatIsMountedOften()
+{
+    // By the last of its names, here as well as below.
+    for (int number = 0; number < 10; ++number) {
+        const QByteArray path = "/home/" + QByteArray::number(number);
+        makeTree(QString::fromLatin1(path + "/below"));
+        FakeInotify::chosenDescriptors[path] = 77;
+        FakeInotify::chosenDescriptors[path + "/below"] = 78;
+    }
+    start();
+    const QVector<QByteArray> watched = FakeInotify::watchedPaths();
+    QCOMPARE(watched.size(), 2 + 10 + 10);
+    deliver(FakeInotify::record(77, IN_MODIFY, "f") + FakeInotify::record(78, IN_MODIFY, "f"));
+    // Then /media.
+    const QString last = QString::fromUtf8(watched.at(watched.size() - 3));
+    QCOMPARE(FakeResponse::scanned,
+             QStringList({last + QStringLiteral("/f"), last + QStringLiteral("/below/f")}));
 }
 
 void TestFileMonitor::watchesANewDirectoryAndOneLevelBelow()

@@ -35,7 +35,8 @@ public:
             level == deepestLevel) {
             return;
         }
-        for (const QByteArray& name : subdirectoriesOf(directory.get(), m_ownDevices)) {
+        for (const QByteArray& name :
+             subdirectoriesOf(directory.get(), m_ownDevices.contains(status.st_dev))) {
             if (steady_clock::now() > m_deadline) {
                 m_need.isComplete = false;
                 return;
