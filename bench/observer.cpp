@@ -1,5 +1,6 @@
 // Counts, from within the service, what cannot be seen from outside: how many scans were done, whether the
-// kernel's queue of events overflowed, when the port was opened and when the last directory was watched.
+// kernel's queue of events overflowed, when the port was opened and when all directories were watched, so
+// that events are waited for.
 //
 // Loaded by LD_PRELOAD. The counts are in the file that TVFILEMON_BENCH_OBSERVER names, as whole numbers of
 // eight bytes in the order of `Count`, and can be read from there at any time.
@@ -7,6 +8,7 @@
 #include "kit/clock.h"
 #include "kit/program.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,6 +17,7 @@
 #include <clamav.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -110,9 +113,21 @@ OBSERVED int inotify_add_watch(int descriptor, const char* path, uint32_t mask) 
 {
     static auto* const next = real<int(int, const char*, uint32_t)>("inotify_add_watch");
     const int result = next(descriptor, path, mask);
+    // Nothing more: the bare side does not even this.
     ++count(Watches);
-    count(WatchingEnded) = nanosecondsNow();
     return result;
+}
+
+OBSERVED int poll(pollfd* files, nfds_t size, int milliseconds)
+{
+    static auto* const next = real<int(pollfd*, nfds_t, int)>("poll");
+    const auto isInotify = [](const pollfd& file) {
+        return file.fd == inotifyDescriptor;
+    };
+    if (count(WatchingEnded) == 0 && inotifyDescriptor >= 0 && std::any_of(files, files + size, isInotify)) {
+        count(WatchingEnded) = nanosecondsNow();
+    }
+    return next(files, size, milliseconds);
 }
 
 OBSERVED ssize_t read(int descriptor, void* buffer, size_t size)

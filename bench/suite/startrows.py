@@ -31,6 +31,7 @@ def tree(count, on_disk):
 def start_of_watching(count):
     """Of the service, in milliseconds, when there are `count` directories."""
     with Service(databases=(), observed=True) as service:
+        harness.wait_until(lambda: service.observer.counts()["watching_ended"] > 0, "events to be waited for")
         counts = service.observer.counts()
     assert counts["watches"] > count, f"{counts['watches']} directories are watched, not {count}"
     return milliseconds(counts["watching_ended"] - counts["watching_began"])
