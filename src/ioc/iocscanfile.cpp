@@ -12,7 +12,32 @@
 
 #include <cerrno>
 
+#include <sys/stat.h>
+
 using LOGGER::CLogger;
+
+namespace
+{
+/// As QFileInfo tells it, which has no time for the very moment that 0 stands for.
+QDateTime modifiedAt(const struct stat& status)
+{
+    const qint64 milliseconds =
+        static_cast<qint64>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
+    return milliseconds == 0 ? QDateTime() : QDateTime::fromMSecsSinceEpoch(milliseconds, Qt::UTC);
+}
+
+/// Whether the file at `path` still has the size and time of the record `info`.
+bool isUnchanged(const FileIOCInfo& info, const QString& path, const CheckedFile& object)
+{
+    if (object.kind() == CheckedFile::Kind::Missing) {
+        // It could not be held, which does not mean that it is not there.
+        const QFileInfo file(path);
+        return info.getFileModDate() == file.lastModified() && info.getFileSize() == file.size();
+    }
+    return info.getFileSize() == object.status().st_size &&
+           info.getFileModDate() == modifiedAt(object.status());
+}
+} // namespace
 
 IOCScanFile* IOCScanFile::_instance = nullptr;
 
@@ -90,13 +115,11 @@ int IOCScanFile::scanFile(const QString& path, const HeldFile& held, QString& ha
     // By way of its descriptor: the path may lead to another file by now.
     const bool isMissing = held.object().kind() == CheckedFile::Kind::Missing;
     const QString object = isMissing ? path : FileName::toText(held.object().path());
-    const QFileInfo file(object);
     FileIOCInfo info;
     info.setFilePath(QFileInfo(path).absoluteFilePath());
     // By the path as it came: one that is not absolute and clean is never found, and hashed every time.
     const bool known = m_hashCache.getFileIOCInfo(path, info);
-    const bool unchanged =
-        known && info.getFileModDate() == file.lastModified() && info.getFileSize() == file.size();
+    const bool unchanged = known && isUnchanged(info, path, held.object());
     // An answer that holds for this moment only must not be kept: a listed file would be clean for ever.
     const bool worthKeeping = unchanged || readFile(object, info);
     info.setFileSign(QStringLiteral("-"));

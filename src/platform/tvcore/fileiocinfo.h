@@ -19,7 +19,7 @@ public:
     /// In bytes.
     long long getFileSize() const;
     void setFileSize(long long size);
-    /// Dates are kept with millisecond precision; a record from the store has them in local time. An invalid
+    /// Dates are kept with millisecond precision; a record from the store has them in UTC. An invalid
     /// date comes back invalid.
     QDateTime getFileCreateDate() const;
     void setFileCreateDate(const QDateTime& date);

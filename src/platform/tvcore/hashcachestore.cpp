@@ -5,9 +5,10 @@
 
 namespace
 {
+/// In UTC: the system looks at the time zone's file for each conversion to local time.
 QDateTime fetchedTime(const QVariant& value)
 {
-    return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong());
+    return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong(), Qt::UTC);
 }
 
 QVariant toBoundText(const QString& text)

@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,6 +43,9 @@ private Q_SLOTS:
     void matchesAnEmptyHashWithAnEmptyEntry();
     void addsARecordOfANewFile();
     void usesTheRecordOfAnUnchangedFile();
+    void knowsAFileOfAnyTime_data();
+    void knowsAFileOfAnyTime();
+    void usesTheRecordOfAFileThatCannotBeHeld();
     void hashesAgain_data();
     void hashesAgain();
     void keepsTheHashesOfAReplacementThatLooksTheSame();
@@ -320,6 +324,45 @@ void TestIocScanFile::usesTheRecordOfAnUnchangedFile()
              QStringList({QStringLiteral("get ") + path, QStringLiteral("update ") + path}));
     QCOMPARE(FakeIocStore::records.value(path).getFileSign(), QStringLiteral("-"));
     QVERIFY(!FakeIocStore::records.value(path).getFileCreateDate().isValid());
+}
+
+void TestIocScanFile::knowsAFileOfAnyTime_data()
+{
+    QTest::addColumn<qint64>("milliseconds");
+    QTest::newRow("now and then") << qint64(1700000000123);
+    QTest::newRow("the first moment") << qint64(0);
+    QTest::newRow("a millisecond later") << qint64(1);
+    QTest::newRow("before it") << qint64(-1);
+    QTest::newRow("long before it") << qint64(-86400500);
+    QTest::newRow("after 2038") << qint64(4000000000999);
+}
+
+void TestIocScanFile::knowsAFileOfAnyTime()
+{
+    QFETCH(qint64, milliseconds);
+    const QString path = makeFile("a", content);
+    // Between two milliseconds, as most are.
+    const qint64 below = milliseconds >= 0 ? 0 : 999;
+    const struct timespec time = {(milliseconds - below) / 1000,
+                                  (milliseconds - (milliseconds - below) / 1000 * 1000) * 1000000 + 4567};
+    const struct timespec times[] = {time, time};
+    QCOMPARE(::utimensat(AT_FDCWD, path.toUtf8().constData(), times, 0), 0);
+    scan(path);
+    QCOMPARE(FakeIocStore::records.value(path).getFileModDate(), QFileInfo(path).lastModified());
+    FakeFiles::reset();
+    scan(path);
+    QCOMPARE(FakeFiles::opened, 0);
+}
+
+void TestIocScanFile::usesTheRecordOfAFileThatCannotBeHeld()
+{
+    FakeIocStore::lists[0] = QStringList(md5());
+    scanner()->loadDatabases();
+    const QString path = makeFile("a", content);
+    QCOMPARE(scan(path), 1);
+    FakeFiles::lookError = EMFILE;
+    QCOMPARE(scan(path), 1);
+    QCOMPARE(FakeIocStore::records.value(path).getFileMD5(), md5());
 }
 
 void TestIocScanFile::hashesAgain_data()
