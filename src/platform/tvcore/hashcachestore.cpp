@@ -6,9 +6,9 @@
 namespace
 {
 /// In UTC: the system looks at the time zone's file for each conversion to local time.
-QDateTime fetchedTime(const QVariant& value)
+QDateTime fetchedTime(const StoreRow& row, int column)
 {
-    return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong(), Qt::UTC);
+    return row.isNull(column) ? QDateTime() : QDateTime::fromMSecsSinceEpoch(row.integer(column), Qt::UTC);
 }
 
 QVariant toBoundText(const QString& text)
@@ -16,12 +16,10 @@ QVariant toBoundText(const QString& text)
     return text.isNull() ? QVariant(QVariant::ByteArray) : QVariant(StoreText::toBound(text));
 }
 
-/// The text in the columns from `column` on: whether it is null, then its bytes. Qt reads both a null and an
-/// empty text as null.
-QString fetchedNullableText(const QSqlQuery& row, int column)
+/// A null text for NULL.
+QString fetchedNullableText(const StoreRow& row, int column)
 {
-    return row.value(column).toBool() ? QString()
-                                      : StoreText::fromFetched(row.value(column + 1).toByteArray());
+    return row.isNull(column) ? QString() : StoreText::fromFetched(row.bytes(column));
 }
 
 /// The values of a record, the path last.
@@ -59,20 +57,19 @@ bool HashCacheStore::find(const QString& path, FileIOCInfo& info)
     const bool isRead = m_store.read([&path, &isFound, &stored](StoreConnection& connection) {
         isFound = false;
         return connection.select(
-            QStringLiteral("SELECT size, created_at, modified_at, md5 IS NULL, CAST(md5 AS BLOB), "
-                           "sha1 IS NULL, CAST(sha1 AS BLOB), sha256 IS NULL, CAST(sha256 AS BLOB), "
-                           "sign IS NULL, CAST(sign AS BLOB) FROM file_ioc_info "
+            QStringLiteral("SELECT size, created_at, modified_at, CAST(md5 AS BLOB), CAST(sha1 AS BLOB), "
+                           "CAST(sha256 AS BLOB), CAST(sign AS BLOB) FROM file_ioc_info "
                            "WHERE path = CAST(? AS TEXT)"),
-            {StoreText::toBound(path)}, [&path, &isFound, &stored](const QSqlQuery& row) {
+            {StoreText::toBound(path)}, [&path, &isFound, &stored](const StoreRow& row) {
                 isFound = true;
                 stored.setFilePath(path);
-                stored.setFileSize(row.value(0).toLongLong());
-                stored.setFileCreateDate(fetchedTime(row.value(1)));
-                stored.setFileModDate(fetchedTime(row.value(2)));
+                stored.setFileSize(row.integer(0));
+                stored.setFileCreateDate(fetchedTime(row, 1));
+                stored.setFileModDate(fetchedTime(row, 2));
                 stored.setFileMD5(fetchedNullableText(row, 3));
-                stored.setFileSHA1(fetchedNullableText(row, 5));
-                stored.setFileSHA256(fetchedNullableText(row, 7));
-                stored.setFileSign(fetchedNullableText(row, 9));
+                stored.setFileSHA1(fetchedNullableText(row, 4));
+                stored.setFileSHA256(fetchedNullableText(row, 5));
+                stored.setFileSign(fetchedNullableText(row, 6));
             });
     });
     if (!isRead || !isFound) {
@@ -114,7 +111,7 @@ qint64 HashCacheStore::count()
     qint64 number = -1;
     const bool isRead = m_store.read([&number](StoreConnection& connection) {
         return connection.select(QStringLiteral("SELECT count(*) FROM file_ioc_info"), {},
-                                 [&number](const QSqlQuery& row) { number = row.value(0).toLongLong(); });
+                                 [&number](const StoreRow& row) { number = row.integer(0); });
     });
     return isRead ? number : -1;
 }

@@ -40,12 +40,12 @@ bool refuseDamaged(StoreConnection& connection)
 /// Runs a statement whose first column is `hashes` of the table, and calls `row` with each row and what that
 /// column holds: nothing when it is NULL.
 bool selectChunks(StoreConnection& connection, const QString& sql, const QVariantList& values,
-                  const std::function<void(const QSqlQuery&, const QStringList&)>& row)
+                  const std::function<void(const StoreRow&, const QStringList&)>& row)
 {
     bool isSound = true;
-    const bool isRead = connection.select(sql, values, [&isSound, &row](const QSqlQuery& query) {
+    const bool isRead = connection.select(sql, values, [&isSound, &row](const StoreRow& query) {
         QStringList hashes;
-        isSound = PackedTexts::unpack(query.value(0).toByteArray(), hashes) && isSound;
+        isSound = PackedTexts::unpack(query.bytes(0), hashes) && isSound;
         row(query, hashes);
     });
     return isRead && (isSound || refuseDamaged(connection));
@@ -60,10 +60,10 @@ bool searchList(StoreConnection& connection, int list, const std::function<void(
     // The index would bring the chunks in another order: all of them would be put into a file to sort them.
     const bool isRead = connection.select(
         QStringLiteral("SELECT hashes, id FROM ioc_hash_chunk NOT INDEXED WHERE list = ? ORDER BY id"),
-        {list}, [&isSound, &each, &end](const QSqlQuery& row) {
-            const QByteArray hashes = row.value(0).toByteArray();
+        {list}, [&isSound, &each, &end](const StoreRow& row) {
+            const QByteArray hashes = row.bytes(0);
             isSound = PackedTexts::split(hashes, each) && isSound;
-            end(row.value(1).toLongLong(), hashes);
+            end(row.integer(1), hashes);
         });
     return isRead && (isSound || refuseDamaged(connection));
 }
@@ -79,9 +79,9 @@ bool selectList(StoreConnection& connection, int list, QVector<PackedChunk>& sto
     const bool isRead = connection.select(
         QStringLiteral("SELECT hashes FROM ioc_list LEFT JOIN ioc_hash_chunk NOT INDEXED USING(list) "
                        "WHERE ioc_list.list = ? ORDER BY id"),
-        {list}, [&isSet, &isSound, &stored](const QSqlQuery& row) {
+        {list}, [&isSet, &isSound, &stored](const StoreRow& row) {
             isSet = true;
-            PackedChunk chunk = {row.value(0).toByteArray()};
+            PackedChunk chunk = {row.bytes(0)};
             isSound =
                 PackedTexts::split(chunk.hashes, [&chunk](std::string_view) { ++chunk.count; }) && isSound;
             stored.append(chunk);
@@ -286,7 +286,7 @@ int HashListStore::count(int list)
     const bool isRead = m_store.read([list, &number](StoreConnection& connection) {
         return connection.select(
             QStringLiteral("SELECT total(hash_count) FROM ioc_hash_chunk WHERE list = ?"), {list},
-            [&number](const QSqlQuery& row) { number = row.value(0).toInt(); });
+            [&number](const StoreRow& row) { number = static_cast<int>(row.integer(0)); });
     });
     return isRead ? number : -1;
 }
@@ -305,8 +305,8 @@ bool HashListStore::find(int list, QStringList& hashes, int from, int limit)
                            "(SELECT id, hash_count, sum(hash_count) OVER (ORDER BY id) - hash_count AS start "
                            "FROM ioc_hash_chunk WHERE list = ?) AS position USING(id) "
                            "WHERE start < ? AND start + position.hash_count > ? ORDER BY id"),
-            {list, end, first}, [first, end, &hashes](const QSqlQuery& row, const QStringList& chunk) {
-                const qint64 start = row.value(1).toLongLong();
+            {list, end, first}, [first, end, &hashes](const StoreRow& row, const QStringList& chunk) {
+                const qint64 start = row.integer(1);
                 const qint64 skipped = std::max(first - start, 0LL);
                 hashes += chunk.mid(static_cast<int>(skipped), static_cast<int>(end - start - skipped));
             });

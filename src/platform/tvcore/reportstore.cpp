@@ -38,9 +38,9 @@ std::size_t textLength(const VirusReport& report)
            static_cast<std::size_t>(report.getFilePath().size());
 }
 
-QString fetchedText(const QSqlQuery& row, int column)
+QString fetchedText(const StoreRow& row, int column)
 {
-    return StoreText::fromFetched(row.value(column).toByteArray());
+    return StoreText::fromFetched(row.bytes(column));
 }
 } // namespace
 
@@ -111,8 +111,7 @@ qint64 ReportStore::count(const QDateTime& from, const QDateTime& to)
     qint64 number = -1;
     const bool isRead = m_store.read([&](StoreConnection& connection) {
         return connection.select(QStringLiteral("SELECT count(*) FROM virus_report WHERE %1").arg(condition),
-                                 values,
-                                 [&number](const QSqlQuery& row) { number = row.value(0).toLongLong(); });
+                                 values, [&number](const StoreRow& row) { number = row.integer(0); });
     });
     return isRead ? number : -1;
 }
@@ -158,7 +157,7 @@ bool ReportStore::select(const QDateTime& from, const QDateTime& to, const QStri
     const bool isRead = m_store.read([&](StoreConnection& connection) {
         reports.clear();
         return connection.select(sql, values,
-                                 [&reports](const QSqlQuery& row) { reports.append(fromRow(row)); });
+                                 [&reports](const StoreRow& row) { reports.append(fromRow(row)); });
     });
     if (!isRead) {
         reports.clear();
@@ -230,17 +229,17 @@ bool ReportStore::insert(StoreConnection& connection, const VirusReport& report)
          StoreText::toBound(report.m_moduleName), StoreText::toBound(report.m_moduleVersion)});
 }
 
-VirusReport ReportStore::fromRow(const QSqlQuery& row)
+VirusReport ReportStore::fromRow(const StoreRow& row)
 {
     VirusReport report;
-    report.m_id = row.value(0).toLongLong();
+    report.m_id = row.integer(0);
     if (!row.isNull(1)) {
-        report.m_dateTime = QDateTime::fromMSecsSinceEpoch(row.value(1).toLongLong());
+        report.m_dateTime = QDateTime::fromMSecsSinceEpoch(row.integer(1));
     }
     report.m_fileName = fetchedText(row, 2);
     report.m_filePath = fetchedText(row, 3);
     report.m_virusName = fetchedText(row, 4);
-    report.m_cleanStatus = row.value(5).toInt();
+    report.m_cleanStatus = static_cast<int>(row.integer(5));
     report.m_moduleName = fetchedText(row, 6);
     report.m_moduleVersion = fetchedText(row, 7);
     return report;

@@ -52,7 +52,7 @@ private:
     bool writePending();
     void tryAgainAfter(int delayMs);
     static bool insert(StoreConnection& connection, const VirusReport& report);
-    static VirusReport fromRow(const QSqlQuery& row);
+    static VirusReport fromRow(const StoreRow& row);
 
     Store m_store;
     /// Oldest first: of a flood, what came first tells where it came from.

@@ -55,8 +55,9 @@ bool readScanSetting(StoreConnection& connection, ScanSetting& setting)
 {
     QHash<QString, int> stored;
     if (!connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'scan.*'"), {},
-                           [&stored](const QSqlQuery& row) {
-                               stored.insert(row.value(0).toString(), row.value(1).toInt());
+                           [&stored](const StoreRow& row) {
+                               stored.insert(QString::fromUtf8(row.bytes(0)),
+                                             static_cast<int>(row.integer(1)));
                            })) {
         return false;
     }
@@ -84,10 +85,10 @@ bool readExcludeList(StoreConnection& connection, int list, QSet<QString>& paths
     const bool isRead =
         connection.select(QStringLiteral("SELECT path IS NOT NULL, CAST(path AS BLOB) FROM exclude_list "
                                          "LEFT JOIN exclude_entry USING(list) WHERE exclude_list.list = ?"),
-                          {list}, [&wasEverSet, &stored](const QSqlQuery& row) {
+                          {list}, [&wasEverSet, &stored](const StoreRow& row) {
                               wasEverSet = true;
-                              if (row.value(0).toBool()) {
-                                  stored.insert(StoreText::fromFetched(row.value(1).toByteArray()));
+                              if (row.integer(0) != 0) {
+                                  stored.insert(StoreText::fromFetched(row.bytes(1)));
                               }
                           });
     if (isRead && wasEverSet) {
@@ -113,12 +114,12 @@ bool writeExcludeList(StoreConnection& connection, int list, const QSet<QString>
 bool readIOCScanSettings(StoreConnection& connection, IOCScanSettings& settings)
 {
     return connection.select(QStringLiteral("SELECT name, value FROM setting WHERE name GLOB 'ioc.*'"), {},
-                             [&settings](const QSqlQuery& row) {
-                                 const QString name = row.value(0).toString();
+                             [&settings](const StoreRow& row) {
+                                 const QString name = QString::fromUtf8(row.bytes(0));
                                  if (name == iocEnableName) {
-                                     settings.setEnable(row.value(1).toInt() != 0);
+                                     settings.setEnable(row.integer(1) != 0);
                                  } else if (name == iocActionName) {
-                                     settings.setAction(row.value(1).toInt());
+                                     settings.setAction(static_cast<int>(row.integer(1)));
                                  }
                              });
 }
@@ -253,7 +254,7 @@ bool SettingsStore::isOnlineProtectionEnabled()
     m_store.read([this](StoreConnection& connection) {
         return connection.select(
             QStringLiteral("SELECT value FROM setting WHERE name = 'protection.online'"), {},
-            [this](const QSqlQuery& row) { m_last.isOnlineProtectionEnabled = row.value(0).toInt() != 0; });
+            [this](const StoreRow& row) { m_last.isOnlineProtectionEnabled = row.integer(0) != 0; });
     });
     return m_last.isOnlineProtectionEnabled;
 }

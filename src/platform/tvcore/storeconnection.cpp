@@ -2,8 +2,14 @@
 
 #include "platform/tvcore/sleeplessfiles.h"
 
+#include <QSqlDriver>
 #include <QSqlError>
+#include <QSqlQuery>
 #include <QUrl>
+
+#include <utility>
+
+#include <sqlite3.h>
 
 namespace
 {
@@ -11,6 +17,15 @@ QString nextConnectionName()
 {
     static int number = 0;
     return QStringLiteral("tvcore/%1").arg(++number);
+}
+
+/// What Qt's driver works on. It uses the same copy of SQLite as this library: no other knows the files'
+/// access that is registered here, without which nothing is opened.
+sqlite3* handleOf(const QSqlDatabase& database)
+{
+    const QVariant handle = database.driver()->handle();
+    return qstrcmp(handle.typeName(), "sqlite3*") == 0 ? *static_cast<sqlite3* const*>(handle.constData())
+                                                       : nullptr;
 }
 } // namespace
 
@@ -28,8 +43,10 @@ StoreConnection::StoreConnection(const QString& path, Mode mode) : m_mode(mode),
     m_database.setConnectOptions(options);
     m_database.setDatabaseName(name);
     if (!m_database.open()) {
-        setError(m_database.lastError());
+        setError(StoreError::of(m_database.lastError()));
+        return;
     }
+    m_handle = handleOf(m_database);
 }
 
 StoreConnection::~StoreConnection()
@@ -47,25 +64,20 @@ bool StoreConnection::execute(const QString& sql, const QVariantList& values)
 }
 
 bool StoreConnection::select(const QString& sql, const QVariantList& values,
-                             const std::function<void(const QSqlQuery&)>& row)
+                             const std::function<void(const StoreRow&)>& row)
 {
-    QSqlQuery* query = prepared(sql);
-    if (query == nullptr) {
+    StoreStatement* statement = prepared(sql);
+    if (statement == nullptr) {
         return false;
     }
-    for (int i = 0; i < values.size(); ++i) {
-        query->bindValue(i, values.at(i));
+    if (!statement->run(values, row)) {
+        noteFailure();
+        m_statements.erase(sql);
+        return false;
     }
-    if (query->exec()) {
-        if (row != nullptr) {
-            while (query->next()) {
-                row(*query);
-            }
-        } else {
-            m_affectedRows = query->numRowsAffected();
-        }
-    }
-    return finish(sql, *query);
+    m_affectedRows = sqlite3_changes(m_handle);
+    m_error = {};
+    return true;
 }
 
 bool StoreConnection::executeOnce(const QString& sql, QVariant* value)
@@ -75,7 +87,7 @@ bool StoreConnection::executeOnce(const QString& sql, QVariant* value)
     if (query.exec(sql) && value != nullptr) {
         *value = query.next() ? query.value(0) : QVariant();
     }
-    setError(query.lastError());
+    setError(StoreError::of(query.lastError()));
     return m_error.fault == StoreError::None;
 }
 
@@ -85,38 +97,28 @@ bool StoreConnection::refuse(const QString& reason)
     return false;
 }
 
-QSqlQuery* StoreConnection::prepared(const QString& sql)
+StoreStatement* StoreConnection::prepared(const QString& sql)
 {
-    auto found = m_statements.find(sql);
-    if (found == m_statements.end()) {
-        QSqlQuery query(m_database);
-        query.setForwardOnly(true);
-        if (!query.prepare(sql)) {
-            setError(query.lastError());
-            return nullptr;
-        }
-        found = m_statements.insert(sql, query);
+    const auto found = m_statements.find(sql);
+    if (found != m_statements.end()) {
+        return &found->second;
     }
-    return &found.value();
+    StoreStatement statement(m_handle, sql);
+    if (!statement.isPrepared()) {
+        noteFailure();
+        return nullptr;
+    }
+    return &m_statements.emplace(sql, std::move(statement)).first->second;
 }
 
-bool StoreConnection::finish(const QString& sql, QSqlQuery& query)
+void StoreConnection::noteFailure()
 {
-    // A failure in the middle of the rows shows only here: next() answers false as at the end.
-    if (query.lastError().isValid()) {
-        setError(query.lastError());
-        m_statements.remove(sql);
-        return false;
-    }
-    // Without this the statement would go on seeing the store as it is now, and keep the log from shrinking.
-    query.finish();
-    m_error = {};
-    return true;
+    setError(StoreError::ofSqlite(sqlite3_errcode(m_handle), QString::fromUtf8(sqlite3_errmsg(m_handle))));
 }
 
-void StoreConnection::setError(const QSqlError& error)
+void StoreConnection::setError(const StoreError& error)
 {
-    m_error = StoreError::of(error);
+    m_error = error;
     if (m_mode == Mode::Immutable && m_error.fault == StoreError::Corrupt) {
         // Read without locks, a sound file that somebody is writing after all looks damaged.
         m_error.fault = StoreError::Unavailable;

@@ -1,14 +1,14 @@
 #pragma once
 
 #include "platform/tvcore/storeerror.h"
+#include "platform/tvcore/storestatement.h"
 
-#include <QHash>
 #include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QString>
 #include <QVariant>
 
 #include <functional>
+#include <unordered_map>
 
 /// One open database connection with its prepared statements.
 ///
@@ -39,7 +39,7 @@ public:
     bool execute(const QString& sql, const QVariantList& values = {});
     /// Likewise, and calls `row` for every row of the result. Holds no lock once it has returned.
     bool select(const QString& sql, const QVariantList& values,
-                const std::function<void(const QSqlQuery&)>& row);
+                const std::function<void(const StoreRow&)>& row);
     /// For a statement that is not needed again. The first column of its first row goes to `value`.
     bool executeOnce(const QString& sql, QVariant* value = nullptr);
     /// How many rows the last `execute` changed.
@@ -60,14 +60,17 @@ public:
 
 private:
     /// The prepared statement `sql`; null when it cannot be prepared.
-    QSqlQuery* prepared(const QString& sql);
-    bool finish(const QString& sql, QSqlQuery& query);
-    void setError(const QSqlError& error);
+    StoreStatement* prepared(const QString& sql);
+    /// Of the last operation on the database.
+    void noteFailure();
+    void setError(const StoreError& error);
 
     const Mode m_mode;
     const QString m_name;
     QSqlDatabase m_database;
-    QHash<QString, QSqlQuery> m_statements;
+    /// The same, in SQLite's terms; null when it is not open.
+    sqlite3* m_handle = nullptr;
+    std::unordered_map<QString, StoreStatement> m_statements;
     StoreError m_error;
     int m_affectedRows = 0;
 };

@@ -24,22 +24,24 @@ StoreError StoreError::of(const QSqlError& error)
     if (!error.isValid()) {
         return {};
     }
-    StoreError result = {Unavailable, error.databaseText().isEmpty() ? error.text() : error.databaseText()};
-    switch (error.nativeErrorCode().toInt() & primaryCodeMask) {
+    return ofSqlite(error.nativeErrorCode().toInt(),
+                    error.databaseText().isEmpty() ? error.text() : error.databaseText());
+}
+
+StoreError StoreError::ofSqlite(int code, const QString& text)
+{
+    switch (code & primaryCodeMask) {
     case sqliteBusy:
     case sqliteLocked:
     case sqliteProtocol: // lost a race for the write-ahead log's locks
     case sqliteSchema:   // another process changed the schema between two attempts to prepare
-        result.fault = Busy;
-        break;
+        return {Busy, text};
     case sqliteCorrupt:
     case sqliteNotADatabase:
-        result.fault = Corrupt;
-        break;
+        return {Corrupt, text};
     default:
-        break;
+        return {Unavailable, text};
     }
-    return result;
 }
 
 StoreError StoreError::ofErrno(const QString& what, int error)

@@ -21,6 +21,8 @@ struct StoreError
     };
 
     static StoreError of(const QSqlError& error);
+    /// Of SQLite's result `code`, with its message.
+    static StoreError ofSqlite(int code, const QString& text);
     /// With the text of the error number `error`.
     static StoreError ofErrno(const QString& what, int error);
 

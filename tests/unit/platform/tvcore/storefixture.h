@@ -83,8 +83,9 @@ public:
     {
         int result = -1;
         const bool isRead = m_store->read([&result](StoreConnection& connection) {
-            return connection.select(QStringLiteral("SELECT count(*) FROM number"), {},
-                                     [&result](const QSqlQuery& row) { result = row.value(0).toInt(); });
+            return connection.select(
+                QStringLiteral("SELECT count(*) FROM number"), {},
+                [&result](const StoreRow& row) { result = static_cast<int>(row.integer(0)); });
         });
         return isRead ? result : -1;
     }

@@ -105,8 +105,9 @@ void TestDamagedStore::startsAnewInTheMiddleOfWork()
     const auto firstNumber = [&fixture] {
         int number = -1;
         fixture.store().read([&number](StoreConnection& connection) {
-            return connection.select(QStringLiteral("SELECT value FROM number WHERE rowid = 1"), {},
-                                     [&number](const QSqlQuery& row) { number = row.value(0).toInt(); });
+            return connection.select(
+                QStringLiteral("SELECT value FROM number WHERE rowid = 1"), {},
+                [&number](const StoreRow& row) { number = static_cast<int>(row.integer(0)); });
         });
         return number;
     };
