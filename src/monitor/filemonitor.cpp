@@ -135,7 +135,7 @@ struct FileMonitor::Walk
 struct FileMonitor::Step
 {
     const Step* above;
-    QByteArray name;
+    const QByteArray& name;
     QString path;
     /// Held while the walk is below: each name leads from here to what is in this directory, whatever a user
     /// has put in its place meanwhile.
@@ -147,17 +147,23 @@ struct FileMonitor::Step
     /// The new watch, or -1 with errno set. Never by the path: the kernel knows a directory by one watch, so
     /// following a link that a user put in the place of a new directory would make another user's watched
     /// directory known by that link, and unprotected.
-    int watch(int fd);
+    int watch(Walk& walk, int depth);
     /// The same where nothing is looked for below, as in most directories: it takes one call.
     int watchAsTheLast(int fd) const;
 };
 
-int FileMonitor::Step::watch(int fd)
+int FileMonitor::Step::watch(Walk& walk, int depth)
 {
     directory = above == nullptr
                     ? openDirectoryWithoutLinks(FileName::toBytes(path))
                     : UniqueFd(::openat(above->directory.get(), name.constData(), heldDirectory));
-    return directory.isValid() ? ::inotify_add_watch(fd, pathOf(directory).constData(), watchMask) : -1;
+    if (!directory.isValid()) {
+        return -1;
+    }
+    // From there the ways to it and to those below, of the deepest level, are the shortest.
+    isEntered = depth == deepestLevel - 1 && walk.excursion.enter(directory);
+    const QByteArray found = isEntered ? QByteArrayLiteral(".") : pathOf(directory);
+    return ::inotify_add_watch(walk.fd, found.constData(), watchMask);
 }
 
 int FileMonitor::Step::watchAsTheLast(int fd) const
@@ -180,7 +186,8 @@ void FileMonitor::addNewDirToWatchRecursive(int fd, const QString& path, int& de
 void FileMonitor::walk(Walk walk, const QString& path, int& depth)
 {
     walk.work.emplace();
-    Step first = {nullptr, QByteArray(), path};
+    const QByteArray noName;
+    Step first = {nullptr, noName, path};
     visit(walk, first, depth);
 }
 
@@ -207,7 +214,7 @@ int FileMonitor::watch(Walk& walk, Step& step, int depth)
     const bool isLast = depth == deepestLevel && step.above != nullptr;
     const int descriptor = !m_watches.hasRoomFor(step.path) ? -1
                            : isLast                         ? step.watchAsTheLast(walk.fd)
-                                                            : step.watch(walk.fd);
+                                                            : step.watch(walk, depth);
     if (descriptor < 0) {
         const int error = errno;
         perror("inotify_add_watch");
@@ -223,8 +230,6 @@ int FileMonitor::watch(Walk& walk, Step& step, int depth)
         return 0;
     }
     step.below = subdirectoriesOf(step.directory.get(), isOwn);
-    step.isEntered =
-        depth == deepestLevel - 1 && !step.below.isEmpty() && walk.excursion.enter(step.directory);
     return 0;
 }
 
