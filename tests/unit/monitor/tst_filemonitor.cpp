@@ -27,6 +27,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/inotify.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -803,6 +804,8 @@ void TestFileMonitor::waitsAMomentBeforeItReads()
     };
     deliverFile(IN_MODIFY, "first");
     QCOMPARE(pauses, QVector<useconds_t>{100});
+    // What the kernel adds to a pause of this thread, in nanoseconds.
+    QCOMPARE(::prctl(PR_GET_TIMERSLACK), 1);
     QCOMPARE(FakeResponse::scanned,
              QStringList({QStringLiteral("/home/first"), QStringLiteral("/home/second")}));
 }
