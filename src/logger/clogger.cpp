@@ -260,7 +260,8 @@ void CLogger::writeFirst(const std::string& body)
     if (m_file == nullptr) {
         return;
     }
-    // One write a line, so that a reader never sees half of one.
+    // One write a line, so that a reader never sees half of one, and no buffer for it.
+    setvbuf(m_file, nullptr, _IONBF, 0);
     std::string line = getCurrentTime();
     line += "  ";
     line += body;
