@@ -286,26 +286,34 @@ cl_scan_options CScanFile::scanOptions() const
 
 int CScanFile::scanFile(const QString& path, QString& virusName) const
 {
-    return scanFile(HeldFile(FileName::toBytes(path)), virusName);
+    // Nothing is done to the file later, so its directory need not be held.
+    const CheckedFile file(FileName::toBytes(path));
+    const int error = errno;
+    return scanObject(file, error, virusName);
 }
 
 int CScanFile::scanFile(const HeldFile& file, QString& virusName) const
 {
+    return scanObject(file.object(), file.error(), virusName);
+}
+
+int CScanFile::scanObject(const CheckedFile& file, int error, QString& virusName) const
+{
     if (!canScan()) {
         return CL_ENULLARG;
     }
-    if (file.object().kind() == CheckedFile::Kind::Missing) {
-        errno = file.error();
-        return openFailure(file.error());
+    if (file.kind() == CheckedFile::Kind::Missing) {
+        errno = error;
+        return openFailure(error);
     }
-    if (file.object().kind() == CheckedFile::Kind::Special) {
+    if (file.kind() == CheckedFile::Kind::Special) {
         return CL_CLEAN;
     }
-    const UniqueFd opened = file.object().openForReading();
+    const UniqueFd opened = file.openForReading();
     if (!opened.isValid()) {
         return openFailure(errno);
     }
-    if (file.object().kind() == CheckedFile::Kind::Directory) {
+    if (file.kind() == CheckedFile::Kind::Directory) {
         // As libclamav calls it, which cannot read from one.
         return CL_CLEAN;
     }

@@ -8,6 +8,7 @@
 
 #include <clamav.h>
 
+class CheckedFile;
 class HeldFile;
 class ScanSettings;
 
@@ -84,6 +85,8 @@ private:
     /// The code of `call`, `virusName` with a match only. Once more, with another directory if it was that,
     /// when something failed or the clock was set.
     int scan(const EngineCall& call, QString& virusName) const;
+    /// What is held, or why there is nothing, as an errno.
+    int scanObject(const CheckedFile& file, int error, QString& virusName) const;
     cl_scan_options scanOptions() const;
 
     static CScanFile* _instance;
