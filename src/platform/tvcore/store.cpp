@@ -80,8 +80,11 @@ bool Store::run(Access access, const Work& work, Patience patience)
         }
         if (waiting.hasExpired(maxWaitMs)) {
             m_waited[access].start();
-            // The lock may be this connection's own, not given back because of an error.
-            m_connection.reset();
+            // The lock may be this connection's own, not given back because of an error. One to a file that
+            // was replaced is kept: its log has to be moved away before the new file is opened.
+            if (m_connection != nullptr && !isOutdated()) {
+                m_connection.reset();
+            }
             break;
         }
         QThread::msleep(pauseMs);

@@ -3,8 +3,11 @@
 #include "platform/tvcore/storefiles.h"
 
 #include <QCoreApplication>
+#include <QRegularExpression>
 
 #include <utility>
+
+#include <sqlite3.h>
 
 namespace
 {
@@ -14,6 +17,16 @@ constexpr qint64 maxCheckedSize = 4LL * 1024 * 1024;
 /// A log that a large change made longer than this is cut back with the next change: the service keeps its
 /// stores open, so the log would stay on the disk for good.
 constexpr int maxIdleLogSize = 4 * 1024 * 1024;
+
+/// Whether the check of a file found only that the disk does not give a page of it, which says nothing of its
+/// content: "Page 2: unable to get the page. error code=266".
+bool isAboutReading(const QString& finding)
+{
+    static const QRegularExpression errorCode(QStringLiteral("\\berror code=(\\d+)"));
+    const int code = errorCode.match(finding).captured(1).toInt();
+    // The upper bits tell which kind of it.
+    return (code & 0xff) == SQLITE_IOERR;
+}
 } // namespace
 
 StoreOpener::StoreOpener(const StoreSchema& schema, const QString& path) : m_schema(schema), m_path(path)
@@ -122,8 +135,9 @@ bool StoreOpener::checkContent(StoreConnection& connection)
     if (!connection.executeOnce(QStringLiteral("PRAGMA quick_check(1)"), &result)) {
         return failAs(connection);
     }
-    if (result.toString() != QLatin1String("ok")) {
-        return fail(StoreError::Corrupt, result.toString());
+    const QString finding = result.toString();
+    if (finding != QLatin1String("ok")) {
+        return fail(isAboutReading(finding) ? StoreError::Unavailable : StoreError::Corrupt, finding);
     }
     return true;
 }

@@ -21,6 +21,11 @@ std::set<int>& faultyDescriptors()
     return descriptors;
 }
 
+bool isReadFaulty()
+{
+    return injected == FaultyFiles::Fault::ReadError || injected == FaultyFiles::Fault::LateReadError;
+}
+
 template <typename Function> Function* real(const char* name)
 {
     return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
@@ -66,7 +71,7 @@ extern "C" __attribute__((visibility("default"))) int open64(const char* path, i
     }
     static const auto realOpen = real<int(const char*, int, ...)>("open64");
     const int fd = realOpen(path, flags, mode);
-    if (fd >= 0 && injected == FaultyFiles::Fault::ReadError && std::strstr(path, faultyName) != nullptr) {
+    if (fd >= 0 && isReadFaulty() && std::strstr(path, faultyName) != nullptr) {
         faultyDescriptors().insert(fd);
     }
     return fd;
@@ -75,7 +80,9 @@ extern "C" __attribute__((visibility("default"))) int open64(const char* path, i
 extern "C" __attribute__((visibility("default"))) ssize_t pread64(int fd, void* buffer, size_t size,
                                                                   off64_t offset)
 {
-    if (injected == FaultyFiles::Fault::ReadError && faultyDescriptors().count(fd) != 0) {
+    const bool isBehindTheFirstPage = offset >= 4096;
+    if (isReadFaulty() && (isBehindTheFirstPage || injected == FaultyFiles::Fault::ReadError) &&
+        faultyDescriptors().count(fd) != 0) {
         errno = EIO;
         return -1;
     }

@@ -13,7 +13,9 @@ enum class Fault
     /// They cannot be opened for writing, nor created: the file system is read-only.
     ReadOnly,
     /// They can be opened, and reading from them fails: the disk is broken.
-    ReadError
+    ReadError,
+    /// Only what lies behind their first page fails to be read.
+    LateReadError
 };
 
 void inject(Fault fault, const char* name);

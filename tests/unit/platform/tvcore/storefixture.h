@@ -13,6 +13,10 @@
 class StoreFixture
 {
 public:
+    static constexpr int pageSize = 4096;
+    /// As many numbers as make a file larger than what is checked when it is opened.
+    static constexpr int many = 600000;
+
     static StoreSchema firstVersion()
     {
         StoreSchema schema;
@@ -64,6 +68,13 @@ public:
         QFile file(path());
         return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
     }
+    static QByteArray withFlippedPage(QByteArray content, int page)
+    {
+        for (int i = page * pageSize; i < (page + 1) * pageSize; ++i) {
+            content[i] = static_cast<char>(~content.at(i));
+        }
+        return content;
+    }
     void setContent(const QByteArray& content) const
     {
         QFile file(path());
@@ -77,6 +88,18 @@ public:
         return m_store->write([number](StoreConnection& connection) {
             return connection.execute(QStringLiteral("INSERT INTO number(value) VALUES(?)"), {number});
         });
+    }
+    bool addMany()
+    {
+        return m_store->write(
+            [](StoreConnection& connection) {
+                return connection.execute(
+                    QStringLiteral("INSERT INTO number WITH RECURSIVE n(i) AS (SELECT 1 "
+                                   "UNION ALL SELECT i + 1 FROM n WHERE i < ?) "
+                                   "SELECT i FROM n"),
+                    {many});
+            },
+            Store::Patience::Long);
     }
     /// -1 when it cannot be read.
     int count()

@@ -1,6 +1,7 @@
 #include "platform/tvcore/store.h"
 
 #include "capturedlog.h"
+#include "platform/tvcore/directorylock.h"
 #include "rawdatabase.h"
 #include "storefixture.h"
 
@@ -9,15 +10,7 @@
 
 namespace
 {
-constexpr int pageSize = 4096;
-
-QByteArray withFlippedPage(QByteArray content, int page)
-{
-    for (int i = page * pageSize; i < (page + 1) * pageSize; ++i) {
-        content[i] = static_cast<char>(~content.at(i));
-    }
-    return content;
-}
+constexpr int pageSize = StoreFixture::pageSize;
 } // namespace
 
 /// What a store does when the content of its file is damaged.
@@ -31,6 +24,7 @@ private Q_SLOTS:
     void startsAnewInTheMiddleOfWork();
     void keepsTheLogOfTheDamagedFile();
     void leavesANewFileOfAnotherProcessAlone();
+    void isNotSetAsideWhileTheDirectoryIsLocked();
     void setsAsideAgainAndAgainUnderOtherNames();
     void givesUpOnADiskThatDamagesEverything();
 };
@@ -61,9 +55,9 @@ void TestDamagedStore::startsAnew_data()
     QTest::newRow("truncated in a page") << sound.left(sound.size() - 100);
     QTest::newRow("truncated to half") << sound.left(sound.size() / 2);
     QTest::newRow("truncated in the header") << sound.left(50);
-    QTest::newRow("first page flipped") << withFlippedPage(sound, 0);
-    QTest::newRow("second page flipped") << withFlippedPage(sound, 1);
-    QTest::newRow("last page flipped") << withFlippedPage(sound, sound.size() / pageSize - 1);
+    QTest::newRow("first page flipped") << StoreFixture::withFlippedPage(sound, 0);
+    QTest::newRow("second page flipped") << StoreFixture::withFlippedPage(sound, 1);
+    QTest::newRow("last page flipped") << StoreFixture::withFlippedPage(sound, sound.size() / pageSize - 1);
     QTest::newRow("header, then garbage") << sound.left(100) + QByteArray(sound.size() - 100, '\x11');
 }
 
@@ -89,19 +83,11 @@ void TestDamagedStore::startsAnewInTheMiddleOfWork()
 {
     StoreFixture fixture;
     QVERIFY(fixture.add(0));
-    // Larger than what is checked when a file is opened.
-    QVERIFY(fixture.store().write(
-        [](StoreConnection& connection) {
-            return connection.execute(
-                QStringLiteral("INSERT INTO number WITH RECURSIVE n(i) AS (SELECT 1 UNION "
-                               "ALL SELECT i + 1 FROM n WHERE i < 600000) "
-                               "SELECT i FROM n"));
-        },
-        Store::Patience::Long));
+    QVERIFY(fixture.addMany());
     fixture.store().close();
     const QByteArray sound = fixture.content();
     QVERIFY(sound.size() > 5 * 1024 * 1024);
-    fixture.setContent(withFlippedPage(sound, sound.size() / pageSize / 2));
+    fixture.setContent(StoreFixture::withFlippedPage(sound, sound.size() / pageSize / 2));
     const auto firstNumber = [&fixture] {
         int number = -1;
         fixture.store().read([&number](StoreConnection& connection) {
@@ -183,6 +169,24 @@ void TestDamagedStore::leavesANewFileOfAnotherProcessAlone()
     QCOMPARE(attempts, 2);
     QCOMPARE(fixture.count(), 2);
     QVERIFY(fixture.setAside().isEmpty());
+}
+
+void TestDamagedStore::isNotSetAsideWhileTheDirectoryIsLocked()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.addMany());
+    fixture.store().close();
+    const QByteArray sound = fixture.content();
+    fixture.setContent(StoreFixture::withFlippedPage(sound, sound.size() / pageSize / 2));
+    // Opened while nobody has the lock; the damage is met when another process has it.
+    QVERIFY(fixture.store().read([](StoreConnection&) { return true; }));
+    {
+        const DirectoryLock other(fixture.directory());
+        QCOMPARE(fixture.count(), -1);
+        QVERIFY(fixture.setAside().isEmpty());
+    }
+    QTRY_COMPARE(fixture.count(), 0);
+    QCOMPARE(fixture.setAside().size(), 1);
 }
 
 void TestDamagedStore::setsAsideAgainAndAgainUnderOtherNames()

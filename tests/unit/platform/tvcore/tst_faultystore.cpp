@@ -6,6 +6,7 @@
 #include "storefixture.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QTest>
 
 using FaultyFiles::Fault;
@@ -24,6 +25,8 @@ private Q_SLOTS:
     void readsFromAReadOnlyFileSystem();
     void doesNotReadAroundALog();
     void doesNotStartAStoreOnAReadOnlyFileSystem();
+    void takesNoDamageForGrantedOnAReadOnlyFileSystem();
+    void putsOffWhatCannotBeRead();
 };
 
 void TestFaultyStore::cleanup()
@@ -36,6 +39,7 @@ void TestFaultyStore::isNotSetAside_data()
     QTest::addColumn<int>("fault");
     QTest::newRow("unreadable") << static_cast<int>(Fault::Unreadable);
     QTest::newRow("read error") << static_cast<int>(Fault::ReadError);
+    QTest::newRow("late read error") << static_cast<int>(Fault::LateReadError);
 }
 
 void TestFaultyStore::isNotSetAside()
@@ -131,6 +135,42 @@ void TestFaultyStore::doesNotStartAStoreOnAReadOnlyFileSystem()
     FaultyFiles::inject(Fault::ReadOnly, "/test.db");
     QCOMPARE(fixture.count(), -1);
     QVERIFY(!fixture.add(1));
+}
+
+/// It is read without locks there, so what looks damaged may be written by another machine.
+void TestFaultyStore::takesNoDamageForGrantedOnAReadOnlyFileSystem()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.addMany());
+    fixture.store().close();
+    const QByteArray sound = fixture.content();
+    fixture.setContent(StoreFixture::withFlippedPage(sound, sound.size() / StoreFixture::pageSize / 2));
+    FaultyFiles::inject(Fault::ReadOnly, "/test.db");
+    QCOMPARE(fixture.count(), -1);
+    QVERIFY(fixture.setAside().isEmpty());
+    FaultyFiles::inject(Fault::None, "");
+    fixture.setContent(sound);
+    FaultyFiles::inject(Fault::ReadOnly, "/test.db");
+    QTRY_COMPARE(fixture.count(), int(StoreFixture::many));
+}
+
+void TestFaultyStore::putsOffWhatCannotBeRead()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.add(1));
+    fixture.store().close();
+    QCOMPARE(fixture.count(), 1);
+    const CapturedLog log;
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!fixture.store().read([](StoreConnection& connection) {
+        return connection.execute(QStringLiteral("SELECT value FROM no_table"));
+    }));
+    QTRY_COMPARE(fixture.count(), 1);
+    QVERIFY2(timer.elapsed() >= 500, "a file that fails was opened over and over");
+    QCOMPARE(CapturedLog::messages().size(), 2);
+    QVERIFY(CapturedLog::messages().constFirst().contains(QStringLiteral("cannot be read: no such table")));
+    QVERIFY(CapturedLog::messages().constLast().contains(QStringLiteral("can be read again")));
 }
 
 QTEST_GUILESS_MAIN(TestFaultyStore)

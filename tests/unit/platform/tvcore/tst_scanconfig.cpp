@@ -98,6 +98,7 @@ private Q_SLOTS:
     void emptyStoreHasDefaults();
     void keepsEverySetting();
     void aSettingNeverStoredHasItsDefault();
+    void keepsWhatItReadLastOfALostTable();
     void keepsListsApart();
     void keepsAListMadeEmpty();
     void refusesOtherLists_data();
@@ -160,6 +161,25 @@ void TestScanConfig::aSettingNeverStoredHasItsDefault()
     ScanSetting expected = everythingChanged();
     expected.setScanPDFFilesEnabled(true);
     QVERIFY(isEqual(config.getScanSetting(), expected));
+}
+
+void TestScanConfig::keepsWhatItReadLastOfALostTable()
+{
+    ScanConfig config;
+    QVERIFY(config.setScanSetting(everythingChanged()));
+    QVERIFY(config.setExcludeList(0, {QStringLiteral("/home/u/x")}));
+    {
+        RawDatabase other(path());
+        QVERIFY(other.run(QStringLiteral("DROP TABLE exclude_entry")));
+        QVERIFY(other.run(QStringLiteral("DROP TABLE exclude_list")));
+        QVERIFY(other.run(QStringLiteral("DROP TABLE setting")));
+    }
+    QVERIFY(isEqual(config.getScanSetting(), everythingChanged()));
+    QCOMPARE(config.getExcludeList(0), QSet<QString>({QStringLiteral("/home/u/x")}));
+    QVERIFY(!config.setScanSetting(ScanSetting()));
+    QVERIFY(!config.changeScanSetting([](ScanSetting& setting) { setting.setScanActionSetting(1); }));
+    QVERIFY(!config.setExcludeList(0, {}));
+    QVERIFY(isEqual(config.getScanSetting(), everythingChanged()));
 }
 
 void TestScanConfig::keepsListsApart()

@@ -1,6 +1,7 @@
 #include "platform/tvcore/store.h"
 
 #include "capturedlog.h"
+#include "platform/tvcore/directorylock.h"
 #include "rawdatabase.h"
 #include "storefixture.h"
 
@@ -39,6 +40,7 @@ private Q_SLOTS:
     void rollsBackWhatFails();
     void startsAgainWhenRemoved();
     void followsAReplacedFile();
+    void followsAReplacedFileWhenTheDirectoryIsFree();
     void waitsForAMissingDirectory();
     void refusesALink();
     void saysOnceThatItIsLocked();
@@ -238,6 +240,24 @@ void TestStore::followsAReplacedFile()
     QVERIFY(fixture.add(6));
     QCOMPARE(fixture.count(), 6);
     QVERIFY(fixture.setAside().isEmpty());
+}
+
+void TestStore::followsAReplacedFileWhenTheDirectoryIsFree()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.add(1));
+    StoreFixture other;
+    QVERIFY(other.add(1) && other.add(2));
+    other.store().close();
+    {
+        const DirectoryLock lock(fixture.directory());
+        const QString copy = fixture.path() + QStringLiteral(".new");
+        QVERIFY(QFile::copy(other.path(), copy));
+        QVERIFY(QFile::remove(fixture.path()));
+        QVERIFY(QFile::rename(copy, fixture.path()));
+        QCOMPARE(fixture.count(), -1);
+    }
+    QTRY_COMPARE(fixture.count(), 2);
 }
 
 void TestStore::waitsForAMissingDirectory()

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void libraryFilesAreMarked();
     void newFileIsReadyForUse();
     void migratesForwardAndKeepsData();
+    void migratesWhenNobodyElseWrites();
     void failedMigrationChangesNothing();
     void refusesANewerSchema();
     void refusesAForeignFile_data();
@@ -92,6 +93,21 @@ void TestStoreSchema::migratesForwardAndKeepsData()
     QCOMPARE(file.value(QStringLiteral("SELECT note FROM number")).toString(), QStringLiteral("old"));
     QVERIFY(fixture.add(3));
     QCOMPARE(fixture.count(), 3);
+}
+
+void TestStoreSchema::migratesWhenNobodyElseWrites()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.add(1));
+    fixture.start(StoreFixture::secondVersion());
+    {
+        RawDatabase other(fixture.path());
+        QVERIFY(other.run(QStringLiteral("BEGIN IMMEDIATE")));
+        QCOMPARE(fixture.count(), -1);
+    }
+    QTRY_COMPARE(fixture.count(), 1);
+    QVERIFY(fixture.setAside().isEmpty());
+    QCOMPARE(RawDatabase(fixture.path()).value(QStringLiteral("PRAGMA user_version")).toInt(), 2);
 }
 
 void TestStoreSchema::failedMigrationChangesNothing()
