@@ -47,8 +47,6 @@ Digest::Digest(QCryptographicHash::Algorithm algorithm)
     }
 }
 
-Digest::Digest(Digest&& other) noexcept = default;
-Digest& Digest::operator=(Digest&& other) noexcept = default;
 Digest::~Digest() = default;
 
 bool Digest::isAccelerated() const

@@ -17,8 +17,6 @@ class Digest
 {
 public:
     explicit Digest(QCryptographicHash::Algorithm algorithm);
-    Digest(Digest&& other) noexcept;
-    Digest& operator=(Digest&& other) noexcept;
     ~Digest();
 
     void add(const char* data, size_t size);

@@ -1,5 +1,7 @@
 #include "digest/digest.h"
 
+#include "fakelibcrypto.h"
+
 #include <QTest>
 
 #include <random>
@@ -17,6 +19,7 @@ private Q_SLOTS:
     void agreesWithQtInPieces_data();
     void agreesWithQtInPieces();
     void isAcceleratedForTheThreeInUse();
+    void agreesWithQtWithoutLibcrypto();
 
 private:
     void addAlgorithms();
@@ -102,6 +105,17 @@ void TestDigest::isAcceleratedForTheThreeInUse()
     QVERIFY(Digest(QCryptographicHash::Sha1).isAccelerated());
     QVERIFY(Digest(QCryptographicHash::Sha256).isAccelerated());
     QVERIFY(!Digest(QCryptographicHash::Md4).isAccelerated());
+}
+
+void TestDigest::agreesWithQtWithoutLibcrypto()
+{
+    const QByteArray data = randomBytes(10000);
+    FakeLibcrypto::beginsNone = true;
+    Digest digest(QCryptographicHash::Sha256);
+    FakeLibcrypto::beginsNone = false;
+    QVERIFY(!digest.isAccelerated());
+    digest.add(data.constData(), static_cast<size_t>(data.size()));
+    QCOMPARE(digest.takeHex(), qtHex(data, QCryptographicHash::Sha256));
 }
 
 QTEST_GUILESS_MAIN(TestDigest)

@@ -1,6 +1,7 @@
 #include "digest/filedigests.h"
 
 #include "fakefiles.h"
+#include "fakelibcrypto.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -34,6 +35,7 @@ private Q_SLOTS:
     void tellsPassingFailuresFromLastingOnes();
     void gathersNothingFromAReadingThatFails_data();
     void gathersNothingFromAReadingThatFails();
+    void gathersNothingWhenLibcryptoFails();
     void isRefusedByALease();
     void leavesNoDescriptorOpen();
 
@@ -234,6 +236,17 @@ void TestFileDigests::gathersNothingFromAReadingThatFails()
     const FileDigests digests = digestsOfFile(file, all);
     QCOMPARE(digests.hex, QVector<QString>(3));
     QVERIFY(!digests.lasting);
+}
+
+void TestFileDigests::gathersNothingWhenLibcryptoFails()
+{
+    const QByteArray file = makeFile("a", "abc");
+    FakeLibcrypto::endsNone = true;
+    const FileDigests digests = digestsOfFile(file, all);
+    FakeLibcrypto::endsNone = false;
+    QCOMPARE(digests.hex, QVector<QString>(3));
+    QVERIFY(!digests.lasting);
+    QCOMPARE(digestsOfFile(file, all).hex, qtHex("abc"));
 }
 
 void TestFileDigests::isRefusedByALease()
