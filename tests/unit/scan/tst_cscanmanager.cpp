@@ -13,6 +13,7 @@
 #include "support/testsignatures.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QLocale>
@@ -72,6 +73,12 @@ ScanSetting everythingOff()
     setting.setScanSWFFilesEnabled(false);
     setting.setScanPDFFilesEnabled(false);
     return setting;
+}
+
+/// The second that it is now: time() tells the one before for some milliseconds longer.
+time_t timeByNow()
+{
+    return QDateTime::currentSecsSinceEpoch();
 }
 
 /// The name of a copy that is made at `time`, put together without Qt's dates.
@@ -537,7 +544,7 @@ void TestCScanManager::namesTheCopyByTimeAndPath()
     const QByteArray path = write(name);
     const time_t before = ::time(nullptr);
     QCOMPARE(clean(path), 0);
-    const time_t after = ::time(nullptr);
+    const time_t after = timeByNow();
     QCOMPARE(copies().size(), 1);
     const QString copy = copies().constFirst();
     QCOMPARE(copy.size(), 56);
@@ -579,7 +586,7 @@ void TestCScanManager::writesTheTimeInTheCLocale()
     const QByteArray path = write("file");
     const time_t before = ::time(nullptr);
     QCOMPARE(clean(path), 0);
-    const time_t after = ::time(nullptr);
+    const time_t after = timeByNow();
     const QString copy = copies().constFirst();
     QVERIFY2(copy >= copyName(path, before) && copy <= copyName(path, after), qPrintable(copy));
 }
@@ -600,7 +607,7 @@ void TestCScanManager::writesTheTimeInTheCLocaleUnderAnyEnvironment()
         const QByteArray path = write("file");
         const time_t before = ::time(nullptr);
         QVERIFY(manager().takebackupOfFile(FileName::toText(path)));
-        const time_t after = ::time(nullptr);
+        const time_t after = timeByNow();
         const QString copy = copies().constFirst();
         QVERIFY2(copy >= copyName(path, before) && copy <= copyName(path, after), qPrintable(copy));
         return;
@@ -636,7 +643,7 @@ void TestCScanManager::writesTheHourOutOf24()
     qputenv("TZ", "TVT" + QByteArray::number(zone));
     const QByteArray path = write("file");
     QCOMPARE(clean(path), 0);
-    const time_t after = ::time(nullptr);
+    const time_t after = timeByNow();
     const QString copy = copies().constFirst();
     QVERIFY2(copy >= copyName(path, now) && copy <= copyName(path, after), qPrintable(copy));
 }
