@@ -1,5 +1,7 @@
 #include "app/orderlystop.h"
 #include "common/abandonablework.h"
+#include "support/fakethreads.h"
+#include "support/limiteddescriptors.h"
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -9,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <thread>
 
 #include <unistd.h>
@@ -23,6 +26,7 @@ private Q_SLOTS:
     void endsTheLoop();
     void endsInTheMiddleOfWork_data();
     void endsInTheMiddleOfWork();
+    void isKilledWithoutADescriptor();
 };
 
 namespace
@@ -48,7 +52,13 @@ void print(const char* text)
 /// Runs one scenario; the result is the exit status of the process.
 int runScenario(const QByteArray& scenario)
 {
+    FakeThreads::noneLeft = scenario == "without a thread";
+    std::optional<LimitedDescriptors> none;
+    if (scenario == "without a descriptor") {
+        none.emplace(0);
+    }
     const OrderlyStop stop([] { print("last work"); });
+    none.reset();
     QTimer::singleShot(20000, [] { QCoreApplication::exit(timedOut); });
     if (scenario == "before the loop") {
         ::raise(SIGTERM);
@@ -78,6 +88,13 @@ int runScenario(const QByteArray& scenario)
         return workEnded;
     } else if (scenario == "in brief work") {
         const AbandonableWork work;
+        ::raise(SIGTERM);
+    } else if (scenario == "without a thread") {
+        const AbandonableWork work;
+        ::raise(SIGTERM);
+        std::this_thread::sleep_for(1s);
+        print("work is over");
+    } else if (scenario == "without a descriptor") {
         ::raise(SIGTERM);
     } else if (scenario == "in work that counts") {
         ::raise(SIGTERM);
@@ -118,6 +135,7 @@ void TestOrderlyStop::endsInTheMiddleOfWork_data()
     // These come to the loop.
     QTest::newRow("in brief work") << QStringLiteral("in brief work") << QString();
     QTest::newRow("in work that counts") << QStringLiteral("in work that counts") << QStringLiteral("a step");
+    QTest::newRow("without a thread") << QStringLiteral("without a thread") << QStringLiteral("work is over");
 }
 
 void TestOrderlyStop::endsInTheMiddleOfWork()
@@ -130,6 +148,16 @@ void TestOrderlyStop::endsInTheMiddleOfWork()
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), stoppedInTime);
     QCOMPARE(QString::fromLatin1(process.readAllStandardOutput()), done);
+}
+
+void TestOrderlyStop::isKilledWithoutADescriptor()
+{
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(),
+                  {QStringLiteral("--scenario"), QStringLiteral("without a descriptor")});
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(process.exitCode(), SIGTERM);
 }
 
 int main(int argc, char* argv[])

@@ -53,6 +53,7 @@ private Q_SLOTS:
     void copiesUpToTheLimit();
     void keepsHoles_data();
     void keepsHoles();
+    void copiesNoDataBehindTheLimit();
     void tellsWhatFailed_data();
     void tellsWhatFailed();
     void writesOnAfterInterruptions();
@@ -118,6 +119,17 @@ void TestFileCopy::keepsHoles()
         QVERIFY(to.seek(dataAt));
         QVERIFY(to.read(4096) == content);
     }
+}
+
+void TestFileCopy::copiesNoDataBehindTheLimit()
+{
+    Opened from;
+    QVERIFY(from.seek(1 << 20));
+    QCOMPARE(from.write("data"), qint64(4));
+    QVERIFY(from.flush());
+    Opened to;
+    QVERIFY(copyFileContent(from.handle(), to.handle(), 4096));
+    QCOMPARE(to.content(), QByteArray(4096, '\0'));
 }
 
 void TestFileCopy::tellsWhatFailed_data()

@@ -403,11 +403,15 @@ void TestCLogger::formatsItsArguments()
     logger->Info(where, "%s|%5d|%-4s|%05.1f|%lld%%", "a%sb", -42, "x", 2.25, 1LL << 40);
     logger->Info(where, "%s", "");
     logger->Info(where, "%s", "two\nlines \xC3\xA4 and %n");
+    // Half of a pair, which is no character of any locale.
+    const wchar_t impossible[] = {static_cast<wchar_t>(0xD800), 0};
+    logger->Info(where, "%ls", impossible);
     QCOMPARE(bodies(),
              (QStringList{
                  QStringLiteral("[INFO]  [TestClass::method] :: a%sb|  -42|x   |002.2|1099511627776%"),
                  QStringLiteral("[INFO]  [TestClass::method] :: "),
                  QStringLiteral("[INFO]  [TestClass::method] :: two\nlines \u00E4 and %n"),
+                 QStringLiteral("[INFO]  [TestClass::method] :: "),
              }));
 }
 

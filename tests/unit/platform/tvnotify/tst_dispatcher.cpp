@@ -3,6 +3,7 @@
 #include "platform/tvnotify/popupcodec.h"
 #include "privatebus.h"
 #include "processes.h"
+#include "support/limiteddescriptors.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -43,6 +44,7 @@ private Q_SLOTS:
     void deliveriesHoldNoDescriptorOfTheService();
     void endsOnWhatIsNoPopup_data();
     void endsOnWhatIsNoPopup();
+    void endsWithoutADescriptor();
 
 private:
     QString makeUserDirectory(uid_t user);
@@ -379,6 +381,13 @@ void TestDispatcher::endsOnWhatIsNoPopup()
     m_dispatcher = -1;
     QVERIFY(WIFEXITED(status));
     QCOMPARE(WEXITSTATUS(status), EXIT_FAILURE);
+}
+
+void TestDispatcher::endsWithoutADescriptor()
+{
+    const LimitedDescriptors none(0);
+    Dispatcher dispatcher(UniqueFd(), "", m_runtime->path().toStdString(), 1s);
+    QVERIFY(!dispatcher.run());
 }
 
 QTEST_GUILESS_MAIN(TestDispatcher)

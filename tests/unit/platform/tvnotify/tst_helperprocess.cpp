@@ -1,6 +1,7 @@
 #include "platform/tvnotify/helperprocess.h"
 
 #include "processes.h"
+#include "support/limiteddescriptors.h"
 
 #include <QtTest>
 
@@ -21,6 +22,8 @@ private Q_SLOTS:
     void givesTheHelperTheBusAddressOnly();
     void worksWithClosedStandardStreams();
     void tellsWhyItCannotStart();
+    void failsWithoutADescriptor_data();
+    void failsWithoutADescriptor();
     void reapsTheHelper();
     void reapsAHelperThatStopped();
     void goesWhenAnotherHasReaped();
@@ -109,6 +112,34 @@ void TestHelperProcess::tellsWhyItCannotStart()
     QVERIFY(!helper);
     QCOMPARE(error, ENOENT);
     QCOMPARE(descriptorCount(::getpid()), before);
+    QVERIFY(childrenOf(::getpid()).isEmpty());
+}
+
+void TestHelperProcess::failsWithoutADescriptor_data()
+{
+    QTest::addColumn<unsigned>("limit");
+    QTest::newRow("for the socket") << 0U;
+    // Two of the standard streams' numbers are taken, and none above them.
+    QTest::newRow("above the standard streams") << 4U;
+}
+
+void TestHelperProcess::failsWithoutADescriptor()
+{
+    QFETCH(unsigned, limit);
+    UniqueFd saved[3];
+    for (int fd = 0; fd < 3; ++fd) {
+        saved[fd].reset(::fcntl(fd, F_DUPFD_CLOEXEC, 10));
+        ::close(fd);
+    }
+    bool isStarted = true;
+    {
+        const LimitedDescriptors limited(limit);
+        isStarted = HelperProcess::start(probe, "").has_value();
+    }
+    for (int fd = 0; fd < 3; ++fd) {
+        ::dup2(saved[fd].get(), fd);
+    }
+    QVERIFY(!isStarted);
     QVERIFY(childrenOf(::getpid()).isEmpty());
 }
 

@@ -1,8 +1,16 @@
 #include "platform/tvnotify/send/notificationclient.h"
 
+#include "common/uniquefd.h"
+
+#include <QTemporaryDir>
 #include <QtTest>
 
+#include <cstring>
 #include <limits>
+#include <thread>
+
+#include <sys/socket.h>
+#include <sys/un.h>
 
 class TestNotificationClient : public QObject
 {
@@ -11,6 +19,7 @@ class TestNotificationClient : public QObject
 private Q_SLOTS:
     void asksForTheTimeThatIsLeft_data();
     void asksForTheTimeThatIsLeft();
+    void leavesABusThatHangsUp();
 };
 
 void TestNotificationClient::asksForTheTimeThatIsLeft_data()
@@ -35,6 +44,28 @@ void TestNotificationClient::asksForTheTimeThatIsLeft()
     QFETCH(int, timeout);
     const std::optional<std::int64_t> time = hasTime ? std::optional<std::int64_t>(closeAt) : std::nullopt;
     QCOMPARE(expireTimeout(time, 1714567507000), timeout);
+}
+
+void TestNotificationClient::leavesABusThatHangsUp()
+{
+    const QTemporaryDir directory;
+    const std::string path = directory.filePath(QStringLiteral("bus")).toStdString();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    const UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    QCOMPARE(::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    QCOMPARE(::listen(listener.get(), 1), 0);
+    bool hasCome = false;
+    std::thread bus([&listener, &hasCome] {
+        const UniqueFd caller(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        hasCome = caller.isValid();
+    });
+    Popup popup;
+    popup.summary = "text";
+    showPopups("unix:path=" + path, {std::make_shared<const Popup>(popup)});
+    bus.join();
+    QVERIFY(hasCome);
 }
 
 QTEST_APPLESS_MAIN(TestNotificationClient)

@@ -3,6 +3,7 @@
 #include "privatebus.h"
 #include "processes.h"
 #include "support/fakethreads.h"
+#include "support/limiteddescriptors.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -38,6 +39,8 @@ private Q_SLOTS:
     void saysOnceThatItDrops();
     void showsWhatWaitedForAThread();
     void goesWithoutAThread();
+    void showsWhatWaitedForADescriptor();
+    void showsWhatWaitedForAHelper();
     void startsAKilledHelperAgain();
     void survivesAHelperThatKeepsDying();
     void showsAgainWhenTheBusComesBack();
@@ -334,6 +337,38 @@ void TestTvnotify::goesWithoutAThread()
     FakeThreads::noneLeft = true;
     show(notify);
     FakeThreads::noneLeft = false;
+}
+
+void TestTvnotify::showsWhatWaitedForADescriptor()
+{
+    QVERIFY(m_bus->start() && m_bus->startServer());
+    Tvnotify notify;
+    {
+        const LimitedDescriptors none(0);
+        show(notify);
+    }
+    QCOMPARE(messageCount.load(), 1);
+    show(notify);
+    QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 2, 20000);
+    QCOMPARE(messageCount.load(), 1);
+}
+
+void TestTvnotify::showsWhatWaitedForAHelper()
+{
+    QVERIFY(m_bus->start() && m_bus->startServer());
+    Tvnotify notify;
+    show(notify);
+    QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 1, 20000);
+    const pid_t helper = helperOf(::getpid());
+    QCOMPARE(::kill(helper, SIGKILL), 0);
+    QTRY_COMPARE(stateOf(helper), '\0');
+    {
+        const LimitedDescriptors none(0);
+        show(notify);
+        QTRY_COMPARE(messageCount.load(), 1);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(m_bus->callCount(), 2, 20000);
+    QCOMPARE(messageCount.load(), 1);
 }
 
 void TestTvnotify::startsAKilledHelperAgain()

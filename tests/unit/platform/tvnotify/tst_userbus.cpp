@@ -7,8 +7,12 @@
 #include <QtTest>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
+#include <string>
 
+#include <dlfcn.h>
 #include <grp.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -31,6 +35,8 @@ private Q_SLOTS:
     void refuses();
     void staysItself();
     void becomesAnotherForGoodOrNotAtAll();
+    void takesNoHalfChange_data();
+    void takesNoHalfChange();
 
 private:
     std::string root() const
@@ -57,7 +63,88 @@ bool bindSocket(const std::string& path)
     return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
+constexpr uid_t pretendedUser = 60001;
+
+/// A change of the user that only seems to be made, but for the step that fails.
+struct Pretence
+{
+    std::string failing;
+};
+const Pretence* pretence = nullptr;
+
+bool fails(const char* step)
+{
+    return pretence->failing == step;
+}
+
+int refusedIf(bool refused)
+{
+    errno = EPERM;
+    return refused ? -1 : 0;
+}
+
+template <typename Function> Function* real(const char* name)
+{
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
 } // namespace
+
+extern "C" {
+
+int setgroups(size_t size, const gid_t* groups) noexcept
+{
+    static const auto next = real<int(size_t, const gid_t*)>("setgroups");
+    return pretence == nullptr ? next(size, groups) : refusedIf(fails("losing the groups"));
+}
+
+int setresgid(gid_t group, gid_t effective, gid_t saved) noexcept
+{
+    static const auto next = real<int(gid_t, gid_t, gid_t)>("setresgid");
+    return pretence == nullptr ? next(group, effective, saved) : refusedIf(fails("changing the group"));
+}
+
+int setresuid(uid_t user, uid_t effective, uid_t saved) noexcept
+{
+    static const auto next = real<int(uid_t, uid_t, uid_t)>("setresuid");
+    return pretence == nullptr ? next(user, effective, saved) : refusedIf(fails("changing the user"));
+}
+
+int getresuid(uid_t* user, uid_t* effective, uid_t* saved) noexcept
+{
+    static const auto next = real<int(uid_t*, uid_t*, uid_t*)>("getresuid");
+    if (pretence == nullptr) {
+        return next(user, effective, saved);
+    }
+    *user = fails("keeping the user") ? 0 : pretendedUser;
+    *effective = fails("keeping the effective user") ? 0 : pretendedUser;
+    *saved = fails("keeping the saved user") ? 0 : pretendedUser;
+    return refusedIf(fails("looking"));
+}
+
+int setuid(uid_t user) noexcept
+{
+    static const auto next = real<int(uid_t)>("setuid");
+    return pretence == nullptr ? next(user) : refusedIf(!fails("a way back to the user"));
+}
+
+int setgid(gid_t group) noexcept
+{
+    static const auto next = real<int(gid_t)>("setgid");
+    return pretence == nullptr ? next(group) : refusedIf(!fails("a way back to the group"));
+}
+
+int prctl(int option, ...) noexcept
+{
+    static const auto next = real<int(int, ...)>("prctl");
+    va_list arguments;
+    va_start(arguments, option);
+    const auto second = va_arg(arguments, unsigned long);
+    va_end(arguments);
+    return pretence == nullptr ? next(option, second, 0, 0, 0) : refusedIf(fails("hiding the memory"));
+}
+
+} // extern "C"
 
 void TestUserBus::init()
 {
@@ -179,6 +266,27 @@ void TestUserBus::becomesAnotherForGoodOrNotAtAll()
     int status = -1;
     QCOMPARE(::waitpid(child, &status, 0), child);
     QCOMPARE(status, 0);
+}
+
+void TestUserBus::takesNoHalfChange_data()
+{
+    QTest::addColumn<bool>("became");
+    QTest::newRow("nothing") << true;
+    for (const char* step : {"losing the groups", "changing the group", "changing the user",
+                             "hiding the memory", "looking", "keeping the user", "keeping the effective user",
+                             "keeping the saved user", "a way back to the user", "a way back to the group"}) {
+        QTest::newRow(step) << false;
+    }
+}
+
+void TestUserBus::takesNoHalfChange()
+{
+    QFETCH(bool, became);
+    const Pretence change{QTest::currentDataTag()};
+    pretence = &change;
+    const bool result = becomeUser(pretendedUser);
+    pretence = nullptr;
+    QCOMPARE(result, became);
 }
 
 QTEST_GUILESS_MAIN(TestUserBus)
