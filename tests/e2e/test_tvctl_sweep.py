@@ -402,14 +402,18 @@ def asked(service):
 
 @pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGINT, signal.SIGTERM])
 def test_an_interrupted_sweep_goes_on(tv, tvctl, many, fake_service, never, number):
-    begun = time.monotonic()
+    begun = []
+
+    def first(_request):
+        begun.append(time.monotonic())
+        return "CLEAN"
 
     def late(_request):
         # Behind this reply the sweep keeps what it has done.
-        wait_until(lambda: time.monotonic() > begun + 2.5, "the time to keep the progress")
+        wait_until(lambda: time.monotonic() > begun[0] + 2.5, "the time to keep the progress")
         return "CLEAN"
 
-    service = fake_service(*["CLEAN"] * 99, late, *["CLEAN"] * 20, never)
+    service = fake_service(first, *["CLEAN"] * 98, late, *["CLEAN"] * 20, never)
     process = tvctl.start("sweep")
     wait_until(lambda: len(service.requests) == 1 + 121, "the file at which it is interrupted")
     process.send_signal(number)
