@@ -20,8 +20,11 @@ else()
 endif()
 
 if(TVFILEMON_COVERAGE)
-    target_compile_options(tv_settings INTERFACE --coverage -fprofile-abs-path)
-    target_link_options(tv_settings INTERFACE --coverage)
+    # Threads that count at once without atomic operations come to less than nothing.
+    target_compile_options(tv_settings INTERFACE --coverage -fprofile-abs-path -fprofile-update=atomic)
+    target_link_options(tv_settings INTERFACE --coverage -Wl,--wrap=_exit)
+    add_library(tv_counted_exit STATIC "${CMAKE_SOURCE_DIR}/tests/support/countedexit.c")
+    target_link_libraries(tv_settings INTERFACE tv_counted_exit)
 endif()
 
 include(TvPrecompiledHeaders)

@@ -43,8 +43,8 @@ INSTRUMENTS = {
     "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0",
     # Qt is not built with the sanitizer, which sees none of its locks.
     "TSAN_OPTIONS": f"suppressions={SUPPORT.parent}/tsan.supp ignore_noninstrumented_modules=1",
-    # Where the counters of a coverage build are.
-    **{name: value for name, value in os.environ.items() if name == "GCOV_PREFIX"},
+    # Where the counters of a coverage build are, and what keeps it from complaining.
+    **{name: value for name, value in os.environ.items() if name.startswith("GCOV_")},
 }
 
 # Long enough for a loaded machine and the sanitizers; nothing that works comes near it.
@@ -544,7 +544,7 @@ class Installation:
 
     def has_sanitizer(self):
         """Whether the service is built with one, which takes memory of its own and keeps what is freed."""
-        return is_sanitized(self.root / "bin" / SERVICE)
+        return is_instrumented(self.root / "bin" / SERVICE)
 
     def limit_descriptors(self, limit):
         """Sets how many descriptors the service may have, and returns how many it might before."""
@@ -560,9 +560,9 @@ def _escape_bytes(error):
 codecs.register_error("escape_bytes", _escape_bytes)
 
 
-def is_sanitized(program):
-    """Whether a sanitizer of addresses or threads was built into the program."""
-    return any(name in Path(program).read_bytes() for name in (b"__asan_init", b"__tsan_init"))
+def is_instrumented(program):
+    """Whether a sanitizer of addresses or threads, or counters of what runs, were built into the program."""
+    return any(name in Path(program).read_bytes() for name in (b"__asan_init", b"__tsan_init", b".gcda"))
 
 
 def display(name):

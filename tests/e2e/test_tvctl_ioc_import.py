@@ -10,7 +10,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import is_sanitized, wait_until
+from harness import is_instrumented, wait_until
 from storefailures import AS_ORDINARY_USER, damage, inaccessible, locked, locked_for_writing
 
 EMPTY = {"md5": [], "sha1": [], "sha256": []}
@@ -283,7 +283,7 @@ def test_a_million_hashes(ready, files):
     with open(files / "feed", "w", encoding="ascii") as feed:
         feed.writelines(f"{sha256(number)}\n" for number in range(1_000_000))
     # The sanitizers slow down and keep freed memory: only that it ends, and does not run away, can be told then.
-    factor = 8 if is_sanitized(ready.command()[0]) else 1
+    factor = 8 if is_instrumented(ready.command()[0]) else 1
     for added in (1_000_000, 0):
         document, seconds, megabytes = cost(ready, "ioc", "import", files / "feed")
         assert (document["added"], document["duplicate"]) == (added, 1_000_000 - added)
@@ -312,7 +312,7 @@ def test_a_line_of_a_hundred_megabytes(ready, files):
         feed.write(b"\n" + md5(1).encode() + b"\n")
     document, _, megabytes = cost(ready, "ioc", "import", files / "feed")
     assert document["added"] == 1
-    assert 0 < megabytes < (400 if is_sanitized(ready.command()[0]) else 60), megabytes
+    assert 0 < megabytes < (400 if is_instrumented(ready.command()[0]) else 60), megabytes
 
 
 def test_a_bar_on_a_terminal(ready, files):
