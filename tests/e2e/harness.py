@@ -43,8 +43,8 @@ INSTRUMENTS = {
     "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0",
     # Qt is not built with the sanitizer, which sees none of its locks.
     "TSAN_OPTIONS": f"suppressions={SUPPORT.parent}/tsan.supp ignore_noninstrumented_modules=1",
-    # Where the counters of a coverage build are, and what keeps it from complaining.
-    **{name: value for name, value in os.environ.items() if name.startswith("GCOV_")},
+    # Where the counters of a coverage build are.
+    **{name: value for name, value in os.environ.items() if name == "GCOV_PREFIX"},
 }
 
 # Long enough for a loaded machine and the sanitizers; nothing that works comes near it.

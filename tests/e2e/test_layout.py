@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from harness import Chroot, EICAR, Installation, Path, cleaned, found, wait_gone, write_once
+from harness import Chroot, EICAR, INSTRUMENTS, Installation, Path, cleaned, found, wait_gone, write_once
 
 FIXED_ROOT = "/usr/lib/Talvenor"
 
@@ -45,3 +45,10 @@ def test_the_root(chroot, home, place, root):
     finally:
         tv.close()
     tv.check_log()
+
+
+def test_the_popup_program_by_itself(tv):
+    result = subprocess.run([tv.root / "lib" / "tvnotify-send"], capture_output=True, text=True, check=False,
+                            env=INSTRUMENTS)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == "tvnotify-send is started by libtvnotify, to show its popups\n"

@@ -174,12 +174,12 @@ void TestScanConfig::keepsWhatItReadLastOfALostTable()
         QVERIFY(other.run(QStringLiteral("DROP TABLE exclude_list")));
         QVERIFY(other.run(QStringLiteral("DROP TABLE setting")));
     }
-    QVERIFY(isEqual(config.getScanSetting(), everythingChanged()));
-    QCOMPARE(config.getExcludeList(0), QSet<QString>({QStringLiteral("/home/u/x")}));
+    // Before anything is read: a store that could not be read is not opened again at once.
     QVERIFY(!config.setScanSetting(ScanSetting()));
     QVERIFY(!config.changeScanSetting([](ScanSetting& setting) { setting.setScanActionSetting(1); }));
     QVERIFY(!config.setExcludeList(0, {}));
     QVERIFY(isEqual(config.getScanSetting(), everythingChanged()));
+    QCOMPARE(config.getExcludeList(0), QSet<QString>({QStringLiteral("/home/u/x")}));
 }
 
 void TestScanConfig::keepsListsApart()
