@@ -6,9 +6,7 @@ import socket
 import struct
 import zipfile
 
-from harness import TIMEOUT, wait_until
-
-PORT = 8889
+from harness import PORT, TIMEOUT, wait_until
 
 REGISTERED = "REGISTERED!"
 INVALID = "INVALID COMMAND!"

@@ -33,6 +33,7 @@ CLAM_FILES = Path("/usr/share/clamav-testfiles")
 DOCS = BASE / "docs"
 SUPPORT = BASE / "tests" / "support"
 SERVICE = "tvfilemon"
+PORT = 8889
 
 sys.path.insert(0, str(SUPPORT))
 from make_signatures import CLAM_EXE_NAME, EICAR, EICAR_NAME, KLEZ_NAME, KLEZ_PATTERN  # noqa: E402,F401
@@ -370,7 +371,8 @@ class Installation:
     # Starting and ending
 
     def start(self, bus=None, arguments=(), environment=None, wait=True, command=None, **options):
-        """Starts the service; with `wait`, returns when it watches. `command` starts it in some other way."""
+        """Starts the service; with `wait`, returns when it watches, and its port is open or cannot be opened.
+        `command` starts it in some other way."""
         assert self.process is None
         # As a service manager gives it: no language, no home.
         everything = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", **INSTRUMENTS}
@@ -388,7 +390,13 @@ class Installation:
                 start_new_session=True, cwd="/", **streams)
         if wait:
             self.wait_log("INFO", "FileMonitor::startMonitoring", "Watching: /media", skip=already)
+            wait_until(lambda: self._has_tried_to_listen(already), "the listener")
         return self
+
+    def _has_tried_to_listen(self, skip):
+        """The listener has a thread of its own, which may be late, and opens the port just after its line."""
+        last = [line for line in self.log()[skip:] if line.location == "CSocketThread::runSocketListner"][-1:]
+        return last and (last[0].message != "Socket Listening" or is_port_open())
 
     def pause(self):
         """Stops the service where it is; the kernel goes on queueing events for it."""
@@ -577,6 +585,14 @@ def quarantine_name(path):
 
 
 # -------------------------------------------------------------------------------------------------- writing
+
+
+def is_port_open():
+    """Whether somebody listens on the port; asking by a connection would keep others waiting for a second."""
+    # TCP_LISTEN, as the kernel writes it there.
+    listening = "0A"
+    sockets = (line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:])
+    return any(local.endswith(f":{PORT:04X}") and state == listening for _, local, _, state, *_ in sockets)
 
 
 def write_once(path, content=EICAR):

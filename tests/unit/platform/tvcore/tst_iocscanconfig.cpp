@@ -800,10 +800,10 @@ void TestIOCScanConfig::holdsAMillionHashes()
     QVERIFY(!index.contains(QString(64, QLatin1Char('f'))));
     qInfo("a million hashes: written in %lld ms, loaded in %lld ms, to look into in %lld ms", writing,
           loading, indexing);
-    // Several times what a quiet machine needs; one by one it would take minutes.
-    QVERIFY(writing < 30000);
-    QVERIFY(loading < 5000);
-    QVERIFY(indexing < 5000);
+    // Many times what a quiet machine needs, for one that counts each line; one by one it would take minutes.
+    QVERIFY(writing < 100000);
+    QVERIFY(loading < 20000);
+    QVERIFY(indexing < 20000);
 }
 
 int main(int argc, char* argv[])
