@@ -126,7 +126,9 @@ QString Common::createDirectoryIfNotExists(const QString& path)
 {
     // Asked several times for each file event, so without what QDir would put together first.
     struct stat status = {};
-    const bool exists = ::stat(QFile::encodeName(path).constData(), &status) == 0 && S_ISDIR(status.st_mode);
+    // No path is the working directory, to QDir too.
+    const QByteArray name = path.isEmpty() ? QByteArrayLiteral(".") : QFile::encodeName(path);
+    const bool exists = ::stat(name.constData(), &status) == 0 && S_ISDIR(status.st_mode);
     if (!exists && !QDir().mkpath(path)) {
         qDebug() << "Failed to make directory! Error:";
     }

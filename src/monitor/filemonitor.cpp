@@ -118,6 +118,8 @@ bool FileMonitor::startMonitoring()
     }
     m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &FileMonitor::onActivated);
+    // As soon as files are watched over: of half a million directories it may take a second.
+    QTimer::singleShot(0, this, [this] { m_watches.prepareForRemovals(); });
     return true;
 }
 
@@ -379,6 +381,7 @@ void FileMonitor::recordDetection(const QString& filePath, const QString& fileNa
     report.setCleanStatus(status);
     report.setModuleName(moduleName());
     report.setModuleVersion(Common::getBuildDateTime());
+    // The same moment as in local time, which would have to be found out: the store keeps no zone.
     report.setDateTime(QDateTime::currentDateTimeUtc());
     m_virusConfig.addVirusReport(report);
 }

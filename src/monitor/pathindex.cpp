@@ -3,9 +3,20 @@
 #include <algorithm>
 #include <limits>
 
+namespace
+{
+/// Long paths that begin alike take as long to compare as thousands of short ones.
+constexpr std::size_t mostAdded = 1024;
+constexpr int mostAddedCharacters = 256 * 1024;
+} // namespace
+
 void PathIndex::add(const QString& path, int watch)
 {
     m_added.emplace_back(path, watch);
+    m_addedCharacters += path.size();
+    if (m_wasLookedInto && (m_added.size() >= mostAdded || m_addedCharacters >= mostAddedCharacters)) {
+        sortIn();
+    }
 }
 
 void PathIndex::remove(const QString& path, int watch)
@@ -36,4 +47,6 @@ void PathIndex::sortIn()
     }
     // Without the memory, which may be that of all watches.
     m_added = {};
+    m_addedCharacters = 0;
+    m_wasLookedInto = true;
 }

@@ -51,3 +51,8 @@ void WatchedPaths::removeStartingWith(const QString& prefix)
         m_characters -= m_paths.take(watch).size();
     }
 }
+
+void WatchedPaths::prepareForRemovals()
+{
+    m_byPath.sortIn();
+}

@@ -22,6 +22,9 @@ public:
     /// Removes every watch whose path starts with the text `prefix`.
     void removeStartingWith(const QString& prefix);
 
+    /// Does in advance what the first removal after many were added would take its time for.
+    void prepareForRemovals();
+
 private:
     QHash<int, QString> m_paths;
     PathIndex m_byPath;

@@ -3,7 +3,6 @@
 #include "platform/tvcore/packedtexts.h"
 
 #include <QByteArray>
-#include <QHash>
 
 namespace
 {
@@ -40,7 +39,7 @@ bool HashIndex::contains(const QString& hash) const
 
 std::size_t HashIndex::slotOf(std::string_view item) const
 {
-    const quint64 placement = qHashBits(item.data(), item.size(), static_cast<uint>(qGlobalQHashSeed()));
+    const quint64 placement = qHashBits(item.data(), item.size(), m_seed);
     std::size_t slot = placement * m_table.size() >> bitsOfPlacement;
     while (m_table[slot] != nullptr && PackedTexts::itemAt(m_table[slot]) != item) {
         slot = slot + 1 < m_table.size() ? slot + 1 : 0;

@@ -18,14 +18,16 @@ constexpr qint64 maxCheckedSize = 4LL * 1024 * 1024;
 /// stores open, so the log would stay on the disk for good.
 constexpr int maxIdleLogSize = 4 * 1024 * 1024;
 
-/// Whether the check of a file found only that the disk does not give a page of it, which says nothing of its
-/// content: "Page 2: unable to get the page. error code=266".
+/// Whether the check of a file found only that a page cannot be had, for want of memory or because the disk
+/// does not give it, which says nothing of its content: "Page 2: unable to get the page. error code=266", and
+/// without the code where a long value goes on: "Tree 2 page 3 cell 0: failed to get page 4".
 bool isAboutReading(const QString& finding)
 {
     static const QRegularExpression errorCode(QStringLiteral("\\berror code=(\\d+)"));
-    const int code = errorCode.match(finding).captured(1).toInt();
+    const QRegularExpressionMatch match = errorCode.match(finding);
     // The upper bits tell which kind of it.
-    return (code & 0xff) == SQLITE_IOERR;
+    return finding.contains(QLatin1String("failed to get page ")) ||
+           (match.hasMatch() && (match.captured(1).toInt() & 0xff) != SQLITE_CORRUPT);
 }
 } // namespace
 

@@ -6,24 +6,25 @@
 #include <array>
 #include <cstddef>
 #include <ctime>
+#include <string_view>
 
 namespace
 {
-constexpr QLatin1String form("0000-00-00 00:00:00");
+constexpr std::string_view form = "0000-00-00 00:00:00";
 using Numbers = std::array<int, 6>;
 
 /// The numbers of a text that has digits where `form` has zeros.
 std::optional<Numbers> numbersOf(const QString& text)
 {
-    if (text.size() != form.size()) {
+    if (text.size() != static_cast<int>(form.size())) {
         return std::nullopt;
     }
     Numbers numbers = {};
     std::size_t number = 0;
-    for (int i = 0; i < form.size(); ++i) {
-        const ushort character = text[i].unicode();
-        if (form[i] != QLatin1Char('0')) {
-            if (character != form[i].unicode()) {
+    for (std::size_t i = 0; i < form.size(); ++i) {
+        const ushort character = text[static_cast<int>(i)].unicode();
+        if (form[i] != '0') {
+            if (character != form[i]) {
                 return std::nullopt;
             }
             ++number;
@@ -57,5 +58,8 @@ std::optional<std::int64_t> popupCloseTime(const QString& timeStamp)
     parts.tm_sec = second;
     parts.tm_isdst = -1;
     constexpr std::int64_t millisecondsOfASecond = 1000;
-    return millisecondsOfASecond * std::mktime(&parts);
+    const std::int64_t time = millisecondsOfASecond * std::mktime(&parts);
+    // Else the clocks are set forward over it, and it is the time of another text that was found.
+    const bool exists = parts.tm_hour == hour && parts.tm_min == minute;
+    return exists ? std::optional(time) : std::nullopt;
 }

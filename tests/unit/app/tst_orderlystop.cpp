@@ -60,7 +60,7 @@ int runScenario(const QByteArray& scenario)
     const OrderlyStop stop([] { print("last work"); });
     none.reset();
     QTimer::singleShot(20000, [] { QCoreApplication::exit(timedOut); });
-    if (scenario == "before the loop") {
+    if (scenario == "before the loop" || scenario == "without a descriptor") {
         ::raise(SIGTERM);
     } else if (scenario == "many before the loop") {
         for (int i = 0; i < 1000; ++i) {
@@ -94,8 +94,6 @@ int runScenario(const QByteArray& scenario)
         ::raise(SIGTERM);
         std::this_thread::sleep_for(1s);
         print("work is over");
-    } else if (scenario == "without a descriptor") {
-        ::raise(SIGTERM);
     } else if (scenario == "in work that counts") {
         ::raise(SIGTERM);
         std::this_thread::sleep_for(1s);

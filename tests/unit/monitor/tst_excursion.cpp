@@ -61,7 +61,6 @@ void TestExcursion::worksInOneDirectoryAfterTheOther()
             QVERIFY(excursion.enter(held(directory->path())));
             QCOMPARE(QDir::currentPath(), QDir(directory->path()).canonicalPath());
         }
-        const Excursion passedOn = std::move(excursion);
     }
     QCOMPARE(QDir::currentPath(), before);
 }

@@ -23,6 +23,7 @@ private Q_SLOTS:
     void takesWhatALookAtEveryPathTakes();
     void takesAndRemovesAmongWhatIsAdded();
     void takesNoLongerWithMoreOfOthers();
+    void leavesLittleToTheNextLook();
 };
 
 namespace
@@ -176,6 +177,27 @@ void TestPathIndex::takesNoLongerWithMoreOfOthers()
     const qint64 few = shortestOf(1000);
     const qint64 many = shortestOf(64000);
     QVERIFY2(many < 8 * few, qPrintable(QStringLiteral("%1 ns, %2 ns").arg(few).arg(many)));
+}
+
+void TestPathIndex::leavesLittleToTheNextLook()
+{
+    const auto looked = [](bool lookFirst) {
+        PathIndex index;
+        if (lookFirst) {
+            index.sortIn();
+        }
+        // No multiple of how many are kept unsorted.
+        for (int watch = 0; watch < 100000; ++watch) {
+            index.add(QStringLiteral("/home/user/directory%1").arg(watch), watch);
+        }
+        QElapsedTimer timer;
+        timer.start();
+        index.takeStartingWith(QStringLiteral("/missing"));
+        return timer.nsecsElapsed();
+    };
+    const qint64 all = looked(false);
+    const qint64 rest = looked(true);
+    QVERIFY2(rest < all / 8, qPrintable(QStringLiteral("%1 ns, %2 ns").arg(all).arg(rest)));
 }
 
 QTEST_GUILESS_MAIN(TestPathIndex)

@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <filesystem>
 #include <set>
+#include <string>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -21,9 +23,25 @@ std::set<int>& faultyDescriptors()
     return descriptors;
 }
 
+/// From where on reading fails, in bytes; nowhere when it is negative.
+off64_t firstFaultyByte()
+{
+    constexpr off64_t pageSize = 4096;
+    switch (injected) {
+    case FaultyFiles::Fault::ReadError:
+        return 0;
+    case FaultyFiles::Fault::LateReadError:
+        return pageSize;
+    case FaultyFiles::Fault::LaterReadError:
+        return 2 * pageSize;
+    default:
+        return -1;
+    }
+}
+
 bool isReadFaulty()
 {
-    return injected == FaultyFiles::Fault::ReadError || injected == FaultyFiles::Fault::LateReadError;
+    return firstFaultyByte() >= 0;
 }
 
 template <typename Function> Function* real(const char* name)
@@ -53,6 +71,16 @@ void FaultyFiles::inject(Fault fault, const char* name)
     injected = fault;
     faultyName = name;
     faultyDescriptors().clear();
+    if (!isReadFaulty()) {
+        return;
+    }
+    // Those that are open already.
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (std::filesystem::read_symlink(entry.path(), error).string().find(name) != std::string::npos) {
+            faultyDescriptors().insert(std::stoi(entry.path().filename().string()));
+        }
+    }
 }
 
 extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
@@ -80,9 +108,7 @@ extern "C" __attribute__((visibility("default"))) int open64(const char* path, i
 extern "C" __attribute__((visibility("default"))) ssize_t pread64(int fd, void* buffer, size_t size,
                                                                   off64_t offset)
 {
-    const bool isBehindTheFirstPage = offset >= 4096;
-    if (isReadFaulty() && (isBehindTheFirstPage || injected == FaultyFiles::Fault::ReadError) &&
-        faultyDescriptors().count(fd) != 0) {
+    if (isReadFaulty() && offset >= firstFaultyByte() && faultyDescriptors().count(fd) != 0) {
         errno = EIO;
         return -1;
     }

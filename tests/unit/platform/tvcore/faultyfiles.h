@@ -15,7 +15,9 @@ enum class Fault
     /// They can be opened, and reading from them fails: the disk is broken.
     ReadError,
     /// Only what lies behind their first page fails to be read.
-    LateReadError
+    LateReadError,
+    /// Only what lies behind their second page.
+    LaterReadError
 };
 
 void inject(Fault fault, const char* name);

@@ -20,6 +20,8 @@ private Q_SLOTS:
     void cleanup();
     void isNotSetAside_data();
     void isNotSetAside();
+    void isNotSetAsideForALongValue();
+    void isNotSetAsideWhileItIsOpen();
     void worksAgainWhenTheFaultGoes_data();
     void worksAgainWhenTheFaultGoes();
     void readsFromAReadOnlyFileSystem();
@@ -62,6 +64,33 @@ void TestFaultyStore::isNotSetAside()
     FaultyFiles::inject(Fault::None, "");
     QVERIFY(fixture.setAside().isEmpty());
     QVERIFY(fixture.content() == before);
+}
+
+void TestFaultyStore::isNotSetAsideForALongValue()
+{
+    StoreFixture fixture;
+    QVERIFY(fixture.store().write([](StoreConnection& connection) {
+        return connection.execute(QStringLiteral("INSERT INTO number(value) VALUES(zeroblob(65536))"));
+    }));
+    fixture.store().close();
+    FaultyFiles::inject(Fault::LaterReadError, "/test.db");
+    QCOMPARE(fixture.count(), -1);
+    FaultyFiles::inject(Fault::None, "");
+    QVERIFY(fixture.setAside().isEmpty());
+    QTRY_COMPARE(fixture.count(), 1);
+}
+
+void TestFaultyStore::isNotSetAsideWhileItIsOpen()
+{
+    StoreFixture fixture;
+    // More than SQLite keeps in memory.
+    QVERIFY(fixture.addMany());
+    QCOMPARE(fixture.count(), int(StoreFixture::many));
+    FaultyFiles::inject(Fault::LateReadError, "/test.db");
+    QCOMPARE(fixture.count(), -1);
+    FaultyFiles::inject(Fault::None, "");
+    QVERIFY(fixture.setAside().isEmpty());
+    QTRY_COMPARE(fixture.count(), int(StoreFixture::many));
 }
 
 void TestFaultyStore::worksAgainWhenTheFaultGoes_data()

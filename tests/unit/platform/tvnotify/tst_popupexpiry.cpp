@@ -13,6 +13,7 @@ private Q_SLOTS:
     void readsLocalTime();
     void ignoresAnythingElse_data();
     void ignoresAnythingElse();
+    void ignoresTheHourThatIsLeftOut();
 };
 
 void TestPopupExpiry::readsLocalTime_data()
@@ -77,6 +78,13 @@ void TestPopupExpiry::ignoresAnythingElse()
 {
     QFETCH(QString, text);
     QVERIFY(!popupCloseTime(text));
+}
+
+void TestPopupExpiry::ignoresTheHourThatIsLeftOut()
+{
+    qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+    QVERIFY(!popupCloseTime(QStringLiteral("2024-03-31 02:30:00")));
+    QVERIFY(popupCloseTime(QStringLiteral("2024-03-31 03:00:00")));
 }
 
 QTEST_APPLESS_MAIN(TestPopupExpiry)
