@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -21,8 +22,9 @@ namespace
 /// Most scans are over by then, and the end is in order. What follows may take another second, for popups.
 constexpr std::chrono::milliseconds patience(300);
 
-/// What the handler writes to; it may touch nothing else.
-volatile sig_atomic_t wakeDescriptor = -1;
+/// What the handler writes to; it may touch nothing else, and any thread may be the one that it interrupts.
+std::atomic<int> wakeDescriptor = -1;
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void onSignal(int)
 {
