@@ -5,11 +5,12 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <atomic>
 #include <cerrno>
 
 namespace
 {
-int inotifyAsked = 0;
+std::atomic<int> inotifyAsked = 0;
 } // namespace
 
 // The monitor finds no inotify, so that nothing of this machine is watched.
@@ -34,10 +35,10 @@ void TestMonitorThread::startsItsMonitorAndEnds()
 {
     MonitorThread thread;
     QVERIFY(thread.parent() == nullptr);
-    QCOMPARE(inotifyAsked, 0);
+    QCOMPARE(inotifyAsked.load(), 0);
     thread.start();
     QVERIFY(thread.wait(20000));
-    QCOMPARE(inotifyAsked, 1);
+    QCOMPARE(inotifyAsked.load(), 1);
 }
 
 void TestMonitorThread::saysThatItStops()
