@@ -328,6 +328,14 @@ def directory_removed(path):
 # ------------------------------------------------------------------------------------------ the installation
 
 
+def is_port_open():
+    """Whether somebody listens on the port; asking by a connection would keep others waiting for a second."""
+    # TCP_LISTEN, as the kernel writes it there.
+    listening = "0A"
+    sockets = (line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:])
+    return any(local.endswith(f":{PORT:04X}") and state == listening for _, local, _, state, *_ in sockets)
+
+
 class Installation:
     """One installation root and at most one running service of it."""
 
@@ -585,14 +593,6 @@ def quarantine_name(path):
 
 
 # -------------------------------------------------------------------------------------------------- writing
-
-
-def is_port_open():
-    """Whether somebody listens on the port; asking by a connection would keep others waiting for a second."""
-    # TCP_LISTEN, as the kernel writes it there.
-    listening = "0A"
-    sockets = (line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:])
-    return any(local.endswith(f":{PORT:04X}") and state == listening for _, local, _, state, *_ in sockets)
 
 
 def write_once(path, content=EICAR):
